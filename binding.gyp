@@ -1,0 +1,88 @@
+{
+  'variables': {
+    # Development builds add -Werror and the test-only add-ons: configure -- -Dkiv_dev=1
+    'kiv_dev%': 0,
+    'nan_dir': '<!(node -p "path.dirname(require.resolve(\'nan\'))")',
+    'module_libs': 'gtk+-3.0 gio-2.0 gdk-pixbuf-2.0 cairo x11 xi xscrnsaver xinerama',
+  },
+  'target_defaults': {
+    'cflags_cc!': ['-std=gnu++0x', '-std=gnu++1y', '-std=gnu++14', '-std=gnu++17', '-std=gnu++20',
+                   '-fno-rtti', '-fno-exceptions'],
+    'cflags_cc+': ['-std=c++20'],
+    'cflags': [
+      '-Wall', '-Wextra', '-Wpedantic', '-fvisibility=hidden',
+      # Third-party headers are system headers: their warnings are not ours.
+      '-isystem<(node_root_dir)/include/node',
+      '-isystem<(nan_dir)',
+    ],
+    'conditions': [['kiv_dev==1', {'cflags': ['-Werror']}]],
+    'configurations': {
+      'Release': {'cflags': ['-O2', '-g']},
+      # The debug build is the sanitizer build.
+      'Debug': {
+        'cflags': ['-O1', '-g', '-fno-omit-frame-pointer', '-fsanitize=address,undefined'],
+        'ldflags': ['-fsanitize=address,undefined'],
+      },
+    },
+  },
+  'targets': [
+    {
+      'target_name': 'kiv_native',
+      # The order is the order of the load-time initialisers.
+      'sources': [
+        'src/cpp/addon.cpp',
+        'src/cpp/logging.cpp',
+        'src/cpp/arguments.cpp',
+        'src/cpp/host_utils.cpp',
+        'src/cpp/js_callback.cpp',
+        'src/cpp/snap_calls.cpp',
+        'src/cpp/snap_result.cpp',
+        'src/cpp/uv_handles.cpp',
+        'src/cpp/linux/desktop_session_agent_linux.cpp',
+        'src/cpp/linux/active_window.cpp',
+        'src/cpp/linux/byte_sink.cpp',
+        'src/cpp/linux/capture.cpp',
+        'src/cpp/linux/gdk_capture.cpp',
+        'src/cpp/linux/image_encoder.cpp',
+        'src/cpp/linux/input_activity.cpp',
+        'src/cpp/linux/interval_timer.cpp',
+        'src/cpp/linux/lock_watcher.cpp',
+        'src/cpp/linux/session_bus.cpp',
+        'src/cpp/linux/x_connection.cpp',
+        'src/cpp/linux/x_error_guard.cpp',
+        'src/cpp/linux/tools_x11_linux.cpp',
+      ],
+      # The oldest releases that are supported; newer calls warn, later deprecations do not.
+      'defines': [
+        'GDK_VERSION_MIN_REQUIRED=GDK_VERSION_3_18', 'GDK_VERSION_MAX_ALLOWED=GDK_VERSION_3_18',
+        'GLIB_VERSION_MIN_REQUIRED=GLIB_VERSION_2_46', 'GLIB_VERSION_MAX_ALLOWED=GLIB_VERSION_2_46',
+      ],
+      'cflags': ['<!@(pkg-config --cflags-only-I <(module_libs) | sed s/-I/-isystem/g)'],
+      'libraries': ['<!@(pkg-config --libs <(module_libs))', '-ldl'],
+    },
+    {
+      'target_name': 'kiv_host_loop',
+      'sources': ['host/gtk_loop.cpp'],
+      'cflags': ['<!@(pkg-config --cflags-only-I gtk+-3.0 | sed s/-I/-isystem/g)'],
+      'libraries': ['<!@(pkg-config --libs gtk+-3.0)'],
+    },
+    {
+      'target_name': 'kiv_host_utils',
+      'sources': ['host/host_utils.cpp'],
+      'cflags': ['<!@(pkg-config --cflags-only-I glib-2.0 gio-2.0 | sed s/-I/-isystem/g)'],
+      'libraries': ['<!@(pkg-config --libs glib-2.0 gio-2.0)'],
+    },
+  ],
+  'conditions': [
+    ['kiv_dev==1', {
+      'targets': [
+        {
+          'target_name': 'x_client',
+          'sources': ['test/native/x_client.cpp'],
+          'cflags': ['<!@(pkg-config --cflags-only-I x11 xtst xi xscrnsaver | sed s/-I/-isystem/g)'],
+          'libraries': ['<!@(pkg-config --libs x11 xtst xi xscrnsaver)'],
+        },
+      ],
+    }],
+  ],
+}

@@ -1,0 +1,3 @@
+'use strict';
+
+module.exports = require('./build/Release/kiv_native.node');
