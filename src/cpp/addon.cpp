@@ -1,0 +1,74 @@
+#include "addon.h"
+
+#include "js_callback.h"
+#include "logging.h"
+#include "snap_calls.h"
+
+namespace kiv {
+
+namespace {
+
+void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> module, void* priv);
+
+}  // namespace
+
+NODE_MODULE(kiv_native, Setup)
+
+namespace {
+
+DesktopSessionAgent desktop_session_agent;
+
+void ReleaseRuntime() {
+  desktop_session_agent.OnRuntimeEnd();
+  LogMessage::Setup(nullptr);
+}
+
+void Init(const CallInfo& /*info*/) {
+  const EntryScope entry;
+  desktop_session_agent.Setup();
+}
+
+void Teardown(const CallInfo& /*info*/) {
+  const EntryScope entry;
+  desktop_session_agent.Teardown();
+}
+
+void IsWayland(const CallInfo& info) {
+  info.GetReturnValue().Set(desktop_session_agent.IsWayland());
+}
+
+void SetupLogger(const CallInfo& info) { LogMessage::Setup(FunctionArgument(info, 0)); }
+
+void GetProcessHandlesInfo(const CallInfo& info) {
+  const EntryScope entry;
+  const v8::Local<v8::Object> result = Nan::New<v8::Object>();
+  const auto pid = IntegerArgument(info, 0);
+  if (!pid) return;
+  const ProcessHandlesInfo* counts =
+      desktop_session_agent.GetProcessHandlesInfo(static_cast<unsigned long>(*pid));
+  const auto set = [&](const char* key, uint64_t ProcessHandlesInfo::*count) {
+    v8::Local<v8::Value> value = Nan::Null();
+    if (counts) value = Nan::New(static_cast<double>(counts->*count));
+    Nan::Set(result, Nan::New(key).ToLocalChecked(), value);
+  };
+  set("handleCount", &ProcessHandlesInfo::handles);
+  set("gdiObjectCount", &ProcessHandlesInfo::gdi_objects);
+  set("guiUserObjectCount", &ProcessHandlesInfo::gui_user_objects);
+  info.GetReturnValue().Set(result);
+}
+
+void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
+  OnModuleRegistered(ReleaseRuntime);
+  Nan::SetMethod(exports, "init", Init);
+  Nan::SetMethod(exports, "getProcessHandlesInfo", GetProcessHandlesInfo);
+  Nan::SetMethod(exports, "getScreenSnap", GetScreenSnap);
+  Nan::SetMethod(exports, "setupLogger", SetupLogger);
+  Nan::SetMethod(exports, "isWayland", IsWayland);
+  Nan::SetMethod(exports, "teardown", Teardown);
+}
+
+}  // namespace
+
+DesktopSessionAgent& Agent() { return desktop_session_agent; }
+
+}  // namespace kiv

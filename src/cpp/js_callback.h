@@ -1,0 +1,73 @@
+#ifndef SRC_CPP_JS_CALLBACK_H_
+#define SRC_CPP_JS_CALLBACK_H_
+
+#include <nan.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace kiv {
+
+// The one door into JavaScript, and what has to be told about the runtime's life.
+
+// Remembers the runtime; called once by the register function. `release` runs while the isolate is
+// still alive and must let go of every persistent handle.
+void OnModuleRegistered(void (*release)());
+
+// A callback that owns `value`; empty when it is not a function.
+std::unique_ptr<Nan::Callback> MakeCallback(v8::Local<v8::Value> value);
+
+// Bytes taken as UTF-8; invalid sequences become replacement characters, NULs are kept.
+v8::Local<v8::String> ToJsString(const std::string& bytes);
+
+// Handles and a context for a call that may start outside of JavaScript. Nothing may be made or
+// called when it is not usable(): the runtime is going away.
+class JsScope {
+ public:
+  JsScope();
+  ~JsScope();
+  JsScope(const JsScope&) = delete;
+  JsScope& operator=(const JsScope&) = delete;
+
+  bool usable() const { return usable_; }
+
+  // Calls with the global object as receiver, or with `receiver`. The callback may be replaced or
+  // deleted by the call itself. An exception is handed to the host exactly once: inside an exported
+  // function when that function returns, otherwise as an uncaught exception at once. After the call
+  // anything may have happened, teardown included.
+  void Call(const Nan::Callback& callback, int argc, v8::Local<v8::Value>* argv);
+  void Call(v8::Local<v8::Function> function, v8::Local<v8::Object> receiver, int argc,
+            v8::Local<v8::Value>* argv);
+
+ private:
+  std::optional<Nan::HandleScope> handles_;
+  v8::Local<v8::Context> entered_;
+  bool usable_ = false;
+};
+
+// First object of every exported function. An exception raised below it, by a conversion or by a
+// callback of the host, waits until the function has finished its steps; the first one is thrown.
+class EntryScope {
+ public:
+  EntryScope();
+  ~EntryScope();
+  EntryScope(const EntryScope&) = delete;
+  EntryScope& operator=(const EntryScope&) = delete;
+
+  // Keeps an exception that a callback raised; the runtime goes on without it.
+  void Hold(v8::Local<v8::Value> exception);
+
+  // The innermost exported function under way, or null.
+  static EntryScope* Current();
+
+ private:
+  Nan::HandleScope handles_;
+  Nan::TryCatch pending_;
+  Nan::Global<v8::Value> held_;
+  EntryScope* outer_;
+};
+
+}  // namespace kiv
+
+#endif  // SRC_CPP_JS_CALLBACK_H_

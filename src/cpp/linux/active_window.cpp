@@ -1,0 +1,114 @@
+#include "active_window.h"
+
+#include <X11/Xlib.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "../log_request_ids.h"
+#include "../logging.h"
+#include "desktop_session_agent_linux.h"
+#include "input_activity.h"
+#include "tools_x11_linux.h"
+#include "x_error_guard.h"
+
+namespace kiv {
+
+namespace {
+
+constexpr char kUndefined[] = "Undefined";
+
+// Lines are kept until the X error guard is gone: emitting one may enter JavaScript.
+using LogLines = std::vector<std::string>;
+
+template <typename... Values>
+void AddLine(LogLines* lines, const char* id, Values... values) {
+  std::string line(id);
+  ((line += ":", line += std::to_string(values)), ...);
+  lines->push_back(std::move(line));
+}
+
+std::optional<Window> ReadActiveWindow(DesktopSessionData* data, Window root, LogLines* lines) {
+  const auto active = tools_x11::read_property(data->display, root, data->atom_net_active_window);
+  if (active.status != Success) {
+    AddLine(lines, kLoggingRequestId_ActiveTaskInfoStatusError);
+    return std::nullopt;
+  }
+  if (active.count == 0) {
+    AddLine(lines, kLoggingRequestId_ActiveTaskInfoCountError);
+    return std::nullopt;
+  }
+  if (!active.data) {
+    AddLine(lines, kLoggingRequestId_ActiveTaskInfoValuesError);
+    return std::nullopt;
+  }
+  if (active.format != 32 || active.count != 1) {
+    AddLine(lines, kLoggingRequestId_FetchActiveTaskInfo_XGetWindowProperty1r4, active.format,
+            active.count);
+  }
+  return active.FirstItem();
+}
+
+// The command line as the kernel shows it: arguments separated and ended by NULs.
+std::optional<std::string> ReadCommandLine(int32_t pid) {
+  char path[128];
+  std::snprintf(path, sizeof path, "/proc/%d/cmdline", pid);
+  std::ifstream file(path);
+  if (!file.is_open()) return std::nullopt;
+  std::string line;
+  std::getline(file, line);
+  const size_t last = line.find_last_not_of(" \t\n");
+  if (last != std::string::npos) line.erase(last + 1);
+  return line;
+}
+
+void ReadProcess(DesktopSessionData* data, Window window, LogLines* lines) {
+  const auto pid = tools_x11::read_property(data->display, window, data->atom_net_wm_pid);
+  if (pid.status != Success) return;
+  if (pid.format != 32 || pid.count != 1) {
+    AddLine(lines, kLoggingRequestId_FetchActiveTaskInfo_XGetWindowProperty2r1, pid.format,
+            pid.count);
+  }
+  if (!pid.data) return;
+  auto command_line = ReadCommandLine(static_cast<int32_t>(pid.FirstItem()));
+  if (command_line) data->snap.activeProcessName = std::move(*command_line);
+}
+
+void ReadTitle(DesktopSessionData* data, Window window, LogLines* lines) {
+  auto title = tools_x11::read_property(data->display, window, data->atom_net_wm_name);
+  if (title.status != Success) {
+    title = tools_x11::read_property(data->display, window, data->atom_wm_name);
+    if (title.status != Success) return;
+  }
+  if (title.format != 8) {
+    AddLine(lines, kLoggingRequestId_FetchActiveTaskInfo_XGetWindowProperty4r1, title.format);
+  }
+  if (title.data) data->snap.activeWindowTitle = title.CString();
+}
+
+}  // namespace
+
+void FetchActiveTaskInfo(DesktopSessionData* data) {
+  data->snap.activeWindowTitle = kUndefined;
+  data->snap.activeProcessName = kUndefined;
+  if (!data->HasDisplay()) return;
+  LogLines lines;
+  {
+    // The active window may die between any two of these requests.
+    const XErrorGuard guard(data->display);
+    const auto window = ReadActiveWindow(data, DefaultRootWindow(data->display), &lines);
+    if (window) {
+      ReadProcess(data, *window, &lines);
+      ReadTitle(data, *window, &lines);
+    }
+  }
+  AfterRoundTrip(data);
+  for (const std::string& line : lines) LogMessage(LogMessage::warn).stream() << line;
+}
+
+}  // namespace kiv

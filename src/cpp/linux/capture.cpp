@@ -1,0 +1,63 @@
+// Whole-desktop and active-display snapshots.
+
+#include "../screen_snap.h"
+#include "active_window.h"
+#include "desktop_session_agent_linux.h"
+#include "gdk_capture.h"
+#include "glib_ptr.h"
+#include "image_encoder.h"
+
+namespace kiv {
+
+namespace {
+
+constexpr uint32_t kMaxWidth = 1920;
+constexpr uint32_t kMaxHeight = 1080;
+
+// Fits the record's size into the limit, width first; true when it had to change.
+bool LimitSize(ScreenSnap* snap) {
+  bool reduced = false;
+  if (snap->width > kMaxWidth) {
+    snap->height = snap->height * kMaxWidth / snap->width;
+    snap->width = kMaxWidth;
+    reduced = true;
+  }
+  if (snap->height > kMaxHeight) {
+    snap->width = snap->width * kMaxHeight / snap->height;
+    snap->height = kMaxHeight;
+    reduced = true;
+  }
+  return reduced;
+}
+
+ScreenSnap* Finish(ScreenSnap* snap, const GObjectPtr<GdkPixbuf>& pixbuf, bool jpeg,
+                   bool limit_size) {
+  snap->width = 0;
+  snap->height = 0;
+  if (!pixbuf) return snap;
+  snap->width = static_cast<uint32_t>(gdk_pixbuf_get_width(pixbuf.get()));
+  snap->height = static_cast<uint32_t>(gdk_pixbuf_get_height(pixbuf.get()));
+  const bool reduced = limit_size && LimitSize(snap);
+  FetchPixbufImage(*snap, pixbuf.get(), snap->width, snap->height, jpeg, reduced);
+  return snap;
+}
+
+}  // namespace
+
+ScreenSnap* DesktopSessionAgent::SnapWholeDesktop(bool jpeg, bool limit_size) {
+  data_.define_session_type();
+  FetchActiveTaskInfo(&data_);
+  GObjectPtr<GdkPixbuf> pixbuf;
+  if (data_.is_x11) pixbuf = CaptureRoot(DesktopArea());
+  return Finish(&data_.snap, pixbuf, jpeg, limit_size);
+}
+
+ScreenSnap* DesktopSessionAgent::SnapActiveDisplay(bool jpeg, bool limit_size) {
+  data_.define_session_type();
+  FetchActiveTaskInfo(&data_);
+  GObjectPtr<GdkPixbuf> pixbuf;
+  if (data_.is_x11) pixbuf = CaptureRoot(ActiveDisplayArea());
+  return Finish(&data_.snap, pixbuf, jpeg, limit_size);
+}
+
+}  // namespace kiv

@@ -1,0 +1,90 @@
+#include "desktop_session_agent_linux.h"
+
+#include <nan.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "input_activity.h"
+#include "interval_timer.h"
+#include "lock_watcher.h"
+#include "x_connection.h"
+
+namespace kiv {
+
+DesktopSessionData::DesktopSessionData() { define_session_type(); }
+
+// Nothing is stopped here: either the runtime's end has released everything, or the process is
+// leaving without it and the kernel does.
+DesktopSessionData::~DesktopSessionData() = default;
+
+void DesktopSessionData::define_session_type() {
+  if (is_x11 || is_wayland) return;
+  const char* type = std::getenv("XDG_SESSION_TYPE");
+  is_x11 = !type || std::strcmp(type, "x11") == 0;
+  is_wayland = !is_x11;
+}
+
+void DesktopSessionData::Shutdown() {
+  if (dbus_subscribed) CloseSessionBus(this);
+  ReleaseSubscriptionsAndPolls();
+}
+
+void DesktopSessionData::ReleaseSubscriptionsAndPolls() {
+  UnsubscribeLockSignals(this);
+  StopInputPoll(this);
+  StopTimerPoll(this);
+}
+
+void DesktopSessionData::ReleaseTimerAndDisplay() {
+  StopInputPoll(this);
+  StopTimerPoll(this);
+  if (timer_fd >= 0) {
+    close(timer_fd);
+    timer_fd = -1;
+  }
+  CloseXConnection(this);
+}
+
+DesktopSessionAgent::DesktopSessionAgent() { uv_mutex_init(&mutex_); }
+
+DesktopSessionAgent::~DesktopSessionAgent() { uv_mutex_destroy(&mutex_); }
+
+int DesktopSessionAgent::Setup() {
+  data_.ReleaseSubscriptionsAndPolls();
+  data_.ReleaseTimerAndDisplay();
+  return Connect();
+}
+
+int DesktopSessionAgent::Connect() {
+  data_.agent = this;
+  SubscribeLockSignals(&data_);
+
+  if (!OpenXConnection(&data_)) return 1;
+  data_.timer_fd = timerfd_create(CLOCK_REALTIME, 0);
+  if (data_.timer_fd == -1) return 1;
+  SelectRawInput(data_.display);
+  InternAtoms(&data_);
+  if (!StartInputPoll(&data_)) return 1;
+  if (!StartTimerPoll(&data_)) return 1;
+  return 0;
+}
+
+void DesktopSessionAgent::Teardown() {
+  data_.ReleaseTimerAndDisplay();
+  data_.Shutdown();
+}
+
+void DesktopSessionAgent::OnRuntimeEnd() {
+  data_.ReleaseSubscriptionsAndPolls();
+  data_.ReleaseTimerAndDisplay();
+  data_.interval_callback.reset();
+}
+
+const ProcessHandlesInfo* DesktopSessionAgent::GetProcessHandlesInfo(unsigned long /*pid*/) const {
+  return nullptr;
+}
+
+}  // namespace kiv

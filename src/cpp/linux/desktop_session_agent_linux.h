@@ -1,0 +1,127 @@
+#ifndef SRC_CPP_LINUX_DESKTOP_SESSION_AGENT_LINUX_H_
+#define SRC_CPP_LINUX_DESKTOP_SESSION_AGENT_LINUX_H_
+
+#include <uv.h>
+
+#include <cstdint>
+#include <memory>
+
+#include "../screen_snap.h"
+#include "../uv_handles.h"
+
+struct _GDBusConnection;
+struct _GVariant;
+struct _XDisplay;
+
+namespace Nan {
+class Callback;
+}
+
+namespace kiv {
+
+class DesktopSessionAgent;
+class ScreenLockMonitor;
+
+// Seconds, where they are known.
+struct OptionalSeconds {
+  bool set = false;
+  uint32_t value = 0;
+};
+
+struct ProcessHandlesInfo {
+  uint64_t handles;
+  uint64_t gdi_objects;
+  uint64_t gui_user_objects;
+};
+
+// The agent's state. Its fields are read and written by the operations of this folder, all on the
+// main thread. Counters, the snapshot and the interval callback outlive a teardown.
+struct DesktopSessionData {
+  uint64_t keyboard_activity = 0;  // raw key presses since load
+  uint64_t mouse_activity = 0;     // raw button presses since load, wheel bursts counted once
+  OptionalSeconds last_input;
+  OptionalSeconds last_key_press;    // never known on this platform
+  OptionalSeconds last_mouse_click;  // never known on this platform
+  OptionalSeconds last_mouse_move;   // never known on this platform
+  ScreenSnap snap;
+  std::unique_ptr<Nan::Callback> interval_callback;
+  bool is_x11 = false;
+  _XDisplay* display = nullptr;  // the agent's own connection
+  bool display_lost = false;     // the server is gone; `display` only waits to be closed
+  unsigned long atom_net_active_window = 0;
+  unsigned long atom_net_wm_pid = 0;
+  unsigned long atom_net_wm_name = 0;
+  unsigned long atom_wm_name = 0;  // "_WM_NAME", not the older "WM_NAME"
+  int xi_opcode = 0;
+  int timer_fd = -1;
+  bool wheel_seen = false;
+  uint64_t last_wheel_time = 0;  // nanoseconds of uv_hrtime
+  UvPoll x_poll;
+  UvWake x_wake;  // for events that a round trip left in Xlib's queue
+  UvPoll timer_poll;
+  bool is_wayland = false;          // any session that is not X11
+  _GDBusConnection* bus = nullptr;  // one reference while subscribed
+  DesktopSessionAgent* agent = nullptr;
+  bool dbus_subscribed = false;
+  unsigned subscription_ids[4] = {};
+  bool x_poll_active = false;
+  bool timer_poll_active = false;
+
+  DesktopSessionData();
+  ~DesktopSessionData();
+  DesktopSessionData(const DesktopSessionData&) = delete;
+  DesktopSessionData& operator=(const DesktopSessionData&) = delete;
+
+  // Decides is_x11 or is_wayland from the environment, once.
+  void define_session_type();
+  // Removes the lock subscriptions, closes the session bus connection and stops the polls.
+  void Shutdown();
+  // The same without closing the connection, which the host may share.
+  void ReleaseSubscriptionsAndPolls();
+  // Closes the timer descriptor and the X connection with their polls.
+  void ReleaseTimerAndDisplay();
+  // A lock signal on the session bus; user_data is the agent.
+  static void OnDBusSignalReceived(_GDBusConnection* connection, const char* sender_name,
+                                   const char* object_path, const char* interface_name,
+                                   const char* signal_name, _GVariant* parameters, void* user_data);
+  bool HasDisplay() const { return display && !display_lost; }
+};
+
+// The module's one tie to the desktop session. Every operation runs on the main thread. Failures
+// show in results: no operation throws.
+class DesktopSessionAgent {
+ public:
+  DesktopSessionAgent();
+  ~DesktopSessionAgent();
+  DesktopSessionAgent(const DesktopSessionAgent&) = delete;
+  DesktopSessionAgent& operator=(const DesktopSessionAgent&) = delete;
+
+  // Releases what an earlier call made, then connects. 0, or 1 at the first step that fails; what
+  // was made until then works and is released by Teardown.
+  int Setup();
+  // May be called at any time and any number of times.
+  void Teardown();
+  // Lets go of everything that needs the runtime or its loop, at the runtime's end.
+  void OnRuntimeEnd();
+
+  bool IsWayland() const { return data_.is_wayland; }
+  // Null: not known on this platform.
+  const ProcessHandlesInfo* GetProcessHandlesInfo(unsigned long pid) const;
+
+  // Take a picture into the record and return it; width 0 and height 0 when there is none. With
+  // limit_size the picture is made to fit 1920 x 1080.
+  ScreenSnap* SnapWholeDesktop(bool jpeg, bool limit_size);
+  ScreenSnap* SnapActiveDisplay(bool jpeg, bool limit_size);
+
+  bool snap_ready_ = true;  // no selection is pending; guarded by mutex_
+  uv_mutex_t mutex_;
+  DesktopSessionData data_;
+  ScreenLockMonitor* screen_lock_monitor_ = nullptr;  // owned by its JavaScript object
+
+ private:
+  int Connect();
+};
+
+}  // namespace kiv
+
+#endif  // SRC_CPP_LINUX_DESKTOP_SESSION_AGENT_LINUX_H_

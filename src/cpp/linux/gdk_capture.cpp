@@ -1,0 +1,61 @@
+#include "gdk_capture.h"
+
+#include <gdk/gdkx.h>
+
+namespace kiv {
+
+namespace {
+
+// Windows die and monitors change between two of GDK's requests; its own handler would end the
+// process.
+class GdkErrorTrap {
+ public:
+  GdkErrorTrap() { gdk_error_trap_push(); }
+  ~GdkErrorTrap() { gdk_error_trap_pop_ignored(); }
+  GdkErrorTrap(const GdkErrorTrap&) = delete;
+  GdkErrorTrap& operator=(const GdkErrorTrap&) = delete;
+};
+
+// GDK's default root window, or null where it has none that X could give a picture of.
+GdkWindow* UsableRoot() {
+  GdkDisplay* display = gdk_display_get_default();
+  if (!display || !GDK_IS_X11_DISPLAY(display) || gdk_display_is_closed(display)) return nullptr;
+  return gdk_get_default_root_window();
+}
+
+GdkRectangle AreaOf(GdkWindow* root) {
+  GdkRectangle area = {0, 0, gdk_window_get_width(root), gdk_window_get_height(root)};
+  gdk_window_get_origin(root, &area.x, &area.y);
+  return area;
+}
+
+}  // namespace
+
+GdkRectangle DesktopArea() {
+  GdkWindow* root = UsableRoot();
+  if (!root) return {};
+  const GdkErrorTrap trap;
+  return AreaOf(root);
+}
+
+GdkRectangle ActiveDisplayArea() {
+  GdkWindow* root = UsableRoot();
+  if (!root) return {};
+  const GdkErrorTrap trap;
+  GdkScreen* screen = gdk_window_get_screen(root);
+  const auto active = AdoptGObject(gdk_screen_get_active_window(screen));
+  if (!active) return AreaOf(root);
+  GdkRectangle area = {};
+  gdk_screen_get_monitor_geometry(screen, gdk_screen_get_monitor_at_window(screen, active.get()),
+                                  &area);
+  return area;
+}
+
+GObjectPtr<GdkPixbuf> CaptureRoot(const GdkRectangle& area) {
+  GdkWindow* root = UsableRoot();
+  if (!root || area.width <= 0 || area.height <= 0) return nullptr;
+  const GdkErrorTrap trap;
+  return AdoptGObject(gdk_pixbuf_get_from_window(root, area.x, area.y, area.width, area.height));
+}
+
+}  // namespace kiv

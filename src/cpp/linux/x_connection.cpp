@@ -1,0 +1,68 @@
+#include "x_connection.h"
+
+#include <X11/Xlib.h>
+#include <dlfcn.h>
+
+#include "desktop_session_agent_linux.h"
+
+namespace kiv {
+
+namespace {
+
+// XIOErrorExitHandler's type, spelled out for headers older than libX11 1.7.
+using ExitHandler = void (*)(Display*, void*);
+using SetExitHandler = void (*)(Display*, ExitHandler, void*);
+
+Display* watched_display = nullptr;
+XIOErrorHandler previous_io_handler = nullptr;
+
+SetExitHandler FindSetExitHandler() {
+  return reinterpret_cast<SetExitHandler>(dlsym(RTLD_DEFAULT, "XSetIOErrorExitHandler"));
+}
+
+// GDK's handler ends the process before libX11 asks the connection's exit handler, so ours stands
+// before it and answers for our connection only.
+int OnIoError(Display* display) {
+  if (display == watched_display) return 0;
+  return previous_io_handler ? previous_io_handler(display) : 0;
+}
+
+void OnConnectionLost(Display* /*display*/, void* lost) { *static_cast<bool*>(lost) = true; }
+
+}  // namespace
+
+bool OpenXConnection(DesktopSessionData* data) {
+  data->display_lost = false;
+  data->display = XOpenDisplay(nullptr);
+  if (!data->display) return false;
+  if (const SetExitHandler set_exit_handler = FindSetExitHandler()) {
+    set_exit_handler(data->display, OnConnectionLost, &data->display_lost);
+    watched_display = data->display;
+    previous_io_handler = XSetIOErrorHandler(OnIoError);
+  }
+  int event_base = 0;
+  int error_base = 0;
+  return XQueryExtension(data->display, "XInputExtension", &data->xi_opcode, &event_base,
+                         &error_base) == True;
+}
+
+void CloseXConnection(DesktopSessionData* data) {
+  if (!data->display) return;
+  XCloseDisplay(data->display);
+  const bool watched = data->display == watched_display;
+  data->display = nullptr;
+  if (!watched) return;
+  watched_display = nullptr;
+  const XIOErrorHandler current = XSetIOErrorHandler(previous_io_handler);
+  // Somebody put a handler before ours meanwhile; it stays.
+  if (current != OnIoError) XSetIOErrorHandler(current);
+}
+
+void InternAtoms(DesktopSessionData* data) {
+  data->atom_net_wm_pid = XInternAtom(data->display, "_NET_WM_PID", False);
+  data->atom_net_wm_name = XInternAtom(data->display, "_NET_WM_NAME", False);
+  data->atom_wm_name = XInternAtom(data->display, "_WM_NAME", False);
+  data->atom_net_active_window = XInternAtom(data->display, "_NET_ACTIVE_WINDOW", False);
+}
+
+}  // namespace kiv

@@ -1,0 +1,21 @@
+#ifndef SRC_CPP_LOG_REQUEST_IDS_H_
+#define SRC_CPP_LOG_REQUEST_IDS_H_
+
+namespace kiv {
+
+// The fixed text that each kind of log message begins with. A value follows after ":", except where
+// the text itself ends with ":" or ": ". The spellings are part of the interface.
+constexpr char kLoggingRequestId_SessionBusSignal[] = "Session: screen lock changed";
+constexpr char kLoggingRequestId_ActiveTaskInfoValuesError[] = "Get Active Task info: v-error";
+constexpr char kLoggingRequestId_ActiveTaskInfoCountError[] = "Get Active Task info: c-error";
+constexpr char kLoggingRequestId_ActiveTaskInfoStatusError[] = "Get Active Task info: s-error";
+constexpr char kLoggingRequestId_FetchActiveTaskInfo_XGetWindowProperty1r4[] = "XGetWP1r4";
+constexpr char kLoggingRequestId_FetchActiveTaskInfo_XGetWindowProperty2r1[] = "XGetWP2r1";
+constexpr char kLoggingRequestId_FetchActiveTaskInfo_XGetWindowProperty4r1[] = "XGetWP4r1";
+constexpr char kLoggingRequestId_SnapDesktopError[] = "Snap desktop error";
+constexpr char kLoggingRequestId_SnapDisplayError[] = "Snap display error";
+constexpr char kLoggingRequestId_FetchImageError[] = "Fetch image error";
+
+}  // namespace kiv
+
+#endif  // SRC_CPP_LOG_REQUEST_IDS_H_

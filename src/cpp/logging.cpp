@@ -1,0 +1,39 @@
+#include "logging.h"
+
+#include <iostream>
+#include <locale>
+#include <utility>
+
+#include "js_callback.h"
+
+namespace kiv {
+
+const std::string LogMessage::trace("trace");
+const std::string LogMessage::debug("debug");
+const std::string LogMessage::info("info");
+const std::string LogMessage::warn("warn");
+const std::string LogMessage::error("error");
+
+std::unique_ptr<Nan::Callback> LogMessage::logger_;
+
+void LogMessage::Setup(std::unique_ptr<Nan::Callback> logger) { logger_ = std::move(logger); }
+
+LogMessage::LogMessage(const std::string& level) : level_(level), stream_(std::ios_base::out) {
+  // The host's global locale must not group the digits of a number.
+  stream_.imbue(std::locale::classic());
+}
+
+LogMessage::~LogMessage() {
+  const std::string text = stream_.str();
+  if (logger_) {
+    JsScope scope;
+    if (scope.usable()) {
+      v8::Local<v8::Value> argv[] = {ToJsString(level_), ToJsString(text)};
+      scope.Call(*logger_, 2, argv);
+      return;
+    }
+  }
+  std::cerr << "[" << level_ << "] " << text << "\n" << std::flush;
+}
+
+}  // namespace kiv

@@ -1,0 +1,41 @@
+#ifndef SRC_CPP_SCREEN_SNAP_H_
+#define SRC_CPP_SCREEN_SNAP_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace kiv {
+
+// One snapshot: the encoded picture, its thumbnail and what was active when it was taken.
+// The agent owns the only record; every capture fills it. Both blocks are empty whenever an
+// encoding starts, so whoever consumes a snapshot takes both out.
+struct ScreenSnap {
+  // A block of exactly `size` bytes from one array-new; null when empty.
+  struct image_data {
+    std::unique_ptr<unsigned char[]> buffer;
+    size_t size = 0;
+
+    // Frees a block that a JavaScript buffer has taken over; null is allowed.
+    static void free_callback(char* data, void* /*hint*/) {
+      delete[] reinterpret_cast<unsigned char*>(data);
+    }
+    void Clear() {
+      buffer.reset();
+      size = 0;
+    }
+  };
+
+  std::string filename;           // "screen.jpg" or "screen.png"
+  std::string activeWindowTitle;  // bytes as the window gave them, or "Undefined"
+  std::string activeProcessName;  // command line with its NUL separators, or "Undefined"
+  uint32_t width = 0;             // pixels of the encoded picture; 0 when there is none
+  uint32_t height = 0;
+  image_data image;
+  image_data thumbnail;
+};
+
+}  // namespace kiv
+
+#endif  // SRC_CPP_SCREEN_SNAP_H_

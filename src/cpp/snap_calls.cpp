@@ -1,0 +1,111 @@
+#include "snap_calls.h"
+
+#include <exception>
+#include <optional>
+#include <string>
+
+#include "addon.h"
+#include "host_utils.h"
+#include "js_callback.h"
+#include "snap_result.h"
+
+namespace kiv {
+
+namespace {
+
+constexpr char kSnapTypeDesktop[] = "desktop";
+constexpr char kSnapTypeDisplay[] = "display";
+constexpr char kScreenPrefix[] = "Screen";
+constexpr char kThumbnailSuffix[] = "_Thumbnail";
+constexpr char kSnapImageTypeJpeg[] = ".jpg";
+constexpr char kSnapImageTypePNG[] = ".png";
+constexpr char kInvalidSyncType[] = "Invalid snap type. Pass either \"desktop\", or \"display\".";
+
+HostUtils kivo_helper;
+
+struct SavedFiles {
+  std::string image;
+  std::string thumbnail;
+  std::string hash;
+};
+
+// Writes both pictures through the host; nothing when a write failed. Files that were written stay.
+std::optional<SavedFiles> SaveFiles(const ScreenSnap& snap, std::string folder, bool jpeg) {
+  const char* extension = jpeg ? kSnapImageTypeJpeg : kSnapImageTypePNG;
+  std::string guid;
+  kivo_helper.create_guid(guid);
+  kivo_helper.normalize_and_create_path(folder);
+  SavedFiles files;
+  const std::string stem = folder + kScreenPrefix + guid;
+  files.image = stem + extension;
+  files.thumbnail = stem + kThumbnailSuffix + extension;
+  const ScreenSnap::image_data& image = snap.image;
+  const ScreenSnap::image_data& thumbnail = snap.thumbnail;
+  if (!kivo_helper.write_file(files.image, image.buffer.get(), image.size)) return std::nullopt;
+  if (!kivo_helper.write_file(files.thumbnail, thumbnail.buffer.get(), thumbnail.size)) {
+    return std::nullopt;
+  }
+  kivo_helper.create_sha256_hash(files.hash, image.buffer.get(), image.size);
+  return files;
+}
+
+// The host's functions are somebody else's code: what they throw counts as a failed write.
+std::optional<SavedFiles> TrySaveFiles(const ScreenSnap& snap, const std::string& folder,
+                                       bool jpeg) {
+  try {
+    return SaveFiles(snap, folder, jpeg);
+  } catch (...) {
+    return std::nullopt;
+  }
+}
+
+// Empties the record's blocks on every way out of a call.
+class BlockGuard {
+ public:
+  explicit BlockGuard(ScreenSnap* snap) : snap_(snap) {}
+  ~BlockGuard() {
+    snap_->image.Clear();
+    snap_->thumbnail.Clear();
+  }
+  BlockGuard(const BlockGuard&) = delete;
+  BlockGuard& operator=(const BlockGuard&) = delete;
+
+ private:
+  ScreenSnap* snap_;
+};
+
+}  // namespace
+
+void GetScreenSnap(const CallInfo& info) {
+  const EntryScope entry;
+  const auto type = StringArgument(info, 0);
+  if (!type) return;
+  const bool jpeg = BooleanArgument(info, 1);
+  const bool desktop = *type == kSnapTypeDesktop;
+  if (!desktop && *type != kSnapTypeDisplay) return Nan::ThrowError(kInvalidSyncType);
+
+  // Converted before the capture: a conversion that throws must leave nothing captured.
+  std::optional<std::string> folder;
+  if (info.Length() >= 3 && kivo_helper.Available()) {
+    folder = StringArgument(info, 2);
+    if (!folder) return;
+  }
+  ScreenSnap* snap =
+      desktop ? Agent().SnapWholeDesktop(jpeg, true) : Agent().SnapActiveDisplay(jpeg, true);
+  const BlockGuard blocks(snap);
+
+  const v8::Local<v8::Object> result = Nan::New<v8::Object>();
+  std::optional<SavedFiles> files;
+  if (folder && !folder->empty()) files = TrySaveFiles(*snap, *folder, jpeg);
+  if (files) {
+    SetText(result, "ScreenFullPath", files->image);
+    SetText(result, "ThumbnailFullPath", files->thumbnail);
+    SetText(result, "screen_hash", files->hash);
+  } else {
+    SetPictures(result, snap);
+  }
+  SetDescription(result, *snap);
+  info.GetReturnValue().Set(result);
+}
+
+}  // namespace kiv

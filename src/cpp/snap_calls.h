@@ -1,0 +1,13 @@
+#ifndef SRC_CPP_SNAP_CALLS_H_
+#define SRC_CPP_SNAP_CALLS_H_
+
+#include "arguments.h"
+
+namespace kiv {
+
+// getScreenSnap(type, jpeg, folder)
+void GetScreenSnap(const CallInfo& info);
+
+}  // namespace kiv
+
+#endif  // SRC_CPP_SNAP_CALLS_H_
