@@ -8,7 +8,7 @@
   'target_defaults': {
     'cflags_cc!': ['-std=gnu++0x', '-std=gnu++1y', '-std=gnu++14', '-std=gnu++17', '-std=gnu++20',
                    '-fno-rtti', '-fno-exceptions'],
-    'cflags_cc+': ['-std=c++20'],
+    'cflags_cc': ['-std=c++20'],
     'cflags': [
       '-Wall', '-Wextra', '-Wpedantic', '-fvisibility=hidden',
       # Third-party headers are system headers: their warnings are not ours.
@@ -76,6 +76,25 @@
   'conditions': [
     ['kiv_dev==1', {
       'targets': [
+        {
+          # Internals of the module that no export reaches, for the tests.
+          'target_name': 'kiv_internals',
+          'sources': [
+            'test/native/internals.cpp',
+            'src/cpp/logging.cpp',
+            'src/cpp/js_callback.cpp',
+            'src/cpp/linux/byte_sink.cpp',
+            'src/cpp/linux/image_encoder.cpp',
+          ],
+          'cflags': ['<!@(pkg-config --cflags-only-I <(module_libs) | sed s/-I/-isystem/g)'],
+          'libraries': ['<!@(pkg-config --libs <(module_libs))', '-ldl'],
+        },
+        {
+          'target_name': 'bench_floor',
+          'sources': ['bench/native/floor.cpp'],
+          'cflags': ['<!@(pkg-config --cflags-only-I gtk+-3.0 | sed s/-I/-isystem/g)'],
+          'libraries': ['<!@(pkg-config --libs gtk+-3.0)'],
+        },
         {
           'target_name': 'x_client',
           'sources': ['test/native/x_client.cpp'],

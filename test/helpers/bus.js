@@ -1,0 +1,41 @@
+'use strict';
+
+const fs = require('fs');
+const os = require('os');
+const path = require('path');
+const { start, untilReady } = require('./processes');
+
+// No service folders: nothing of the machine is started behind a test's back.
+const configuration = (socket) => `<!DOCTYPE busconfig PUBLIC
+  "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>session</type>
+  <listen>unix:path=${socket}</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow eavesdrop="true"/>
+    <allow own="*"/>
+  </policy>
+</busconfig>
+`;
+
+/** A message bus of its own. */
+async function startBus() {
+  const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'kiv-bus-'));
+  const file = path.join(folder, 'bus.conf');
+  fs.writeFileSync(file, configuration(path.join(folder, 'socket')));
+  const remove = () => fs.rmSync(folder, { recursive: true, force: true });
+  const args = [`--config-file=${file}`, '--print-address=3', '--nofork', '--nopidfile'];
+  const daemon = start('dbus-daemon', args, { stdio: ['ignore', 'pipe', 'pipe', 'pipe'] });
+  try {
+    const line = await untilReady(daemon, () => /^(.+)\n/.exec(daemon.text[3]), 'an address');
+    return { address: line[1], pid: daemon.pid, stop: () => daemon.stop().then(remove) };
+  } catch (error) {
+    remove();
+    throw error;
+  }
+}
+
+module.exports = { startBus };

@@ -1,0 +1,116 @@
+'use strict';
+
+const { execFileSync } = require('child_process');
+const fs = require('fs');
+const os = require('os');
+const path = require('path');
+const { baseEnv, start, untilReady } = require('./processes');
+
+const COMMON = ['-displayfd', '3', '-nolisten', 'tcp', '-noreset', '-ac'];
+
+async function startServer(command, args) {
+  const server = start(command, [...COMMON, ...args], { stdio: ['ignore', 'pipe', 'pipe', 'pipe'] });
+  const number = await untilReady(server, () => /^(\d+)\n/.exec(server.text[3]), 'a display number');
+  return { display: `:${number[1]}`, pid: server.pid, stop: server.stop };
+}
+
+/** An X server in memory on a free display number, one X screen for each size. */
+function startXvfb({ screens = ['1280x800x24'], extraArgs = [] } = {}) {
+  const sizes = screens.map((size, index) => ['-screen', String(index), size]);
+  return startServer('Xvfb', [...sizes.flat(), ...extraArgs]);
+}
+
+const monitorSection = (index) => `
+Section "Monitor"
+  Identifier "monitor${index}"
+  HorizSync 1-2000
+  VertRefresh 1-1000
+EndSection`;
+
+function dummyConfiguration(width, height, count) {
+  const used = [...Array(count).keys()];
+  const options = used.map((index) => `  Option "Monitor-DUMMY${index}" "monitor${index}"`);
+  return `
+Section "ServerFlags"
+  Option "AutoAddDevices" "false"
+  Option "AutoAddGPU" "false"
+  Option "DontVTSwitch" "true"
+EndSection
+${used.map(monitorSection).join('')}
+Section "Device"
+  Identifier "card"
+  Driver "dummy"
+  VideoRam 256000
+${options.join('\n')}
+EndSection
+Section "Screen"
+  Identifier "screen"
+  Device "card"
+  Monitor "monitor0"
+  DefaultDepth 24
+  SubSection "Display"
+    Depth 24
+    Virtual ${width} ${height}
+  EndSubSection
+EndSection
+`;
+}
+
+/** Lays out the monitors of a dummy server; may be called again for another layout. */
+function layOut(display, monitors) {
+  const env = { ...baseEnv(), DISPLAY: display };
+  const xrandr = (...args) => execFileSync('xrandr', args, { env, encoding: 'utf8', timeout: 10000 });
+  const before = xrandr();
+  const outputs = before.match(/^DUMMY\d+/gm) || [];
+  if (outputs.length < monitors.length) {
+    throw new Error(`the dummy driver offers ${outputs.length} outputs, not ${monitors.length}`);
+  }
+  const change = [];
+  monitors.forEach(({ width, height, x = 0, y = 0 }, index) => {
+    const mode = `${width}x${height}_kiv`;
+    if (!xrandr().includes(mode)) {
+      // The timings mean nothing to a driver without hardware, but must be plausible.
+      const timing = [width, width + 8, width + 40, width + 80, height, height + 3, height + 8, height + 16];
+      const clock = ((width + 80) * (height + 16) * 60) / 1e6;
+      xrandr('--newmode', mode, clock.toFixed(2), ...timing.map(String));
+    }
+    xrandr('--addmode', outputs[index], mode);
+    change.push('--output', outputs[index], '--mode', mode, '--pos', `${x}x${y}`);
+  });
+  outputs.slice(monitors.length).forEach((name) => change.push('--output', name, '--off'));
+  xrandr(...change);
+  const seen = xrandr('--listactivemonitors');
+  for (const { width, height, x = 0, y = 0 } of monitors) {
+    const wanted = new RegExp(` ${width}/\\d+x${height}/\\d+\\+${x}\\+${y} `);
+    if (!wanted.test(seen)) throw new Error(`the layout was not taken:\n${seen}`);
+  }
+}
+
+/** An Xorg with several monitors, which Xvfb cannot show. `layOut(monitors)` changes them live. */
+async function startXorgDummy({ monitors }) {
+  const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'kiv-xorg-'));
+  const file = path.join(folder, 'xorg.conf');
+  const width = Math.max(3840, ...monitors.map((one) => (one.x || 0) + one.width));
+  const height = Math.max(2160, ...monitors.map((one) => (one.y || 0) + one.height));
+  fs.writeFileSync(file, dummyConfiguration(width, height, monitors.length));
+  const remove = () => fs.rmSync(folder, { recursive: true, force: true });
+  let server = null;
+  try {
+    server = await startServer('Xorg', [
+      '-config', file, '-configdir', folder, '-logfile', path.join(folder, 'log'), '-novtswitch',
+    ]);
+    layOut(server.display, monitors);
+  } catch (error) {
+    if (server) await server.stop();
+    remove();
+    throw error;
+  }
+  return {
+    display: server.display,
+    pid: server.pid,
+    layOut: (next) => layOut(server.display, next),
+    stop: () => server.stop().then(remove),
+  };
+}
+
+module.exports = { startXvfb, startXorgDummy };

@@ -1,0 +1,48 @@
+'use strict';
+
+const { startCase } = require('./case');
+const { baseEnv, start } = require('./processes');
+
+/* global X, until */
+// A window mapped while the window manager starts may be missed: map it anew until one is taken.
+const probe = async () => {
+  const client = X.open(process.env.DISPLAY);
+  const root = client.rootWindow(0);
+  const managed = (id) => {
+    const state = client.getProperty(id, 'WM_STATE');
+    return state && state.count > 0;
+  };
+  await until(() => client.getProperty(root, '_NET_SUPPORTING_WM_CHECK'), { what: 'a window manager' });
+  await until(async () => {
+    const id = client.createWindow({ x: 0, y: 0, width: 20, height: 20 });
+    client.map(id);
+    try {
+      return await until(() => managed(id), { timeout: 500, what: 'a managed window' });
+    } catch (error) {
+      return false;
+    } finally {
+      client.destroy(id);
+    }
+  }, { what: 'a window that is managed' });
+  const listed = () => client.getProperty(root, '_NET_CLIENT_LIST');
+  await until(() => !listed() || listed().count === 0, { what: 'the probe window to be gone' });
+  client.close();
+};
+
+/** Resolves once the window manager takes windows; `display` is ':N' or a session's env. */
+async function startWindowManager(display, name = 'openbox') {
+  const env = typeof display === 'string' ? { ...baseEnv(), DISPLAY: display } : display;
+  const manager = start(name, [], { env });
+  const fail = async (reason) => {
+    await manager.stop();
+    throw new Error(`${name} does not manage windows: ${reason}\n${manager.output}`);
+  };
+  const probing = startCase(probe, { env });
+  manager.exited.then(() => probing.stop());
+  const { code, stderr } = await probing.done.catch((error) => fail(error.message));
+  if (manager.result) await fail('it ended');
+  if (code !== 0) await fail(stderr);
+  return { pid: manager.pid, stop: manager.stop };
+}
+
+module.exports = { startWindowManager };

@@ -1,0 +1,113 @@
+// Reaches the module's internals for the tests; never shipped.
+
+#include <gdk-pixbuf/gdk-pixbuf.h>
+#include <nan.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "../../src/cpp/js_callback.h"
+#include "../../src/cpp/linux/byte_sink.h"
+#include "../../src/cpp/linux/glib_ptr.h"
+#include "../../src/cpp/linux/image_encoder.h"
+#include "../../src/cpp/screen_snap.h"
+
+namespace {
+
+using CallInfo = Nan::FunctionCallbackInfo<v8::Value>;
+
+int IntArgument(const CallInfo& info, int index) {
+  return Nan::To<int32_t>(info[index]).FromMaybe(0);
+}
+
+void Set(v8::Local<v8::Object> object, const char* key, v8::Local<v8::Value> value) {
+  Nan::Set(object, Nan::New(key).ToLocalChecked(), value);
+}
+
+v8::Local<v8::Value> CopyOf(const kiv::ScreenSnap::image_data& block) {
+  const auto* bytes = reinterpret_cast<const char*>(block.buffer.get());
+  return Nan::CopyBuffer(bytes, static_cast<uint32_t>(block.size)).ToLocalChecked();
+}
+
+// A picture whose every pixel differs from its neighbours, or null for width 0.
+kiv::GObjectPtr<GdkPixbuf> Pattern(int width, int height) {
+  if (width == 0) return nullptr;
+  auto pixbuf = kiv::AdoptGObject(gdk_pixbuf_new(GDK_COLORSPACE_RGB, FALSE, 8, width, height));
+  guchar* pixels = gdk_pixbuf_get_pixels(pixbuf.get());
+  const int stride = gdk_pixbuf_get_rowstride(pixbuf.get());
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      guchar* pixel = pixels + y * stride + x * 3;
+      pixel[0] = static_cast<guchar>(x);
+      pixel[1] = static_cast<guchar>(y);
+      pixel[2] = static_cast<guchar>(x ^ y);
+    }
+  }
+  return pixbuf;
+}
+
+// encode(patternWidth, patternHeight, width, height, jpeg, scale, prefix): the record afterwards;
+// `prefix` bytes stand in the picture's block beforehand.
+void Encode(const CallInfo& info) {
+  kiv::ScreenSnap snap;
+  snap.filename = "untouched";
+  const auto prefix = static_cast<size_t>(IntArgument(info, 6));
+  if (prefix > 0) {
+    snap.image.buffer = std::make_unique<unsigned char[]>(prefix);
+    snap.image.size = prefix;
+  }
+  const auto pixbuf = Pattern(IntArgument(info, 0), IntArgument(info, 1));
+  kiv::FetchPixbufImage(snap, pixbuf.get(), static_cast<unsigned>(IntArgument(info, 2)),
+                        static_cast<unsigned>(IntArgument(info, 3)),
+                        Nan::To<bool>(info[4]).FromJust(), Nan::To<bool>(info[5]).FromJust());
+  const auto result = Nan::New<v8::Object>();
+  Set(result, "filename", kiv::ToJsString(snap.filename));
+  Set(result, "image", CopyOf(snap.image));
+  Set(result, "thumbnail", CopyOf(snap.thumbnail));
+  info.GetReturnValue().Set(result);
+}
+
+// sink(pieces): what a sink makes of an array of buffers.
+void Sink(const CallInfo& info) {
+  kiv::ByteSink sink;
+  const auto pieces = info[0].As<v8::Array>();
+  for (uint32_t i = 0; i < pieces->Length(); ++i) {
+    const auto piece = Nan::Get(pieces, i).ToLocalChecked();
+    sink.Append(node::Buffer::Data(piece), node::Buffer::Length(piece));
+  }
+  kiv::ScreenSnap::image_data block;
+  sink.Finish(&block);
+  info.GetReturnValue().Set(CopyOf(block));
+}
+
+// sinkNanoseconds(bytes, exact): time to collect that much as a PNG encoder hands it over; with
+// `exact` the way that keeps the block at its exact length after every piece.
+void SinkNanoseconds(const CallInfo& info) {
+  const auto total = static_cast<size_t>(Nan::To<int64_t>(info[0]).FromJust());
+  const bool exact = Nan::To<bool>(info[1]).FromJust();
+  const std::vector<char> piece(8192, 'x');
+  constexpr size_t kPieces[] = {8, 8192, 4};
+  const uint64_t start = uv_hrtime();
+  kiv::ScreenSnap::image_data block;
+  kiv::ByteSink sink;
+  for (size_t sent = 0, i = 0; sent < total; ++i) {
+    const size_t count = kPieces[i % 3];
+    sink.Append(piece.data(), count);
+    if (exact) sink.Finish(&block);
+    sent += count;
+  }
+  sink.Finish(&block);
+  info.GetReturnValue().Set(static_cast<double>(uv_hrtime() - start));
+}
+
+void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
+  kiv::OnModuleRegistered(nullptr);
+  Nan::SetMethod(exports, "encode", Encode);
+  Nan::SetMethod(exports, "sink", Sink);
+  Nan::SetMethod(exports, "sinkNanoseconds", SinkNanoseconds);
+}
+
+}  // namespace
+
+NODE_MODULE(kiv_internals, Setup)
