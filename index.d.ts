@@ -1,0 +1,84 @@
+/// <reference types="node" />
+
+/** Levels a log message can have. */
+export type LogLevel = 'trace' | 'debug' | 'info' | 'warn' | 'error';
+
+/** Receives every diagnostic of the module: its level and its text. The return value is ignored. */
+export type Logger = (level: LogLevel, text: string) => void;
+
+/** Facts that every snapshot carries. */
+export interface SnapDescription {
+  /** Pixels of the encoded picture; 0 when nothing could be captured. */
+  width: number;
+  /** Pixels of the encoded picture; 0 when nothing could be captured. */
+  height: number;
+  /** Title of the active window, or "Undefined". Invalid UTF-8 becomes replacement characters. */
+  activeWindowTitle: string;
+  /** Command line of its process: arguments separated and ended by NULs, or "Undefined". */
+  activeProcessName: string;
+  /** "screen.jpg" or "screen.png"; empty before the first picture. */
+  filename: string;
+}
+
+/** A snapshot in memory. The buffers are empty when nothing could be captured. */
+export interface SnapBuffers extends SnapDescription {
+  /** The encoded picture. */
+  data: Buffer;
+  /** The encoded thumbnail, 620 x 320 pixels, in the same format. */
+  dataThumbnail: Buffer;
+}
+
+/** A snapshot in two files, written by the host's utility functions. */
+export interface SnapFiles extends SnapDescription {
+  /** Full name of the picture's file. */
+  ScreenFullPath: string;
+  /** Full name of the thumbnail's file. */
+  ThumbnailFullPath: string;
+  /** The host's SHA-256 text of the picture's bytes. */
+  screen_hash: string;
+}
+
+/** Counts of a process's handles; null where the platform does not know them. */
+export interface ProcessHandlesInfo {
+  handleCount: number | null;
+  gdiObjectCount: number | null;
+  guiUserObjectCount: number | null;
+}
+
+/**
+ * Connects to the desktop session. Call it before anything that needs input, ticks, lock events or
+ * window titles. It never fails visibly; a second call starts by releasing what the first one made.
+ */
+export function init(): void;
+
+/** Counts of a process's handles: always three nulls on Linux. */
+export function getProcessHandlesInfo(pid: number): ProcessHandlesInfo;
+
+/**
+ * Takes a picture of the whole desktop, or of the monitor that shows the active window, fitted into
+ * 1920 x 1080, while the caller waits. PNG unless `jpeg` is true.
+ * @throws Error for any other type.
+ */
+export function getScreenSnap(type: 'desktop' | 'display', jpeg?: boolean): SnapBuffers;
+
+/**
+ * The same, saved into `folder` where the host process offers its utility functions. Falls back to
+ * buffers when it does not, when the folder's name is empty and when a file cannot be written.
+ */
+export function getScreenSnap(
+  type: 'desktop' | 'display',
+  jpeg: boolean,
+  folder: string
+): SnapFiles | SnapBuffers;
+
+/** Installs the logger; anything but a function sends the log back to standard error. */
+export function setupLogger(logger: Logger | null | undefined): void;
+
+/** Whether the session is anything but X11; decided from XDG_SESSION_TYPE when the module loads. */
+export function isWayland(): boolean;
+
+/**
+ * Releases what `init` made and closes the process's connection to the session bus. Counters and
+ * callbacks survive. May be called at any time.
+ */
+export function teardown(): void;

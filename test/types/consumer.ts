@@ -1,0 +1,17 @@
+// Compiled, never run: the declarations have to fit a consumer's code.
+import * as kiv from '../..';
+
+const logger: kiv.Logger = (level, text) => console.log(level.toUpperCase(), text.length);
+kiv.setupLogger(logger);
+kiv.setupLogger(null);
+kiv.init();
+const wayland: boolean = kiv.isWayland();
+const memory: kiv.SnapBuffers = kiv.getScreenSnap('desktop');
+const bytes: number = memory.data.length + memory.dataThumbnail.length;
+const saved = kiv.getScreenSnap('display', true, '/tmp');
+const where: string = 'ScreenFullPath' in saved ? saved.ScreenFullPath : saved.filename;
+const handles: number | null = kiv.getProcessHandlesInfo(1).handleCount;
+// @ts-expect-error an unknown type throws at run time
+kiv.getScreenSnap('selection');
+kiv.teardown();
+export { bytes, handles, wayland, where };
