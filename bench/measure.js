@@ -1,0 +1,37 @@
+'use strict';
+
+// What the benchmarks share. Runs inside cases as well.
+
+const median = (values) => [...values].sort((a, b) => a - b)[Math.floor(values.length / 2)];
+
+/** Milliseconds of each of `rounds` interleaved runs of the functions in `subjects`. */
+function interleaved(subjects, rounds) {
+  const times = {};
+  for (const name of Object.keys(subjects)) times[name] = [];
+  for (let round = 0; round < rounds; ++round) {
+    for (const [name, run] of Object.entries(subjects)) {
+      const start = process.hrtime.bigint();
+      run();
+      times[name].push(Number(process.hrtime.bigint() - start) / 1e6);
+    }
+  }
+  return times;
+}
+
+/** Kilobytes of a line of /proc/self/status. */
+function status(name) {
+  const text = require('fs').readFileSync('/proc/self/status', 'utf8');
+  return Number(new RegExp(`^${name}:\\s+(\\d+)`, 'm').exec(text)[1]);
+}
+
+/** Prints rows of an array of objects as a Markdown table. */
+function table(rows) {
+  const keys = Object.keys(rows[0]);
+  const line = (cells) => `| ${cells.join(' | ')} |`;
+  console.log(line(keys));
+  console.log(line(keys.map(() => '---')));
+  for (const row of rows) console.log(line(keys.map((key) => row[key])));
+  console.log();
+}
+
+module.exports = { interleaved, median, status, table };
