@@ -8,10 +8,11 @@
 PACKAGES_BUILD=(g++:@g++ make:@make python3:@python3 pkg-config:@pkg-config
   libgtk-3-dev:+gtk+-3.0 libxi-dev:+xi libxss-dev:+xscrnsaver libxinerama-dev:+xinerama
   libxtst-dev:+xtst)
-PACKAGES_DISPLAY=(xvfb:@Xvfb openbox:@openbox dbus:@dbus-daemon libglib2.0-bin:@gdbus)
+PACKAGES_DISPLAY=(xvfb:@Xvfb openbox:@openbox dbus:@dbus-daemon libglib2.0-bin:@gdbus
+  x11-utils:@xdpyinfo)
 PACKAGES_TEST=("${PACKAGES_DISPLAY[@]}" xserver-xorg-core:@Xorg
   xserver-xorg-video-dummy:/usr/lib/xorg/modules/drivers/dummy_drv.so
-  x11-xserver-utils:@xrandr x11-utils:@xprop imagemagick:@convert)
+  x11-xserver-utils:@xrandr)
 PACKAGES_LINT=(clang-format:@clang-format clang-tidy:@clang-tidy shellcheck:@shellcheck)
 
 # Node for machines whose own has no test runner.

@@ -39,7 +39,7 @@ void Save(GdkPixbuf* pixbuf, bool jpeg, bool reduced, Sink* sink) {
 // reserve(bytes): room for one picture and one thumbnail, touched so that it is really there.
 void Reserve(const Nan::FunctionCallbackInfo<v8::Value>& info) {
   image.bytes.assign(static_cast<size_t>(Nan::To<int64_t>(info[0]).FromJust()), 1);
-  thumbnail.bytes.assign(size_t{2} << 20, 1);
+  thumbnail.bytes.assign(size_t{1} << 20, 1);
 }
 
 // desktop(jpeg): encoded bytes of a whole-desktop snapshot fitted into 1920 x 1080.

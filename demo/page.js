@@ -1,0 +1,47 @@
+'use strict';
+
+const fs = require('fs');
+const path = require('path');
+
+const ENTITIES = { '&': '&amp;', '<': '&lt;', '>': '&gt;', '"': '&quot;' };
+const escape = (text) => String(text).replace(/[&<>"]/g, (character) => ENTITIES[character]);
+
+const STYLE = `
+body { font: 15px/1.5 system-ui, sans-serif; margin: 2rem auto; max-width: 70rem; padding: 0 1rem; color: #222; }
+h2 { font: 600 1rem monospace; margin-top: 2.5rem; }
+figure { display: flex; flex-wrap: wrap; gap: 1rem; align-items: flex-start; margin: 0; }
+img { border: 1px solid #ccc; max-width: 100%; }
+img.whole { width: 44rem; }
+img.thumbnail { width: 310px; }
+dl { display: grid; grid-template-columns: max-content 1fr; gap: 0 1rem; }
+dt { color: #666; } dd { margin: 0; overflow-wrap: anywhere; }`;
+
+function facts(entries) {
+  return `<dl>${entries.map(([name, value]) => `<dt>${escape(name)}</dt><dd>${escape(value)}</dd>`).join('')}</dl>`;
+}
+
+function snapshot(snap) {
+  return `<section><h2>${escape(snap.call)}</h2>
+<figure><img class="whole" src="${escape(snap.file)}" alt="the picture">
+<img class="thumbnail" src="${escape(snap.thumbnail)}" alt="its thumbnail"></figure>
+${facts([
+    ['size', `${snap.width} × ${snap.height}, ${snap.bytes} bytes`], ['file name', snap.filename],
+    ['active window', snap.title], ['its process', snap.process],
+  ])}</section>`;
+}
+
+/** Writes index.html into `folder` and returns its path. */
+function writePage(folder, { snapshots, log }) {
+  const lines = log.map(([level, text]) => `[${level}] ${text}`).join('\n') || 'nothing';
+  const file = path.join(folder, 'index.html');
+  fs.writeFileSync(file, `<!DOCTYPE html>
+<html lang="en"><meta charset="utf-8"><title>kiv_native</title><style>${STYLE}</style>
+<h1>kiv_native</h1>
+${snapshots.map(snapshot).join('\n')}
+<section><h2>log</h2><pre>${escape(lines)}</pre></section>
+</html>
+`);
+  return file;
+}
+
+module.exports = { writePage };
