@@ -29,4 +29,14 @@ async function activeWindow({ title, pid, x = 50, y = 50, width = 300, height = 
   return { client, id, close: () => client.close() };
 }
 
-module.exports = { activeWindow };
+/** Waits until the window manager says that no window is active. */
+async function noActiveWindow() {
+  const client = X.open(process.env.DISPLAY);
+  await until(() => {
+    const property = client.getProperty(client.rootWindow(0), '_NET_ACTIVE_WINDOW');
+    return !property || property.count === 0 || property.data.readUInt32LE(0) === 0;
+  }, { what: 'no active window' });
+  client.close();
+}
+
+module.exports = { activeWindow, noActiveWindow };
