@@ -205,12 +205,12 @@ test('two monitors: the display is the active window\'s, the whole desktop witho
   const session = await startSession({ monitors });
   try {
     const { json } = await runCase(async () => {
-      const { activeWindow, noActiveWindow } = require('./windows');
+      const { activeWindow, forgetActiveWindow } = require('./windows');
       const { decodePng, pixelAt } = require('./images');
       host.startLoop();
       kiv.setupLogger(() => {});
       kiv.init();
-      await noActiveWindow();
+      forgetActiveWindow();
       const sizes = [];
       const snap = () => {
         const { width, height, data } = kiv.getScreenSnap('display');

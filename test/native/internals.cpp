@@ -35,10 +35,10 @@ kiv::GObjectPtr<GdkPixbuf> Pattern(int width, int height) {
   if (width == 0) return nullptr;
   auto pixbuf = kiv::AdoptGObject(gdk_pixbuf_new(GDK_COLORSPACE_RGB, FALSE, 8, width, height));
   guchar* pixels = gdk_pixbuf_get_pixels(pixbuf.get());
-  const int stride = gdk_pixbuf_get_rowstride(pixbuf.get());
+  const ptrdiff_t stride = gdk_pixbuf_get_rowstride(pixbuf.get());
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x) {
-      guchar* pixel = pixels + y * stride + x * 3;
+      guchar* pixel = pixels + y * stride + ptrdiff_t{x} * 3;
       pixel[0] = static_cast<guchar>(x);
       pixel[1] = static_cast<guchar>(y);
       pixel[2] = static_cast<guchar>(x ^ y);
