@@ -1,7 +1,9 @@
 #include "addon.h"
 
+#include "input_calls.h"
 #include "js_callback.h"
 #include "logging.h"
+#include "screen_lock_monitor.h"
 #include "snap_calls.h"
 
 namespace kiv {
@@ -20,6 +22,7 @@ DesktopSessionAgent desktop_session_agent;
 
 void ReleaseRuntime() {
   desktop_session_agent.OnRuntimeEnd();
+  ScreenLockMonitor::DeleteAll();
   LogMessage::Setup(nullptr);
 }
 
@@ -57,12 +60,24 @@ void GetProcessHandlesInfo(const CallInfo& info) {
   info.GetReturnValue().Set(result);
 }
 
+void ExportScreenLockMonitor(v8::Local<v8::Object> exports) {
+  const Nan::HandleScope scope;
+  const auto name = Nan::New("ScreenLockMonitor").ToLocalChecked();
+  const auto monitor = Nan::New<v8::FunctionTemplate>(CreateScreenLockMonitor);
+  monitor->SetClassName(name);
+  monitor->InstanceTemplate()->SetInternalFieldCount(1);
+  Nan::Set(exports, name, Nan::GetFunction(monitor).ToLocalChecked());
+}
+
 void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
   OnModuleRegistered(ReleaseRuntime);
+  ExportScreenLockMonitor(exports);
   Nan::SetMethod(exports, "init", Init);
+  Nan::SetMethod(exports, "getInputInfo", GetInputInfo);
   Nan::SetMethod(exports, "getProcessHandlesInfo", GetProcessHandlesInfo);
   Nan::SetMethod(exports, "getScreenSnap", GetScreenSnap);
   Nan::SetMethod(exports, "setupLogger", SetupLogger);
+  Nan::SetMethod(exports, "setInterval", SetInterval);
   Nan::SetMethod(exports, "isWayland", IsWayland);
   Nan::SetMethod(exports, "teardown", Teardown);
 }

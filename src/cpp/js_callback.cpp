@@ -66,19 +66,30 @@ void JsScope::Call(const Nan::Callback& callback, int argc, v8::Local<v8::Value>
 void JsScope::Call(v8::Local<v8::Function> function, v8::Local<v8::Object> receiver, int argc,
                    v8::Local<v8::Value>* argv) {
   if (!usable_) return;
-  EntryScope* entry = EntryScope::Current();
   Nan::TryCatch raised;
   // With no exported function beneath, the runtime is told at once, as for any event's callback.
-  raised.SetVerbose(entry == nullptr);
+  raised.SetVerbose(!EntryScope::Current());
   {
     Nan::AsyncResource resource(kAsyncResourceName);
     resource.runInAsyncScope(receiver, function, argc, argv);
   }
-  if (!raised.HasCaught()) return;
-  if (!raised.CanContinue()) {
-    raised.ReThrow();
-  } else if (entry) {
-    entry->Hold(raised.Exception());
+  HandOn(&raised);
+}
+
+v8::Local<v8::Value> JsScope::Get(v8::Local<v8::Object> object, const char* key) {
+  Nan::TryCatch raised;
+  raised.SetVerbose(!EntryScope::Current());
+  const auto value = Nan::Get(object, Nan::New(key).ToLocalChecked());
+  HandOn(&raised);
+  return value.FromMaybe(v8::Local<v8::Value>(Nan::Undefined()));
+}
+
+void JsScope::HandOn(Nan::TryCatch* raised) {
+  if (!raised->HasCaught()) return;
+  if (!raised->CanContinue()) {
+    raised->ReThrow();
+  } else if (EntryScope* entry = EntryScope::Current()) {
+    entry->Hold(raised->Exception());
   }
 }
 

@@ -39,8 +39,13 @@ class JsScope {
   void Call(const Nan::Callback& callback, int argc, v8::Local<v8::Value>* argv);
   void Call(v8::Local<v8::Function> function, v8::Local<v8::Object> receiver, int argc,
             v8::Local<v8::Value>* argv);
+  // Reads a property, which may run a getter of the host's; undefined when that threw.
+  v8::Local<v8::Value> Get(v8::Local<v8::Object> object, const char* key);
 
  private:
+  // Hands on what `raised` has caught.
+  static void HandOn(Nan::TryCatch* raised);
+
   std::optional<Nan::HandleScope> handles_;
   v8::Local<v8::Context> entered_;
   bool usable_ = false;

@@ -19,6 +19,7 @@ function lazy(name, load) {
 
 lazy('kiv', () => require(path.join(build, 'kiv_native.node')));
 lazy('host', () => require(path.join(root, 'host', 'index.js')));
+lazy('bus', () => require(path.join(build, 'dbus_peer.node')));
 lazy('X', () => require(path.join(build, 'x_client.node')));
 global.require = require;
 global.until = until;

@@ -28,6 +28,15 @@ struct OptionalSeconds {
   uint32_t value = 0;
 };
 
+// What tells one raw press from the next; all zero after a release.
+struct RawPress {
+  int type = 0;
+  int detail = 0;
+  int source = 0;
+  unsigned long time = 0;
+  bool operator==(const RawPress&) const = default;
+};
+
 struct ProcessHandlesInfo {
   uint64_t handles;
   uint64_t gdi_objects;
@@ -56,6 +65,7 @@ struct DesktopSessionData {
   int timer_fd = -1;
   bool wheel_seen = false;
   uint64_t last_wheel_time = 0;  // nanoseconds of uv_hrtime
+  RawPress last_press;
   UvPoll x_poll;
   UvWake x_wake;  // for events that a round trip left in Xlib's queue
   UvPoll timer_poll;
@@ -107,6 +117,12 @@ class DesktopSessionAgent {
   bool IsWayland() const { return data_.is_wayland; }
   // Null: not known on this platform.
   const ProcessHandlesInfo* GetProcessHandlesInfo(unsigned long pid) const;
+
+  // Clears the four times, then asks how long the user has been idle.
+  void UpdateLastTimes();
+  // Calls `callback` every so many milliseconds, in place of the one before; 0 or less stops, and
+  // so does an empty callback. Without a set-up the callback is only stored.
+  void SetInterval(std::unique_ptr<Nan::Callback> callback, int milliseconds);
 
   // Take a picture into the record and return it; width 0 and height 0 when there is none. With
   // limit_size the picture is made to fit 1920 x 1080.

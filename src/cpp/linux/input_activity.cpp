@@ -51,6 +51,15 @@ void CountButton(DesktopSessionData* data, int button) {
   data->last_wheel_time = now;
 }
 
+// A server sends a raw event once for every root window on which it is selected, one copy right
+// after the other; only the first counts. Two presses of one key have its release between them.
+bool IsCopy(DesktopSessionData* data, const RawPress& press) {
+  if (ScreenCount(data->display) == 1) return false;
+  const bool copy = press.type != 0 && press == data->last_press;
+  data->last_press = press;
+  return copy;
+}
+
 void HandleNextEvent(DesktopSessionData* data) {
   Display* display = data->display;
   XEvent event;
@@ -58,17 +67,18 @@ void HandleNextEvent(DesktopSessionData* data) {
   XGenericEventCookie* cookie = &event.xcookie;
   if (cookie->type != GenericEvent || cookie->extension != data->xi_opcode) return;
   if (!XGetEventData(display, cookie)) return;
-  const int type = cookie->evtype;
-  int detail = 0;
-  if (type == XI_RawKeyPress || type == XI_RawButtonPress) {
-    detail = static_cast<XIRawEvent*>(cookie->data)->detail;
+  RawPress press;
+  if (cookie->evtype == XI_RawKeyPress || cookie->evtype == XI_RawButtonPress) {
+    const auto* raw = static_cast<const XIRawEvent*>(cookie->data);
+    press = {cookie->evtype, raw->detail, raw->sourceid, raw->time};
   }
   // Freed before anything that may close the connection.
   XFreeEventData(display, cookie);
-  if (type == XI_RawKeyPress) {
+  if (IsCopy(data, press)) return;
+  if (press.type == XI_RawKeyPress) {
     ++data->keyboard_activity;
-  } else if (type == XI_RawButtonPress) {
-    CountButton(data, detail);
+  } else if (press.type == XI_RawButtonPress) {
+    CountButton(data, press.detail);
   }
 }
 

@@ -1,7 +1,10 @@
 #include "interval_timer.h"
 
 #include <nan.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
+
+#include <utility>
 
 #include "../js_callback.h"
 #include "desktop_session_agent_linux.h"
@@ -25,7 +28,20 @@ void PollTimerCallback(uv_poll_t* handle, int status, int /*events*/) {
   if (scope.usable()) scope.Call(*data->interval_callback, 0, nullptr);
 }
 
+// A period of 0 disarms. Fails without harm when there is no descriptor.
+void Arm(int fd, int milliseconds) {
+  const timespec period = {milliseconds / 1000, milliseconds % 1000 * 1'000'000L};
+  const itimerspec timer = {period, period};
+  timerfd_settime(fd, 0, &timer, nullptr);
+}
+
 }  // namespace
+
+void DesktopSessionAgent::SetInterval(std::unique_ptr<Nan::Callback> callback, int milliseconds) {
+  Arm(data_.timer_fd, 0);
+  std::swap(data_.interval_callback, callback);
+  if (data_.interval_callback && milliseconds > 0) Arm(data_.timer_fd, milliseconds);
+}
 
 bool StartTimerPoll(DesktopSessionData* data) {
   data->timer_poll_active = data->timer_poll.Start(data->timer_fd, PollTimerCallback, data);

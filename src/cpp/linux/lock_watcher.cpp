@@ -5,6 +5,7 @@
 
 #include "../log_request_ids.h"
 #include "../logging.h"
+#include "../screen_lock_events.h"
 #include "desktop_session_agent_linux.h"
 #include "session_bus.h"
 
@@ -56,6 +57,9 @@ void DesktopSessionData::OnDBusSignalReceived(GDBusConnection* /*connection*/,
   const auto locked = IsLocked(signal_name, parameters);
   if (!locked) return;
   LogMessage(LogMessage::info).stream() << kLoggingRequestId_SessionBusSignal;
+  const auto* agent = static_cast<DesktopSessionAgent*>(user_data);
+  if (!agent->screen_lock_monitor_) return;
+  EmitScreenLockEvent(agent->screen_lock_monitor_, *locked ? kScreenLockEvent : kScreenUnlockEvent);
 }
 
 void SubscribeLockSignals(DesktopSessionData* data) {

@@ -1,0 +1,52 @@
+#include "screen_lock_monitor.h"
+
+#include <set>
+
+#include "addon.h"
+#include "js_callback.h"
+#include "screen_lock_events.h"
+
+namespace kiv {
+
+namespace {
+
+// Monitors whose JavaScript objects have not been collected: the runtime does not collect them when
+// it ends.
+std::set<ScreenLockMonitor*> live_monitors;
+
+}  // namespace
+
+ScreenLockMonitor::ScreenLockMonitor(DesktopSessionAgent* agent) : agent_(agent) {
+  live_monitors.insert(this);
+}
+
+ScreenLockMonitor::~ScreenLockMonitor() {
+  live_monitors.erase(this);
+  if (agent_) agent_->screen_lock_monitor_ = nullptr;
+}
+
+void ScreenLockMonitor::DeleteAll() {
+  while (!live_monitors.empty()) delete *live_monitors.begin();
+}
+
+void ScreenLockMonitor::Emit(const char* event) {
+  JsScope scope;
+  if (!scope.usable()) return;
+  v8::Local<v8::Value> argv[] = {ToJsString(event)};
+  // Keeps the object, and with it this, from being collected during the calls.
+  const v8::Local<v8::Object> object = handle();
+  if (!emit_callback_) emit_callback_ = MakeCallback(scope.Get(object, "emit"));
+  if (emit_callback_) scope.Call(emit_callback_->GetFunction(), object, 1, argv);
+}
+
+void EmitScreenLockEvent(ScreenLockMonitor* monitor, const char* event) { monitor->Emit(event); }
+
+void CreateScreenLockMonitor(const CallInfo& info) {
+  if (!info.IsConstructCall()) return Nan::ThrowError("`new` is required");
+  auto* monitor = new ScreenLockMonitor(&Agent());
+  monitor->Bind(info.This());
+  Agent().screen_lock_monitor_ = monitor;
+  info.GetReturnValue().Set(info.This());
+}
+
+}  // namespace kiv

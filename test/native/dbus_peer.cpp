@@ -1,0 +1,152 @@
+// Another program on the bus, for the tests: sends signals and answers method calls as told, wrong
+// answers and none included. Calls are answered on GDBus's own thread, whatever JavaScript does.
+
+#include <gio/gio.h>
+#include <nan.h>
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace {
+
+using CallInfo = Nan::FunctionCallbackInfo<v8::Value>;
+
+struct Answer {
+  std::string body;        // GVariant text of the reply's tuple
+  std::string error_name;  // an error instead of a reply
+  bool hang = false;
+  uint32_t calls = 0;
+};
+
+std::mutex answers_mutex;
+std::map<std::string, Answer> answers;  // by "path interface.member"
+GDBusConnection* bus = nullptr;
+
+std::string Text(v8::Local<v8::Value> value) {
+  const Nan::Utf8String text(value);
+  return std::string(*text, static_cast<size_t>(text.length()));
+}
+
+bool Throw(GError* error) {
+  if (!error) return false;
+  Nan::ThrowError(error->message);
+  g_error_free(error);
+  return true;
+}
+
+GVariant* Parse(const std::string& text) {
+  GError* error = nullptr;
+  GVariant* value = g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, &error);
+  return Throw(error) ? nullptr : value;
+}
+
+GDBusMessage* OnMessage(GDBusConnection* connection, GDBusMessage* message, gboolean incoming,
+                        gpointer /*data*/) {
+  if (!incoming || g_dbus_message_get_message_type(message) != G_DBUS_MESSAGE_TYPE_METHOD_CALL) {
+    return message;
+  }
+  const char* interface = g_dbus_message_get_interface(message);
+  const std::string key = std::string(g_dbus_message_get_path(message)) + " " +
+                          (interface ? interface : "") + "." + g_dbus_message_get_member(message);
+  const std::lock_guard<std::mutex> lock(answers_mutex);
+  const auto found = answers.find(key);
+  if (found == answers.end()) return message;
+  Answer& answer = found->second;
+  ++answer.calls;
+  if (!answer.hang) {
+    GDBusMessage* reply = nullptr;
+    if (!answer.error_name.empty()) {
+      reply = g_dbus_message_new_method_error_literal(message, answer.error_name.c_str(),
+                                                      answer.body.c_str());
+    } else {
+      reply = g_dbus_message_new_method_reply(message);
+      g_dbus_message_set_body(
+          reply, g_variant_parse(nullptr, answer.body.c_str(), nullptr, nullptr, nullptr));
+    }
+    g_dbus_connection_send_message(connection, reply, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
+                                   nullptr);
+    g_object_unref(reply);
+  }
+  g_object_unref(message);
+  return nullptr;
+}
+
+// connect(address)
+void Connect(const CallInfo& info) {
+  GError* error = nullptr;
+  const auto flags =
+      static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                        G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+  bus = g_dbus_connection_new_for_address_sync(Text(info[0]).c_str(), flags, nullptr, nullptr,
+                                               &error);
+  if (Throw(error)) return;
+  g_dbus_connection_add_filter(bus, OnMessage, nullptr, nullptr);
+}
+
+// own(name)
+void Own(const CallInfo& info) {
+  GError* error = nullptr;
+  GVariant* reply =
+      g_dbus_connection_call_sync(bus, "org.freedesktop.DBus", "/", "org.freedesktop.DBus",
+                                  "RequestName", g_variant_new("(su)", Text(info[0]).c_str(), 4U),
+                                  nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
+  if (!Throw(error)) g_variant_unref(reply);
+}
+
+// answer(path, interface, member, {body, error, hang})
+void SetAnswer(const CallInfo& info) {
+  const auto how = info[3].As<v8::Object>();
+  const auto get = [&](const char* key) {
+    return Nan::Get(how, Nan::New(key).ToLocalChecked()).ToLocalChecked();
+  };
+  Answer answer;
+  if (!get("body")->IsUndefined()) answer.body = Text(get("body"));
+  if (!get("error")->IsUndefined()) answer.error_name = Text(get("error"));
+  answer.hang = Nan::To<bool>(get("hang")).FromJust();
+  const std::lock_guard<std::mutex> lock(answers_mutex);
+  answers[Text(info[0]) + " " + Text(info[1]) + "." + Text(info[2])] = answer;
+}
+
+// calls(path, interface, member): how often it has been called since its answer was set.
+void Calls(const CallInfo& info) {
+  const std::lock_guard<std::mutex> lock(answers_mutex);
+  info.GetReturnValue().Set(
+      answers[Text(info[0]) + " " + Text(info[1]) + "." + Text(info[2])].calls);
+}
+
+// emit(path, interface, member, body, times): body is the text of a tuple, or empty for none.
+void Emit(const CallInfo& info) {
+  const std::string text = Text(info[3]);
+  const int times = Nan::To<int>(info[4]).FromMaybe(1);
+  GError* error = nullptr;
+  for (int i = 0; i < times; ++i) {
+    GVariant* body = nullptr;
+    if (!text.empty() && !(body = Parse(text))) return;
+    g_dbus_connection_emit_signal(bus, nullptr, Text(info[0]).c_str(), Text(info[1]).c_str(),
+                                  Text(info[2]).c_str(), body, &error);
+    if (Throw(error)) return;
+  }
+  g_dbus_connection_flush_sync(bus, nullptr, &error);
+  Throw(error);
+}
+
+void Close(const CallInfo& /*info*/) {
+  if (!bus) return;
+  g_dbus_connection_close_sync(bus, nullptr, nullptr);
+  g_clear_object(&bus);
+}
+
+void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
+  Nan::SetMethod(exports, "connect", Connect);
+  Nan::SetMethod(exports, "own", Own);
+  Nan::SetMethod(exports, "answer", SetAnswer);
+  Nan::SetMethod(exports, "calls", Calls);
+  Nan::SetMethod(exports, "emit", Emit);
+  Nan::SetMethod(exports, "close", Close);
+}
+
+}  // namespace
+
+NODE_MODULE(dbus_peer, Setup)
