@@ -9,7 +9,8 @@ const { startSession } = require('./helpers/session');
 
 const root = path.join(__dirname, '..');
 const EXPORTS = [
-  'init', 'getProcessHandlesInfo', 'getScreenSnap', 'setupLogger', 'isWayland', 'teardown',
+  'ScreenLockMonitor', 'init', 'getInputInfo', 'getProcessHandlesInfo', 'getScreenSnap', 'setupLogger', 'setInterval',
+  'isWayland', 'teardown',
 ];
 
 let session;

@@ -119,7 +119,7 @@ void Calls(const CallInfo& info) {
 // emit(path, interface, member, body, times): body is the text of a tuple, or empty for none.
 void Emit(const CallInfo& info) {
   const std::string text = Text(info[3]);
-  const int times = Nan::To<int>(info[4]).FromMaybe(1);
+  const int times = info.Length() > 4 ? Nan::To<int>(info[4]).FromMaybe(1) : 1;
   GError* error = nullptr;
   for (int i = 0; i < times; ++i) {
     GVariant* body = nullptr;

@@ -7,6 +7,7 @@
 
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
+#include <X11/extensions/XInput2.h>
 #include <X11/extensions/XTest.h>
 #include <X11/extensions/scrnsaver.h>
 
@@ -339,6 +340,37 @@ void Pointer(Client& client, Info info) {
   info.GetReturnValue().Set(result);
 }
 
+void GrabKeyboard(Client& client, Info /*info*/) {
+  XGrabKeyboard(client.display, DefaultRootWindow(client.display), False, GrabModeAsync,
+                GrabModeAsync, CurrentTime);
+}
+
+// addMaster(name), removeMaster(name): another pair of master devices with slaves of its own.
+void AddMaster(Client& client, Info info) {
+  std::string name = Text(info[0]);
+  XIAnyHierarchyChangeInfo change{};
+  change.add.type = XIAddMaster;
+  change.add.name = name.data();
+  change.add.send_core = True;
+  change.add.enable = True;
+  XIChangeHierarchy(client.display, &change, 1);
+}
+
+void RemoveMaster(Client& client, Info info) {
+  const std::string wanted = Text(info[0]) + " pointer";
+  int count = 0;
+  XIDeviceInfo* devices = XIQueryDevice(client.display, XIAllMasterDevices, &count);
+  for (int i = 0; i < count; ++i) {
+    if (wanted != devices[i].name) continue;
+    XIAnyHierarchyChangeInfo change{};
+    change.remove.type = XIRemoveMaster;
+    change.remove.deviceid = devices[i].deviceid;
+    change.remove.return_mode = XIFloating;
+    XIChangeHierarchy(client.display, &change, 1);
+  }
+  XIFreeDeviceInfo(devices);
+}
+
 void Focus(Client& client, Info info) {
   XSetInputFocus(client.display, Id(info), RevertToParent, CurrentTime);
 }
@@ -470,6 +502,9 @@ void Init(v8::Local<v8::Object> exports, v8::Local<v8::Value>, void*) {
   Nan::SetMethod(methods, "motion", Call<Motion>);
   Nan::SetMethod(methods, "warp", Call<Warp>);
   Nan::SetMethod(methods, "pointer", Call<Pointer>);
+  Nan::SetMethod(methods, "grabKeyboard", Call<GrabKeyboard>);
+  Nan::SetMethod(methods, "addMaster", Call<AddMaster>);
+  Nan::SetMethod(methods, "removeMaster", Call<RemoveMaster>);
   Nan::SetMethod(methods, "focus", Call<Focus>);
   Nan::SetMethod(methods, "focusedWindow", Call<FocusedWindow>);
   Nan::SetMethod(methods, "activate", Call<Activate>);
