@@ -45,11 +45,48 @@ export interface ProcessHandlesInfo {
   guiUserObjectCount: number | null;
 }
 
+/** Times since the last input, in whole seconds; -1 where they are not known. */
+export interface LastTimes {
+  /** Since any input. */
+  input: number;
+  /** Always -1 on Linux. */
+  keyPress: number;
+  /** Always -1 on Linux. */
+  mouseClick: number;
+  /** Always -1 on Linux. */
+  mouseMove: number;
+}
+
+/** How active the user is. */
+export interface InputInfo {
+  last: LastTimes;
+  /** Keys pressed since the module was loaded; grows only between `init` and `teardown`. */
+  keyboardActivity: number;
+  /** Buttons pressed since then; wheel clicks less than a second apart count as one. */
+  mouseActivity: number;
+}
+
+/**
+ * Announces that the screen was locked or unlocked by calling its own `emit` with "screen_lock" or
+ * "screen_unlock". The module gives it no `emit`: make it an event emitter. The newest object gets
+ * the events, for as long as JavaScript keeps it.
+ */
+export class ScreenLockMonitor {
+  constructor();
+  emit?(event: 'screen_lock' | 'screen_unlock'): unknown;
+}
+
 /**
  * Connects to the desktop session. Call it before anything that needs input, ticks, lock events or
  * window titles. It never fails visibly; a second call starts by releasing what the first one made.
  */
 export function init(): void;
+
+/**
+ * Activity counts and the idle time: from the X screen saver on X11, from GNOME's compositor on other
+ * sessions (waiting for its answer, at most the bus's time-out of 25 s).
+ */
+export function getInputInfo(): InputInfo;
 
 /** Counts of a process's handles: always three nulls on Linux. */
 export function getProcessHandlesInfo(pid: number): ProcessHandlesInfo;
@@ -73,6 +110,12 @@ export function getScreenSnap(
 
 /** Installs the logger; anything but a function sends the log back to standard error. */
 export function setupLogger(logger: Logger | null | undefined): void;
+
+/**
+ * Calls `callback` every `interval` milliseconds, in place of the one before. 0 or less stops.
+ * Periods missed by a busy thread make one call. Call it after `init`.
+ */
+export function setInterval(callback: () => void, interval: number): void;
 
 /** Whether the session is anything but X11; decided from XDG_SESSION_TYPE when the module loads. */
 export function isWayland(): boolean;

@@ -11,7 +11,13 @@ const bytes: number = memory.data.length + memory.dataThumbnail.length;
 const saved = kiv.getScreenSnap('display', true, '/tmp');
 const where: string = 'ScreenFullPath' in saved ? saved.ScreenFullPath : saved.filename;
 const handles: number | null = kiv.getProcessHandlesInfo(1).handleCount;
+const idle: number = kiv.getInputInfo().last.input;
+kiv.setInterval(() => console.log(kiv.getInputInfo().keyboardActivity), 1000);
+class Monitor extends kiv.ScreenLockMonitor {
+  emit(event: 'screen_lock' | 'screen_unlock') { console.log(event); }
+}
+new Monitor();
 // @ts-expect-error an unknown type throws at run time
 kiv.getScreenSnap('selection');
 kiv.teardown();
-export { bytes, handles, wayland, where };
+export { bytes, handles, idle, wayland, where };
