@@ -1,8 +1,8 @@
 'use strict';
 
 const fs = require('fs');
-const os = require('os');
 const path = require('path');
+const { temporaryFolder } = require('./folder');
 const { start, untilReady } = require('./processes');
 
 // No service folders: nothing of the machine is started behind a test's back.
@@ -23,10 +23,9 @@ const configuration = (socket) => `<!DOCTYPE busconfig PUBLIC
 
 /** A message bus of its own. */
 async function startBus() {
-  const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'kiv-bus-'));
+  const { path: folder, remove } = temporaryFolder('bus');
   const file = path.join(folder, 'bus.conf');
   fs.writeFileSync(file, configuration(path.join(folder, 'socket')));
-  const remove = () => fs.rmSync(folder, { recursive: true, force: true });
   const args = [`--config-file=${file}`, '--print-address=3', '--nofork', '--nopidfile'];
   const daemon = start('dbus-daemon', args, { stdio: ['ignore', 'pipe', 'pipe', 'pipe'] });
   try {

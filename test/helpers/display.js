@@ -2,8 +2,8 @@
 
 const { execFileSync } = require('child_process');
 const fs = require('fs');
-const os = require('os');
 const path = require('path');
+const { temporaryFolder } = require('./folder');
 const { baseEnv, start, untilReady } = require('./processes');
 
 const COMMON = ['-displayfd', '3', '-nolisten', 'tcp', '-noreset', '-ac'];
@@ -88,12 +88,11 @@ function layOut(display, monitors) {
 
 /** An Xorg with several monitors, which Xvfb cannot show. `layOut(monitors)` changes them live. */
 async function startXorgDummy({ monitors }) {
-  const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'kiv-xorg-'));
+  const { path: folder, remove } = temporaryFolder('xorg');
   const file = path.join(folder, 'xorg.conf');
   const width = Math.max(3840, ...monitors.map((one) => (one.x || 0) + one.width));
   const height = Math.max(2160, ...monitors.map((one) => (one.y || 0) + one.height));
   fs.writeFileSync(file, dummyConfiguration(width, height, monitors.length));
-  const remove = () => fs.rmSync(folder, { recursive: true, force: true });
   let server = null;
   try {
     server = await startServer('Xorg', [

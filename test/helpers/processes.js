@@ -14,7 +14,8 @@ function baseEnv() {
 /**
  * Starts a process. `stdio` as for spawn; piped streams are collected: `output` is stdout and
  * stderr together, `text[fd]` each on its own. `exited` resolves to { code, signal } once the
- * streams have ended as well.
+ * streams have ended as well. Unless somebody asks for `exited`, a process left over does not keep
+ * a failed test file from ending.
  */
 function start(command, args = [], { env = baseEnv(), cwd, stdio = ['ignore', 'pipe', 'pipe'] } = {}) {
   // The kernel stops the child even if this process is killed outright.
@@ -35,13 +36,21 @@ function start(command, args = [], { env = baseEnv(), cwd, stdio = ['ignore', 'p
     child.once('exit', resolve);
     child.once('error', resolve);
   }).then(() => running.delete(started));
-  started.exited = new Promise((resolve) => {
+  const ended = new Promise((resolve) => {
     const end = (result) => resolve((started.result = result));
     child.once('close', (code, signal) => end({ code, signal }));
     child.once('error', (error) => {
       started.output += error.message;
       end({ code: 127, signal: null });
     });
+  });
+  const handles = [child, ...child.stdio.filter(Boolean)];
+  for (const handle of handles) handle.unref();
+  Object.defineProperty(started, 'exited', {
+    get() {
+      for (const handle of handles) handle.ref();
+      return ended;
+    },
   });
   started.stop = async (grace = 5000) => {
     if (!running.has(started)) return;

@@ -1,10 +1,10 @@
 'use strict';
 
 const fs = require('fs');
-const os = require('os');
 const path = require('path');
 const { startBus } = require('./bus');
 const { startXorgDummy, startXvfb } = require('./display');
+const { temporaryFolder } = require('./folder');
 const { baseEnv } = require('./processes');
 const { startWindowManager } = require('./wm');
 
@@ -16,8 +16,8 @@ const { startWindowManager } = require('./wm');
 async function startSession({
   display = true, screens, extraArgs, monitors, wm = true, bus = true,
 } = {}) {
-  const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'kiv-test-'));
-  const stops = [() => fs.rmSync(folder, { recursive: true, force: true })];
+  const { path: folder, remove } = temporaryFolder('test');
+  const stops = [remove];
   const stop = async () => {
     while (stops.length > 0) await stops.pop()();
   };

@@ -38,9 +38,9 @@ async function startWindowManager(display, name = 'openbox') {
     throw new Error(`${name} does not manage windows: ${reason}\n${manager.output}`);
   };
   const probing = startCase(probe, { env });
-  manager.exited.then(() => probing.stop());
+  manager.child.once('exit', () => probing.stop());
   const { code, stderr } = await probing.done.catch((error) => fail(error.message));
-  if (manager.result) await fail('it ended');
+  if (manager.result || manager.child.exitCode !== null) await fail('it ended');
   if (code !== 0) await fail(stderr);
   return { pid: manager.pid, stop: manager.stop };
 }
