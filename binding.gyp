@@ -100,6 +100,12 @@
           'libraries': ['<!@(pkg-config --libs gtk+-3.0)'],
         },
         {
+          'target_name': 'bench_input',
+          'sources': ['bench/native/input_floor.cpp'],
+          'cflags': ['<!@(pkg-config --cflags-only-I gio-2.0 x11 xtst xi xscrnsaver | sed s/-I/-isystem/g)'],
+          'libraries': ['<!@(pkg-config --libs gio-2.0 x11 xtst xi xscrnsaver)'],
+        },
+        {
           'target_name': 'dbus_peer',
           'sources': ['test/native/dbus_peer.cpp'],
           'cflags': ['<!@(pkg-config --cflags-only-I gio-2.0 | sed s/-I/-isystem/g)'],
