@@ -1,16 +1,18 @@
 'use strict';
 
-// Takes snapshots of a real desktop and writes demo-output/index.html. Uses the display of the
-// person who runs it, else a private one with a window manager and a few windows.
+// Takes snapshots of a real desktop, follows its input for a while and writes
+// demo-output/index.html. Uses the display of the person who runs it, else a private one with a
+// window manager, a few windows and input of its own. --minute makes the live part longer.
 
 const fs = require('fs');
 const path = require('path');
 const { execFileSync } = require('child_process');
-const { runCase } = require('../test/helpers/case');
+const { runCase, startCase } = require('../test/helpers/case');
 const { startSession } = require('../test/helpers/session');
 const { writePage } = require('./page');
 
 const output = path.join(__dirname, '..', 'demo-output');
+const seconds = process.argv.includes('--minute') ? 60 : 20;
 const say = (text) => console.log(`-- ${text}`);
 
 function usable(display) {
@@ -32,6 +34,27 @@ async function openDesktop() {
   return { env: session.env, own: true, stop: session.stop };
 }
 
+// Nothing is ever injected into the desktop of the person who watches.
+async function follow(desktop, page) {
+  say(desktop.own ? `${seconds} seconds of real input` : 'your own input for 10 seconds; nothing is injected');
+  const live = startCase('demo/live.js', {
+    env: desktop.env, args: [desktop.own ? seconds : 10, desktop.own], timeout: (seconds + 30) * 1000 });
+  let seen = 0;
+  const show = (going) => {
+    const moments = live.reports();
+    if (going && moments.length === seen) return;
+    for (const { second, keys, clicks, idle, ticks, event } of moments.slice(seen)) {
+      say(`${second} s: ${keys} keys, ${clicks} clicks, idle ${idle} s, tick ${ticks} ${event}`);
+    }
+    seen = moments.length;
+    writePage(output, { ...page, live: moments, going });
+  };
+  const timer = setInterval(show, 100, true);
+  const { code, stderr } = await live.done.finally(() => clearInterval(timer));
+  if (code !== 0) throw new Error(stderr);
+  show(false);
+}
+
 (async () => {
   fs.rmSync(output, { recursive: true, force: true });
   fs.mkdirSync(output, { recursive: true });
@@ -46,7 +69,9 @@ async function openDesktop() {
     for (const snap of json.snapshots) {
       say(`${snap.call}: ${snap.width} x ${snap.height}, ${snap.file}, "${snap.title}"`);
     }
-    say(`done; open ${writePage(output, json)}`);
+    say(`open ${writePage(output, json)}`);
+    await follow(desktop, json);
+    say('done');
   } finally {
     await desktop.stop();
   }

@@ -14,6 +14,7 @@ img { border: 1px solid #ccc; max-width: 100%; }
 img.whole { width: 44rem; }
 img.thumbnail { width: 310px; }
 dl { display: grid; grid-template-columns: max-content 1fr; gap: 0 1rem; }
+td, th { padding: 0 1rem; text-align: right; }
 dt { color: #666; } dd { margin: 0; overflow-wrap: anywhere; }`;
 
 function facts(entries) {
@@ -30,14 +31,26 @@ ${facts([
   ])}</section>`;
 }
 
-/** Writes index.html into `folder` and returns its path. */
-function writePage(folder, { snapshots, log }) {
+function moments(list) {
+  const cells = (tag, values) => `<tr>${values.map((value) => `<${tag}>${escape(value)}</${tag}>`).join('')}</tr>`;
+  return `<section><h2>getInputInfo(), setInterval() and ScreenLockMonitor, live</h2>
+<table>${cells('th', ['second', 'keys', 'clicks', 'idle seconds', 'ticks', 'event'])}
+${list.map((one) => cells('td', [one.second, one.keys, one.clicks, one.idle, one.ticks, one.event])).join('\n')}</table></section>`;
+}
+
+/**
+ * Writes index.html into `folder` and returns its path. While `live` is going on the page loads
+ * itself again.
+ */
+function writePage(folder, { snapshots, log, live = [], going = false }) {
   const lines = log.map(([level, text]) => `[${level}] ${text}`).join('\n') || 'nothing';
   const file = path.join(folder, 'index.html');
   fs.writeFileSync(file, `<!DOCTYPE html>
-<html lang="en"><meta charset="utf-8"><title>kiv_native</title><style>${STYLE}</style>
+<html lang="en"><meta charset="utf-8"><title>kiv_native</title>${
+  going ? '<meta http-equiv="refresh" content="1">' : ''}<style>${STYLE}</style>
 <h1>kiv_native</h1>
 ${snapshots.map(snapshot).join('\n')}
+${moments(live)}
 <section><h2>log</h2><pre>${escape(lines)}</pre></section>
 </html>
 `);
