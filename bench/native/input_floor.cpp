@@ -40,12 +40,29 @@ Times turn_began;
 Times turn_last;
 Times turns_longest;
 double turns_total = 0;
+double longest_reading = 0;
 
 double signals = 0;
 double signal_time = 0;
 
+Times Now() {
+  timespec used{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
+  return {static_cast<double>(uv_hrtime()) / 1e6,
+          static_cast<double>(used.tv_sec) * 1e3 + static_cast<double>(used.tv_nsec) / 1e6};
+}
+
+// Reading takes all that the server has sent into Xlib's queue, and what it sends meanwhile.
+int Pending() {
+  if (QLength(counter) > 0) return QLength(counter);
+  const double began = Now().processor;
+  const int count = XPending(counter);
+  longest_reading = std::max(longest_reading, Now().processor - began);
+  return count;
+}
+
 void OnReadable(uv_poll_t* /*handle*/, int /*status*/, int /*events*/) {
-  while (XPending(counter) > 0) {
+  while (Pending() > 0) {
     XEvent event;
     XNextEvent(counter, &event);
     XGenericEventCookie* cookie = &event.xcookie;
@@ -135,13 +152,6 @@ void Object(Info info) {
   info.GetReturnValue().Set(result);
 }
 
-Times Now() {
-  timespec used{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
-  return {static_cast<double>(uv_hrtime()) / 1e6,
-          static_cast<double>(used.tv_sec) * 1e3 + static_cast<double>(used.tv_nsec) / 1e6};
-}
-
 // timeTurns(): from now on the time that each turn spends in its descriptors' callbacks is taken.
 // It includes the wait for them, so the loop must have something to do at once.
 void TimeTurns(Info /*info*/) {
@@ -162,6 +172,9 @@ void TimeTurns(Info /*info*/) {
 
 // lastTurn(): milliseconds of processor time.
 void LastTurn(Info info) { info.GetReturnValue().Set(turn_last.processor); }
+
+// longestReading(): processor milliseconds of one XPending of the bare loop.
+void LongestReading(Info info) { info.GetReturnValue().Set(longest_reading); }
 
 // turns(): since it was last called, [processor time of all, the longest's, the longest's clock].
 void Turns(Info info) {
@@ -204,6 +217,7 @@ void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void*
   Nan::SetMethod(exports, "timeTurns", TimeTurns);
   Nan::SetMethod(exports, "lastTurn", LastTurn);
   Nan::SetMethod(exports, "turns", Turns);
+  Nan::SetMethod(exports, "longestReading", LongestReading);
   Nan::SetMethod(exports, "subscribe", Subscribe);
   Nan::SetMethod(exports, "signals", Signals);
   Nan::SetMethod(exports, "signalTime", SignalTime);
