@@ -38,6 +38,7 @@
         'src/cpp/js_callback.cpp',
         'src/cpp/screen_lock_monitor.cpp',
         'src/cpp/snap_calls.cpp',
+        'src/cpp/snap_completion.cpp',
         'src/cpp/snap_result.cpp',
         'src/cpp/uv_handles.cpp',
         'src/cpp/linux/desktop_session_agent_linux.cpp',

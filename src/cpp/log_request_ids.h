@@ -6,6 +6,8 @@ namespace kiv {
 // The fixed text that each kind of log message begins with. A value follows after ":", except where
 // the text itself ends with ":" or ": ". The spellings are part of the interface.
 constexpr char kLoggingRequestId_DbusIdleTimeError[] = "DBUS IdleTime: ";
+constexpr char kLoggingRequestId_OnScreenSnapCompleted[] = "OnScreenSnapCompleted";
+constexpr char kLoggingRequestId_End[] = "End";
 constexpr char kLoggingRequestId_SessionBusSignal[] = "Session: screen lock changed";
 constexpr char kLoggingRequestId_ActiveTaskInfoValuesError[] = "Get Active Task info: v-error";
 constexpr char kLoggingRequestId_ActiveTaskInfoCountError[] = "Get Active Task info: c-error";

@@ -31,6 +31,10 @@ v8::Local<v8::Value> TakeBuffer(ScreenSnap::image_data* block) {
 
 }  // namespace
 
+void SetNumber(v8::Local<v8::Object> result, const char* key, int value) {
+  SetKey(result, key, Nan::New(value));
+}
+
 void SetText(v8::Local<v8::Object> result, const char* key, const std::string& bytes) {
   SetKey(result, key, ToJsString(bytes));
 }

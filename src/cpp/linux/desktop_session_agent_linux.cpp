@@ -83,6 +83,23 @@ void DesktopSessionAgent::OnRuntimeEnd() {
   data_.interval_callback.reset();
 }
 
+bool DesktopSessionAgent::SnapGuardIsFree() {
+  if (uv_mutex_trylock(&mutex_) != 0) return false;
+  const bool ready = snap_ready_;
+  uv_mutex_unlock(&mutex_);
+  return ready;
+}
+
+void DesktopSessionAgent::TakeSnapGuard() { SetSnapReady(false); }
+
+void DesktopSessionAgent::ReleaseSnapGuard() { SetSnapReady(true); }
+
+void DesktopSessionAgent::SetSnapReady(bool ready) {
+  uv_mutex_lock(&mutex_);
+  snap_ready_ = ready;
+  uv_mutex_unlock(&mutex_);
+}
+
 const ProcessHandlesInfo* DesktopSessionAgent::GetProcessHandlesInfo(unsigned long /*pid*/) const {
   return nullptr;
 }

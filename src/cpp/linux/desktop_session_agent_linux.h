@@ -129,6 +129,11 @@ class DesktopSessionAgent {
   ScreenSnap* SnapWholeDesktop(bool jpeg, bool limit_size);
   ScreenSnap* SnapActiveDisplay(bool jpeg, bool limit_size);
 
+  // The guard of selection snapshots. False when one is pending or the lock is taken; never waits.
+  bool SnapGuardIsFree();
+  void TakeSnapGuard();
+  void ReleaseSnapGuard();
+
   bool snap_ready_ = true;  // no selection is pending; guarded by mutex_
   uv_mutex_t mutex_;
   DesktopSessionData data_;
@@ -136,6 +141,7 @@ class DesktopSessionAgent {
 
  private:
   int Connect();
+  void SetSnapReady(bool ready);
 };
 
 }  // namespace kiv
