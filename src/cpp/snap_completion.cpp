@@ -12,26 +12,30 @@ namespace kiv {
 
 namespace {
 
-void DeliverResult(int error_code, ScreenSnap* snap, const Nan::Callback* function) {
+// False, and nothing done, when the runtime is gone.
+bool DeliverResult(int error_code, ScreenSnap* snap, const Nan::Callback* function) {
   JsScope scope;
-  if (!scope.usable()) return;
+  if (!scope.usable()) return false;
   const v8::Local<v8::Object> result = Nan::New<v8::Object>();
   SetDescription(result, *snap);
   SetPictures(result, snap);
   SetNumber(result, "errorCode", error_code);
   v8::Local<v8::Value> argv[] = {result};
   if (function) scope.Call(*function, 1, argv);
+  return true;
 }
 
 }  // namespace
 
 void OnScreenSnapCompleted(int error_code, ScreenSnap* snap, void* context, bool release_guard) {
-  {
-    const std::unique_ptr<Nan::Callback> function(static_cast<Nan::Callback*>(context));
-    DeliverResult(error_code, snap, function.get());
+  std::unique_ptr<Nan::Callback> function(static_cast<Nan::Callback*>(context));
+  if (!DeliverResult(error_code, snap, function.get())) {
+    // The handle went with its isolate and must not be touched any more.
+    static_cast<void>(function.release());
+    snap->image.Clear();
+    snap->thumbnail.Clear();
   }
-  snap->image.Clear();
-  snap->thumbnail.Clear();
+  function.reset();
   if (release_guard) Agent().ReleaseSnapGuard();
   LogMessage(LogMessage::debug).stream() << kLoggingRequestId_OnScreenSnapCompleted << ":"
                                          << error_code << ":" << kLoggingRequestId_End;
