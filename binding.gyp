@@ -4,6 +4,42 @@
     'kiv_dev%': 0,
     'nan_dir': '<!(node -p "path.dirname(require.resolve(\'nan\'))")',
     'module_libs': 'gtk+-3.0 gio-2.0 gdk-pixbuf-2.0 cairo x11 xi xscrnsaver xinerama',
+    # The oldest releases that are supported; newer calls warn, later deprecations do not.
+    'oldest_releases': [
+      'GDK_VERSION_MIN_REQUIRED=GDK_VERSION_3_18', 'GDK_VERSION_MAX_ALLOWED=GDK_VERSION_3_18',
+      'GLIB_VERSION_MIN_REQUIRED=GLIB_VERSION_2_46', 'GLIB_VERSION_MAX_ALLOWED=GLIB_VERSION_2_46',
+    ],
+    # All but the registration. The order is the order of the load-time initialisers, after the
+    # registration's own.
+    'module_sources': [
+      'src/cpp/logging.cpp',
+      'src/cpp/arguments.cpp',
+      'src/cpp/host_utils.cpp',
+      'src/cpp/input_calls.cpp',
+      'src/cpp/js_callback.cpp',
+      'src/cpp/screen_lock_monitor.cpp',
+      'src/cpp/snap_calls.cpp',
+      'src/cpp/snap_completion.cpp',
+      'src/cpp/snap_result.cpp',
+      'src/cpp/uv_handles.cpp',
+      'src/cpp/linux/desktop_session_agent_linux.cpp',
+      'src/cpp/linux/active_window.cpp',
+      'src/cpp/linux/byte_sink.cpp',
+      'src/cpp/linux/capture.cpp',
+      'src/cpp/linux/dbus_idletime.cpp',
+      'src/cpp/linux/dbus_screenshot.cpp',
+      'src/cpp/linux/gdk_capture.cpp',
+      'src/cpp/linux/idle_time.cpp',
+      'src/cpp/linux/image_encoder.cpp',
+      'src/cpp/linux/input_activity.cpp',
+      'src/cpp/linux/interval_timer.cpp',
+      'src/cpp/linux/lock_watcher.cpp',
+      'src/cpp/linux/picture_file.cpp',
+      'src/cpp/linux/session_bus.cpp',
+      'src/cpp/linux/x_connection.cpp',
+      'src/cpp/linux/x_error_guard.cpp',
+      'src/cpp/linux/tools_x11_linux.cpp',
+    ],
   },
   'target_defaults': {
     'cflags_cc!': ['-std=gnu++0x', '-std=gnu++1y', '-std=gnu++14', '-std=gnu++17', '-std=gnu++20',
@@ -28,40 +64,8 @@
   'targets': [
     {
       'target_name': 'kiv_native',
-      # The order is the order of the load-time initialisers.
-      'sources': [
-        'src/cpp/addon.cpp',
-        'src/cpp/logging.cpp',
-        'src/cpp/arguments.cpp',
-        'src/cpp/host_utils.cpp',
-        'src/cpp/input_calls.cpp',
-        'src/cpp/js_callback.cpp',
-        'src/cpp/screen_lock_monitor.cpp',
-        'src/cpp/snap_calls.cpp',
-        'src/cpp/snap_completion.cpp',
-        'src/cpp/snap_result.cpp',
-        'src/cpp/uv_handles.cpp',
-        'src/cpp/linux/desktop_session_agent_linux.cpp',
-        'src/cpp/linux/active_window.cpp',
-        'src/cpp/linux/byte_sink.cpp',
-        'src/cpp/linux/capture.cpp',
-        'src/cpp/linux/dbus_idletime.cpp',
-        'src/cpp/linux/gdk_capture.cpp',
-        'src/cpp/linux/idle_time.cpp',
-        'src/cpp/linux/image_encoder.cpp',
-        'src/cpp/linux/input_activity.cpp',
-        'src/cpp/linux/interval_timer.cpp',
-        'src/cpp/linux/lock_watcher.cpp',
-        'src/cpp/linux/session_bus.cpp',
-        'src/cpp/linux/x_connection.cpp',
-        'src/cpp/linux/x_error_guard.cpp',
-        'src/cpp/linux/tools_x11_linux.cpp',
-      ],
-      # The oldest releases that are supported; newer calls warn, later deprecations do not.
-      'defines': [
-        'GDK_VERSION_MIN_REQUIRED=GDK_VERSION_3_18', 'GDK_VERSION_MAX_ALLOWED=GDK_VERSION_3_18',
-        'GLIB_VERSION_MIN_REQUIRED=GLIB_VERSION_2_46', 'GLIB_VERSION_MAX_ALLOWED=GLIB_VERSION_2_46',
-      ],
+      'sources': ['src/cpp/addon.cpp', '<@(module_sources)'],
+      'defines': ['<@(oldest_releases)'],
       'cflags': ['<!@(pkg-config --cflags-only-I <(module_libs) | sed s/-I/-isystem/g)'],
       'libraries': ['<!@(pkg-config --libs <(module_libs))', '-ldl'],
     },
@@ -82,15 +86,11 @@
     ['kiv_dev==1', {
       'targets': [
         {
-          # Internals of the module that no export reaches, for the tests.
+          # Internals of the module that no export reaches, for the tests: all of it, registered
+          # otherwise.
           'target_name': 'kiv_internals',
-          'sources': [
-            'test/native/internals.cpp',
-            'src/cpp/logging.cpp',
-            'src/cpp/js_callback.cpp',
-            'src/cpp/linux/byte_sink.cpp',
-            'src/cpp/linux/image_encoder.cpp',
-          ],
+          'sources': ['test/native/internals.cpp', '<@(module_sources)'],
+          'defines': ['<@(oldest_releases)'],
           'cflags': ['<!@(pkg-config --cflags-only-I <(module_libs) | sed s/-I/-isystem/g)'],
           'libraries': ['<!@(pkg-config --libs <(module_libs))', '-ldl'],
         },

@@ -18,6 +18,7 @@ constexpr char kLoggingRequestId_FetchActiveTaskInfo_XGetWindowProperty4r1[] = "
 constexpr char kLoggingRequestId_SnapDesktopError[] = "Snap desktop error";
 constexpr char kLoggingRequestId_SnapDisplayError[] = "Snap display error";
 constexpr char kLoggingRequestId_FetchImageError[] = "Fetch image error";
+constexpr char kLoggingRequestId_DbusScreenshotError[] = "DBUS Screenshot: ";
 
 }  // namespace kiv
 

@@ -4,10 +4,12 @@
 #include <gio/gio.h>
 #include <nan.h>
 
+#include <fstream>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -16,8 +18,9 @@ using CallInfo = Nan::FunctionCallbackInfo<v8::Value>;
 struct Answer {
   std::string body;        // GVariant text of the reply's tuple
   std::string error_name;  // an error instead of a reply
+  std::string copy;        // a file that is copied to where the call's last argument says, first
   bool hang = false;
-  uint32_t calls = 0;
+  std::vector<std::string> calls;  // the arguments of each, as text
 };
 
 std::mutex answers_mutex;
@@ -42,6 +45,20 @@ GVariant* Parse(const std::string& text) {
   return Throw(error) ? nullptr : value;
 }
 
+std::string Describe(GVariant* body) {
+  if (!body) return "()";
+  const std::unique_ptr<char, decltype(&g_free)> text(g_variant_print(body, FALSE), g_free);
+  return text.get();
+}
+
+void CopyToLastArgument(const std::string& source, GVariant* body) {
+  if (source.empty() || !body) return;
+  GVariant* last = g_variant_get_child_value(body, g_variant_n_children(body) - 1);
+  std::ofstream(g_variant_get_string(last, nullptr), std::ios::binary)
+      << std::ifstream(source, std::ios::binary).rdbuf();
+  g_variant_unref(last);
+}
+
 GDBusMessage* OnMessage(GDBusConnection* connection, GDBusMessage* message, gboolean incoming,
                         gpointer /*data*/) {
   if (!incoming || g_dbus_message_get_message_type(message) != G_DBUS_MESSAGE_TYPE_METHOD_CALL) {
@@ -54,7 +71,9 @@ GDBusMessage* OnMessage(GDBusConnection* connection, GDBusMessage* message, gboo
   const auto found = answers.find(key);
   if (found == answers.end()) return message;
   Answer& answer = found->second;
-  ++answer.calls;
+  GVariant* arguments = g_dbus_message_get_body(message);
+  answer.calls.push_back(Describe(arguments));
+  CopyToLastArgument(answer.copy, arguments);
   if (!answer.hang) {
     GDBusMessage* reply = nullptr;
     if (!answer.error_name.empty()) {
@@ -95,7 +114,7 @@ void Own(const CallInfo& info) {
   if (!Throw(error)) g_variant_unref(reply);
 }
 
-// answer(path, interface, member, {body, error, hang})
+// answer(path, interface, member, {body, error, hang, copy})
 void SetAnswer(const CallInfo& info) {
   const auto how = info[3].As<v8::Object>();
   const auto get = [&](const char* key) {
@@ -104,6 +123,7 @@ void SetAnswer(const CallInfo& info) {
   Answer answer;
   if (!get("body")->IsUndefined()) answer.body = Text(get("body"));
   if (!get("error")->IsUndefined()) answer.error_name = Text(get("error"));
+  if (!get("copy")->IsUndefined()) answer.copy = Text(get("copy"));
   answer.hang = Nan::To<bool>(get("hang")).FromJust();
   const std::lock_guard<std::mutex> lock(answers_mutex);
   answers[Text(info[0]) + " " + Text(info[1]) + "." + Text(info[2])] = answer;
@@ -112,8 +132,19 @@ void SetAnswer(const CallInfo& info) {
 // calls(path, interface, member): how often it has been called since its answer was set.
 void Calls(const CallInfo& info) {
   const std::lock_guard<std::mutex> lock(answers_mutex);
-  info.GetReturnValue().Set(
-      answers[Text(info[0]) + " " + Text(info[1]) + "." + Text(info[2])].calls);
+  info.GetReturnValue().Set(static_cast<uint32_t>(
+      answers[Text(info[0]) + " " + Text(info[1]) + "." + Text(info[2])].calls.size()));
+}
+
+// argumentsOf(path, interface, member): the arguments of each of those calls, as text.
+void ArgumentsOf(const CallInfo& info) {
+  const std::lock_guard<std::mutex> lock(answers_mutex);
+  const auto& calls = answers[Text(info[0]) + " " + Text(info[1]) + "." + Text(info[2])].calls;
+  const auto result = Nan::New<v8::Array>();
+  for (uint32_t i = 0; i < calls.size(); ++i) {
+    Nan::Set(result, i, Nan::New(calls[i]).ToLocalChecked());
+  }
+  info.GetReturnValue().Set(result);
 }
 
 // emit(path, interface, member, body, times): body is the text of a tuple, or empty for none.
@@ -143,6 +174,7 @@ void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void*
   Nan::SetMethod(exports, "own", Own);
   Nan::SetMethod(exports, "answer", SetAnswer);
   Nan::SetMethod(exports, "calls", Calls);
+  Nan::SetMethod(exports, "argumentsOf", ArgumentsOf);
   Nan::SetMethod(exports, "emit", Emit);
   Nan::SetMethod(exports, "close", Close);
 }

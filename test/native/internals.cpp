@@ -7,15 +7,31 @@
 #include <string>
 #include <vector>
 
+#include "../../src/cpp/addon.h"
 #include "../../src/cpp/js_callback.h"
 #include "../../src/cpp/linux/byte_sink.h"
+#include "../../src/cpp/linux/dbus_screenshot.h"
 #include "../../src/cpp/linux/glib_ptr.h"
 #include "../../src/cpp/linux/image_encoder.h"
+#include "../../src/cpp/logging.h"
 #include "../../src/cpp/screen_snap.h"
 
 namespace {
 
-using CallInfo = Nan::FunctionCallbackInfo<v8::Value>;
+using kiv::CallInfo;
+
+// An agent of this add-on's own, never set up: it keeps the record and the guard.
+kiv::DesktopSessionAgent agent;
+
+}  // namespace
+
+namespace kiv {
+
+DesktopSessionAgent& Agent() { return agent; }
+
+}  // namespace kiv
+
+namespace {
 
 int IntArgument(const CallInfo& info, int index) {
   return Nan::To<int32_t>(info[index]).FromMaybe(0);
@@ -101,11 +117,78 @@ void SinkNanoseconds(const CallInfo& info) {
   info.GetReturnValue().Set(static_cast<double>(uv_hrtime() - start));
 }
 
+std::shared_ptr<kiv::DbusScreenshot> backend;
+std::weak_ptr<kiv::DbusScreenshot> selecting;
+
+void ReleaseRuntime() {
+  backend.reset();
+  agent.OnRuntimeEnd();
+  kiv::LogMessage::Setup(nullptr);
+}
+
+void SetupLogger(const CallInfo& info) { kiv::LogMessage::Setup(kiv::FunctionArgument(info, 0)); }
+
+// createBackend(): what the session's compositor is; the backend is kept for the calls below.
+void CreateBackend(const CallInfo& info) {
+  const kiv::EntryScope entry;
+  backend = kiv::DbusScreenshot::Create();
+  if (!backend) return info.GetReturnValue().SetNull();
+  const bool gnome = dynamic_cast<kiv::GnomeDbusScreenshot*>(backend.get()) != nullptr;
+  const auto result = Nan::New<v8::Object>();
+  Set(result, "name", kiv::ToJsString(gnome ? "gnome" : "plasma"));
+  Set(result, "selects", Nan::New(backend->SnapSelectionSupported()));
+  info.GetReturnValue().Set(result);
+}
+
+void DropBackend(const CallInfo& /*info*/) { backend.reset(); }
+
+void TemporaryName(const CallInfo& info) {
+  info.GetReturnValue().Set(kiv::ToJsString(backend->GetTmpFileName()));
+}
+
+// snapDisplay(): the size of the backend's picture of the active display, or null.
+void SnapDisplay(const CallInfo& info) {
+  const kiv::EntryScope entry;
+  const auto pixbuf = kiv::AdoptGObject(backend->SnapActiveDisplay());
+  if (!pixbuf) return info.GetReturnValue().SetNull();
+  const auto size = Nan::New<v8::Array>();
+  Nan::Set(size, 0, Nan::New(gdk_pixbuf_get_width(pixbuf.get())));
+  Nan::Set(size, 1, Nan::New(gdk_pixbuf_get_height(pixbuf.get())));
+  info.GetReturnValue().Set(size);
+}
+
+// selectArea(function): starts a selection as an accepted request does; nobody but the request
+// keeps its backend. False without a compositor.
+void SelectArea(const CallInfo& info) {
+  const kiv::EntryScope entry;
+  const auto chosen = kiv::DbusScreenshot::Create();
+  info.GetReturnValue().Set(chosen != nullptr);
+  if (!chosen) return;
+  selecting = chosen;
+  agent.TakeSnapGuard();
+  chosen->SnapSelection(&agent.data_, kiv::FunctionArgument(info, 0).release());
+}
+
+// selectionBackendAlive(): whether the last selection's backend still exists.
+void SelectionBackendAlive(const CallInfo& info) {
+  info.GetReturnValue().Set(!selecting.expired());
+}
+
+void GuardIsFree(const CallInfo& info) { info.GetReturnValue().Set(agent.SnapGuardIsFree()); }
+
 void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
-  kiv::OnModuleRegistered(nullptr);
+  kiv::OnModuleRegistered(ReleaseRuntime);
   Nan::SetMethod(exports, "encode", Encode);
   Nan::SetMethod(exports, "sink", Sink);
   Nan::SetMethod(exports, "sinkNanoseconds", SinkNanoseconds);
+  Nan::SetMethod(exports, "setupLogger", SetupLogger);
+  Nan::SetMethod(exports, "createBackend", CreateBackend);
+  Nan::SetMethod(exports, "dropBackend", DropBackend);
+  Nan::SetMethod(exports, "temporaryName", TemporaryName);
+  Nan::SetMethod(exports, "snapDisplay", SnapDisplay);
+  Nan::SetMethod(exports, "selectArea", SelectArea);
+  Nan::SetMethod(exports, "selectionBackendAlive", SelectionBackendAlive);
+  Nan::SetMethod(exports, "guardIsFree", GuardIsFree);
 }
 
 }  // namespace

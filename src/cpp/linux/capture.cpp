@@ -1,7 +1,10 @@
 // Whole-desktop and active-display snapshots.
 
+#include "../log_request_ids.h"
+#include "../logging.h"
 #include "../screen_snap.h"
 #include "active_window.h"
+#include "dbus_screenshot.h"
 #include "desktop_session_agent_linux.h"
 #include "gdk_capture.h"
 #include "glib_ptr.h"
@@ -30,6 +33,17 @@ bool LimitSize(ScreenSnap* snap) {
   return reduced;
 }
 
+// A compositor gives the whole desktop, whatever was asked for. `error` is for a session that has
+// no known compositor. The backend and its file are gone before the encoding.
+GObjectPtr<GdkPixbuf> CaptureThroughCompositor(const char* error) {
+  const auto backend = DbusScreenshot::Create();
+  if (!backend) {
+    LogMessage(LogMessage::error).stream() << error;
+    return nullptr;
+  }
+  return AdoptGObject(backend->SnapWholeDesktop());
+}
+
 ScreenSnap* Finish(ScreenSnap* snap, const GObjectPtr<GdkPixbuf>& pixbuf, bool jpeg,
                    bool limit_size) {
   snap->width = 0;
@@ -47,16 +61,16 @@ ScreenSnap* Finish(ScreenSnap* snap, const GObjectPtr<GdkPixbuf>& pixbuf, bool j
 ScreenSnap* DesktopSessionAgent::SnapWholeDesktop(bool jpeg, bool limit_size) {
   data_.define_session_type();
   FetchActiveTaskInfo(&data_);
-  GObjectPtr<GdkPixbuf> pixbuf;
-  if (data_.is_x11) pixbuf = CaptureRoot(DesktopArea());
+  const auto pixbuf = data_.is_x11 ? CaptureRoot(DesktopArea())
+                                   : CaptureThroughCompositor(kLoggingRequestId_SnapDesktopError);
   return Finish(&data_.snap, pixbuf, jpeg, limit_size);
 }
 
 ScreenSnap* DesktopSessionAgent::SnapActiveDisplay(bool jpeg, bool limit_size) {
   data_.define_session_type();
   FetchActiveTaskInfo(&data_);
-  GObjectPtr<GdkPixbuf> pixbuf;
-  if (data_.is_x11) pixbuf = CaptureRoot(ActiveDisplayArea());
+  const auto pixbuf = data_.is_x11 ? CaptureRoot(ActiveDisplayArea())
+                                   : CaptureThroughCompositor(kLoggingRequestId_SnapDisplayError);
   return Finish(&data_.snap, pixbuf, jpeg, limit_size);
 }
 

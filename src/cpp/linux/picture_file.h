@@ -1,0 +1,25 @@
+#ifndef SRC_CPP_LINUX_PICTURE_FILE_H_
+#define SRC_CPP_LINUX_PICTURE_FILE_H_
+
+#include <gdk-pixbuf/gdk-pixbuf.h>
+
+#include <string>
+
+#include "glib_ptr.h"
+
+namespace kiv {
+
+// Files in which a compositor hands over its pictures.
+
+// A path in `directory` that does not exist and cannot be guessed; empty when there is none. No
+// file is made: a compositor that refuses would leave it behind. `directory` goes in unchanged.
+std::string UnusedPath(const std::string& directory);
+
+// The decoded picture, or null with the reason in `error`. Anything but a regular file is refused
+// without being opened, since a FIFO would hold the caller. So is a picture of more than 2^27
+// pixels (four 8K monitors and some; half a gigabyte decoded): a few bytes can claim any size.
+GObjectPtr<GdkPixbuf> ReadPicture(const std::string& path, GErrorPtr* error);
+
+}  // namespace kiv
+
+#endif  // SRC_CPP_LINUX_PICTURE_FILE_H_
