@@ -92,14 +92,15 @@ GDBusMessage* OnMessage(GDBusConnection* connection, GDBusMessage* message, gboo
   return nullptr;
 }
 
-// connect(address)
+// connect(address): without one, on the connection that the whole process shares.
 void Connect(const CallInfo& info) {
   GError* error = nullptr;
   const auto flags =
       static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
                                         G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-  bus = g_dbus_connection_new_for_address_sync(Text(info[0]).c_str(), flags, nullptr, nullptr,
-                                               &error);
+  bus = info[0]->IsUndefined() ? g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, &error)
+                               : g_dbus_connection_new_for_address_sync(
+                                     Text(info[0]).c_str(), flags, nullptr, nullptr, &error);
   if (Throw(error)) return;
   g_dbus_connection_add_filter(bus, OnMessage, nullptr, nullptr);
 }
@@ -147,6 +148,19 @@ void ArgumentsOf(const CallInfo& info) {
   info.GetReturnValue().Set(result);
 }
 
+// call(name, path, interface, member, body): the reply as text; body is the text of a tuple.
+void Call(const CallInfo& info) {
+  GVariant* body = Parse(Text(info[4]));
+  if (!body) return;
+  GError* error = nullptr;
+  GVariant* reply = g_dbus_connection_call_sync(
+      bus, Text(info[0]).c_str(), Text(info[1]).c_str(), Text(info[2]).c_str(),
+      Text(info[3]).c_str(), body, nullptr, G_DBUS_CALL_FLAGS_NONE, 10000, nullptr, &error);
+  if (Throw(error)) return;
+  info.GetReturnValue().Set(Nan::New(Describe(reply)).ToLocalChecked());
+  g_variant_unref(reply);
+}
+
 // emit(path, interface, member, body, times): body is the text of a tuple, or empty for none.
 void Emit(const CallInfo& info) {
   const std::string text = Text(info[3]);
@@ -175,6 +189,7 @@ void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void*
   Nan::SetMethod(exports, "answer", SetAnswer);
   Nan::SetMethod(exports, "calls", Calls);
   Nan::SetMethod(exports, "argumentsOf", ArgumentsOf);
+  Nan::SetMethod(exports, "call", Call);
   Nan::SetMethod(exports, "emit", Emit);
   Nan::SetMethod(exports, "close", Close);
 }
