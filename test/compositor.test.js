@@ -103,7 +103,7 @@ describe('replies and files', () => {
       const whole = png(640, 480);
       const files = {
         text: Buffer.from('not a picture'), empty: Buffer.alloc(0), cut: whole.slice(0, whole.length / 2),
-        huge: png(30000, 30000, 1000), broad: png(1 << 30, 1, 1000), whole,
+        huge: png(30000, 30000, 1000), broad: png(1 << 30, 1, 1000), bitmap: bitmap(30000, 30000), whole,
       };
       for (const name of Object.keys(files)) fs.writeFileSync(inTmp(name), files[name]);
       fs.mkdirSync(inTmp('folder'));
@@ -131,7 +131,7 @@ describe('replies and files', () => {
       assert.match(log[0], /^error DBUS Screenshot: ./, name);
     }
     assert.match(seen.folder[2][0], /not a regular file/);
-    assert.match(seen.huge[2][0], /30000 x 30000/);
+    for (const name of ['huge', 'bitmap']) assert.match(seen[name][2][0], /30000 x 30000/);
     assert.deepStrictEqual(['nothing', 'number', 'two', 'bytes'].map((name) => seen[name][2][0].replace(/.*type /, '')),
       ['(), wanted (s)', '(i), wanted (s)', '(ss), wanted (s)', '(ay), wanted (s)']);
     assert.ok(json.grown < 200000, `${json.grown} kB more at the peak`);

@@ -62,3 +62,12 @@ const png = (width, height, bytes = height * (1 + width * 3)) => {
   return Buffer.concat([Buffer.from('89504e470d0a1a0a', 'hex'), chunk('IHDR', header),
     chunk('IDAT', zlib.deflateSync(pixels)), chunk('IEND', Buffer.alloc(0))]);
 };
+/** The header of a Windows bitmap that claims a size, and a little of its pixels. */
+const bitmap = (width, height) => {
+  const file = Buffer.alloc(1000);
+  file.write('BM');
+  file.writeUInt32LE(54 + width * height * 3, 2);
+  [54, 40, width, height].forEach((value, i) => file.writeUInt32LE(value, 10 + 4 * i));
+  file.set([1, 0, 24, 0], 26);
+  return file;
+};

@@ -158,15 +158,19 @@ void SnapDisplay(const CallInfo& info) {
 }
 
 // selectArea(function): starts a selection as an accepted request does; nobody but the request
-// keeps its backend. False without a compositor.
+// keeps its backend. False without a compositor. One that cannot select takes nothing over.
 void SelectArea(const CallInfo& info) {
   const kiv::EntryScope entry;
   const auto chosen = kiv::DbusScreenshot::Create();
   info.GetReturnValue().Set(chosen != nullptr);
   if (!chosen) return;
   selecting = chosen;
+  auto context = kiv::FunctionArgument(info, 0);
+  if (!chosen->SnapSelectionSupported()) {
+    return chosen->SnapSelection(&agent.data_, context.get());
+  }
   agent.TakeSnapGuard();
-  chosen->SnapSelection(&agent.data_, kiv::FunctionArgument(info, 0).release());
+  chosen->SnapSelection(&agent.data_, context.release());
 }
 
 // selectionBackendAlive(): whether the last selection's backend still exists.

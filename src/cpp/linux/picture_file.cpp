@@ -3,8 +3,10 @@
 #include <sys/random.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <fstream>
 
 namespace kiv {
 
@@ -30,13 +32,44 @@ bool IsOtherThanFile(const std::string& path) {
   return stat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode);
 }
 
+struct Size {
+  int64_t width;
+  int64_t height;
+};
+
+// A PNG begins with its signature and the chunk that holds its size.
+constexpr std::array<unsigned char, 16> kPngStart = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n',
+                                                     0,    0,   0,   13,  'I',  'H',  'D',  'R'};
+
+int64_t BigEndian(const unsigned char* bytes) {
+  return int64_t{bytes[0]} << 24 | bytes[1] << 16 | bytes[2] << 8 | bytes[3];
+}
+
+// What the header claims; nothing for a file without one, which is left to the decoder, since that
+// knows what is wrong.
+Size ClaimedSize(const std::string& path) {
+  std::array<unsigned char, kPngStart.size() + 8> start{};
+  std::ifstream(path, std::ios::binary)
+      .read(reinterpret_cast<char*>(start.data()), std::streamsize{start.size()});
+  if (std::equal(kPngStart.begin(), kPngStart.end(), start.begin())) {
+    const unsigned char* size = start.data() + kPngStart.size();
+    return {BigEndian(size), BigEndian(size + 4)};
+  }
+  int width = 0;
+  int height = 0;
+  // Takes milliseconds, a tenth of a whole picture: not for what compositors really write.
+  if (!gdk_pixbuf_get_file_info(path.c_str(), &width, &height)) return {};
+  return {width, height};
+}
+
 }  // namespace
 
 std::string UnusedPath(const std::string& directory) {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     const std::string name = RandomName();
     if (name.empty()) break;
-    std::string path = directory + "/" + name;
+    std::string path = directory + "/";
+    path += name;
     struct stat info = {};
     if (lstat(path.c_str(), &info) != 0) return path;
   }
@@ -49,13 +82,13 @@ GObjectPtr<GdkPixbuf> ReadPicture(const std::string& path, GErrorPtr* error) {
                 "%s is not a regular file", path.c_str());
     return nullptr;
   }
-  int width = 0;
-  int height = 0;
-  // Reads the header only. A file without one is left to the decoder, which knows what is wrong.
-  if (gdk_pixbuf_get_file_info(path.c_str(), &width, &height) &&
-      int64_t{width} * height > kMaxPixels) {
+  const Size claimed = ClaimedSize(path);
+  // Divided, because the product of two 32-bit claims may be too big.
+  if (claimed.width > 0 && claimed.height > kMaxPixels / claimed.width) {
     g_set_error(CollectError(error), GDK_PIXBUF_ERROR, GDK_PIXBUF_ERROR_INSUFFICIENT_MEMORY,
-                "%s claims %d x %d pixels, too many to be a screen", path.c_str(), width, height);
+                "%s claims %" G_GINT64_FORMAT " x %" G_GINT64_FORMAT
+                " pixels, too many to be a screen",
+                path.c_str(), claimed.width, claimed.height);
     return nullptr;
   }
   return AdoptGObject(gdk_pixbuf_new_from_file(path.c_str(), CollectError(error)));
