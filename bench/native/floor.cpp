@@ -3,6 +3,7 @@
 
 #include <gdk/gdk.h>
 #include <nan.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <string>
@@ -42,12 +43,8 @@ void Reserve(const Nan::FunctionCallbackInfo<v8::Value>& info) {
   thumbnail.bytes.assign(size_t{1} << 20, 1);
 }
 
-// desktop(jpeg): encoded bytes of a whole-desktop snapshot fitted into 1920 x 1080.
-void Desktop(const Nan::FunctionCallbackInfo<v8::Value>& info) {
-  const bool jpeg = Nan::To<bool>(info[0]).FromJust();
-  GdkWindow* root = gdk_get_default_root_window();
-  GdkPixbuf* picture = gdk_pixbuf_get_from_window(root, 0, 0, gdk_window_get_width(root),
-                                                  gdk_window_get_height(root));
+// Encoded bytes of the picture, fitted into 1920 x 1080, which is released.
+double Encode(GdkPixbuf* picture, bool jpeg) {
   const bool reduced = gdk_pixbuf_get_width(picture) > 1920;
   if (reduced) {
     GdkPixbuf* fitted = gdk_pixbuf_scale_simple(picture, 1920, 1080, GDK_INTERP_BILINEAR);
@@ -60,12 +57,51 @@ void Desktop(const Nan::FunctionCallbackInfo<v8::Value>& info) {
   Save(small, jpeg, reduced, &thumbnail);
   g_object_unref(small);
   g_object_unref(picture);
-  info.GetReturnValue().Set(static_cast<double>(image.used));
+  return static_cast<double>(image.used);
+}
+
+// desktop(jpeg): encoded bytes of a whole-desktop snapshot fitted into 1920 x 1080.
+void Desktop(const Nan::FunctionCallbackInfo<v8::Value>& info) {
+  GdkWindow* root = gdk_get_default_root_window();
+  GdkPixbuf* picture = gdk_pixbuf_get_from_window(root, 0, 0, gdk_window_get_width(root),
+                                                  gdk_window_get_height(root));
+  info.GetReturnValue().Set(Encode(picture, Nan::To<bool>(info[0]).FromJust()));
+}
+
+GVariant* Ask(const char* name, const char* path, const char* interface, const char* method,
+              GVariant* body) {
+  GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
+  GVariant* reply = g_dbus_connection_call_sync(bus, name, path, interface, method, body, nullptr,
+                                                G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
+  g_object_unref(bus);
+  return reply;
+}
+
+// compositor(gnome, jpeg): the same through GNOME Shell's or KWin's service.
+void Compositor(const Nan::FunctionCallbackInfo<v8::Value>& info) {
+  std::string path = std::string(g_get_tmp_dir()) + "/floor";
+  GVariant* reply = nullptr;
+  if (Nan::To<bool>(info[0]).FromJust()) {
+    reply = Ask("org.gnome.Shell.Screenshot", "/org/gnome/Shell/Screenshot",
+                "org.gnome.Shell.Screenshot", "Screenshot",
+                g_variant_new("(bbs)", FALSE, TRUE, path.c_str()));
+  } else {
+    reply = Ask("org.kde.KWin", "/Screenshot", "org.kde.kwin.Screenshot", "screenshotFullscreen",
+                nullptr);
+    const char* chosen = nullptr;
+    g_variant_get(reply, "(&s)", &chosen);
+    path = chosen;
+  }
+  g_variant_unref(reply);
+  GdkPixbuf* picture = gdk_pixbuf_new_from_file(path.c_str(), nullptr);
+  unlink(path.c_str());
+  info.GetReturnValue().Set(Encode(picture, Nan::To<bool>(info[1]).FromJust()));
 }
 
 void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
   Nan::SetMethod(exports, "reserve", Reserve);
   Nan::SetMethod(exports, "desktop", Desktop);
+  Nan::SetMethod(exports, "compositor", Compositor);
 }
 
 }  // namespace
