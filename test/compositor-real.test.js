@@ -97,24 +97,28 @@ describe('GNOME Shell', { skip: need('gnome-shell', 'Xwayland', 'gdbus') }, () =
       const results = [];
       const select = () => internals.selectArea((result) => results.push(Object.assign(result,
         { guard: internals.guardIsFree(), alive: internals.selectionBackendAlive() })));
-      // The shell takes input once its own grab is there, and offers no sign of it: press Escape or
-      // drag until the selection ends.
-      const selection = async (act) => {
+      // The shell takes input once its own grab is there, and offers no sign of it: act again after a
+      // while. What came too often, or a grab before that still lingers, cancels the next selection,
+      // which is then repeated.
+      const once = async (act) => {
         const before = results.length;
         select();
-        await until(async () => {
-          if (results.length > before) return true;
+        for (let i = 0; results.length === before && i < 10; ++i) {
           act();
-          return false;
-        }, { what: 'the end of a selection', timeout: 15000 });
+          await until(() => results.length > before, { timeout: 1000 }).catch(() => {});
+        }
         const { errorCode, width, height, data, guard, alive } = results[before];
         await until(() => !internals.selectionBackendAlive(), { what: 'the backend to be gone' });
         return { errorCode, width, height, data, during: [guard, alive], after: internals.guardIsFree() };
       };
-      const cancelled = await selection(() => {
+      const selection = (wanted, act) => until(async () => {
+        const result = await once(act);
+        return result.errorCode === wanted && result;
+      }, { timeout: 15000, what: `a selection that ends with ${wanted}` });
+      const cancelled = await selection(102005, () => {
         for (const down of [true, false]) send('NotifyKeyboardKeysym', `(uint32 0xff1b, ${down})`);
       });
-      const dragged = await selection(() => {
+      const dragged = await selection(0, () => {
         move(-20000, -20000);
         move(600, 400);
         button(true);
@@ -127,7 +131,7 @@ describe('GNOME Shell', { skip: need('gnome-shell', 'Xwayland', 'gdbus') }, () =
       report({
         cancelled: Object.assign(cancelled, { data: cancelled.data.length }),
         dragged: Object.assign(dragged, { data: [picture.width, picture.height, ...pixelAt(picture, 30, 20)] }),
-        calls: results.length, log, files: require('fs').readdirSync(process.env.TMPDIR) });
+        log, completions: results.map(({ errorCode }) => `debug OnScreenSnapCompleted:${errorCode}:End`), files: require('fs').readdirSync(process.env.TMPDIR) });
     }, { env: session.env, timeout: 60000 });
     assert.ok(json, stderr);
     assert.deepStrictEqual(json.cancelled, { errorCode: 102005, width: 0, height: 0, data: 0,
@@ -137,8 +141,7 @@ describe('GNOME Shell', { skip: need('gnome-shell', 'Xwayland', 'gdbus') }, () =
     // The shell counts the last pixel in, or not, by version.
     assert.ok(Math.abs(width - 120) <= 1 && Math.abs(height - 60) <= 1, `${width} x ${height}`);
     assert.deepStrictEqual(data, [width, height, ...GNOME_BACKGROUND]);
-    assert.deepStrictEqual([json.calls, json.files], [2, []]);
-    assert.deepStrictEqual(json.log, ['debug OnScreenSnapCompleted:102005:End', 'debug OnScreenSnapCompleted:0:End']);
+    assert.deepStrictEqual([json.log, json.files], [json.completions, []]);
   });
 });
 
@@ -176,7 +179,7 @@ X-KDE-DBUS-Restricted-Interfaces=org.kde.kwin.Screenshot
     assert.deepStrictEqual(leftovers(session), []);
   });
 
-  test('one screen, in its own size; no selection', async () => {
+  test('one screen, in its own size; a selection does nothing', async () => {
     const { json, stderr } = await runCase(() => {
       host.startLoop();
       const files = () => require('fs').readdirSync(process.env.TMPDIR).length;
@@ -184,10 +187,12 @@ X-KDE-DBUS-Restricted-Interfaces=org.kde.kwin.Screenshot
       const sizes = [internals.snapDisplay(), internals.snapDisplay()];
       const during = files();
       internals.dropBackend();
-      report({ backend, sizes, files: [during, files()] });
+      const calls = [];
+      internals.selectArea((result) => calls.push(result));
+      report({ backend, sizes, files: [during, files()], calls, alive: internals.selectionBackendAlive() });
     }, { env: session.env });
     assert.ok(json, stderr);
     assert.deepStrictEqual(json, { backend: { name: 'plasma', selects: false },
-      sizes: [[2560, 1440], [2560, 1440]], files: [2, 0] });
+      sizes: [[2560, 1440], [2560, 1440]], files: [2, 0], calls: [], alive: false });
   });
 });

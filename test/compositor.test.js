@@ -280,17 +280,6 @@ describe('area selection', () => {
     assert.deepStrictEqual([json.thrown, json.log], [['mine'], ['debug OnScreenSnapCompleted:0:End']]);
   });
 
-  test('KWin: nothing at all', async () => {
-    const json = await run(() => {
-      serve('kwin');
-      const results = [];
-      const backend = internals.createBackend();
-      internals.selectArea((result) => results.push(result));
-      report({ backend, results, alive: internals.selectionBackendAlive(), log });
-    });
-    assert.deepStrictEqual(json, { backend: { name: 'plasma', selects: false }, results: [], alive: false, log: [] });
-  });
-
   test('the bus dies while a selection is open, and the next one finds none', async () => {
     const own = await startSession({ display: false });
     try {

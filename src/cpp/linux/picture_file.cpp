@@ -78,17 +78,17 @@ std::string UnusedPath(const std::string& directory) {
 
 GObjectPtr<GdkPixbuf> ReadPicture(const std::string& path, GErrorPtr* error) {
   if (IsOtherThanFile(path)) {
-    g_set_error(CollectError(error), G_IO_ERROR, G_IO_ERROR_NOT_REGULAR_FILE,
-                "%s is not a regular file", path.c_str());
+    g_set_error_literal(CollectError(error), G_IO_ERROR, G_IO_ERROR_NOT_REGULAR_FILE,
+                        "The picture is not a regular file");
     return nullptr;
   }
   const Size claimed = ClaimedSize(path);
   // Divided, because the product of two 32-bit claims may be too big.
   if (claimed.width > 0 && claimed.height > kMaxPixels / claimed.width) {
     g_set_error(CollectError(error), GDK_PIXBUF_ERROR, GDK_PIXBUF_ERROR_INSUFFICIENT_MEMORY,
-                "%s claims %" G_GINT64_FORMAT " x %" G_GINT64_FORMAT
+                "The picture claims %" G_GINT64_FORMAT " x %" G_GINT64_FORMAT
                 " pixels, too many to be a screen",
-                path.c_str(), claimed.width, claimed.height);
+                claimed.width, claimed.height);
     return nullptr;
   }
   return AdoptGObject(gdk_pixbuf_new_from_file(path.c_str(), CollectError(error)));
