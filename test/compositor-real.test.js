@@ -119,11 +119,12 @@ describe('GNOME Shell', { skip: need('gnome-shell', 'Xwayland', 'gdbus') }, () =
         for (const down of [true, false]) send('NotifyKeyboardKeysym', `(uint32 0xff1b, ${down})`);
       });
       const dragged = await selection(0, () => {
-        move(-20000, -20000);
-        move(600, 400);
+        // From a corner that has no edge actions.
+        move(20000, 20000);
+        move(-400, -300);
         button(true);
-        move(60, 30);
-        move(60, 30);
+        move(-60, -30);
+        move(-60, -30);
         button(false);
       });
       send('Stop', '()');
