@@ -13,7 +13,8 @@ PACKAGES_DISPLAY=(xvfb:@Xvfb openbox:@openbox dbus:@dbus-daemon libglib2.0-bin:@
 PACKAGES_TEST=("${PACKAGES_DISPLAY[@]}" xserver-xorg-core:@Xorg
   xserver-xorg-video-dummy:/usr/lib/xorg/modules/drivers/dummy_drv.so
   x11-xserver-utils:@xrandr gnome-shell:@gnome-shell gjs:@gjs xwayland:@Xwayland
-  kwin-wayland:/usr/bin/kwin_wayland qtwayland5 light-locker:@light-locker
+  kwin-wayland:/usr/bin/kwin_wayland qtwayland5 libkf5service-bin:@kbuildsycoca5
+  light-locker:@light-locker
   cinnamon-screensaver:@cinnamon-screensaver cinnamon-common gir1.2-cvc-1.0 gir1.2-caribou-1.0)
 PACKAGES_LINT=(clang-format:@clang-format clang-tidy:@clang-tidy shellcheck:@shellcheck)
 
