@@ -14,8 +14,9 @@ PACKAGES_TEST=("${PACKAGES_DISPLAY[@]}" xserver-xorg-core:@Xorg
   xserver-xorg-video-dummy:/usr/lib/xorg/modules/drivers/dummy_drv.so
   x11-xserver-utils:@xrandr gnome-shell:@gnome-shell gjs:@gjs xwayland:@Xwayland
   kwin-wayland:/usr/bin/kwin_wayland qtwayland5 libkf5service-bin:@kbuildsycoca5
-  light-locker:@light-locker
   cinnamon-screensaver:@cinnamon-screensaver cinnamon-common gir1.2-cvc-1.0 gir1.2-caribou-1.0)
+# Brings a display manager, which has no business on a developer's machine.
+PACKAGES_CI=(light-locker:@light-locker)
 PACKAGES_LINT=(clang-format:@clang-format clang-tidy:@clang-tidy shellcheck:@shellcheck)
 
 # Node for machines whose own has no test runner.
