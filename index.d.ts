@@ -79,6 +79,7 @@ export class ScreenLockMonitor {
 /**
  * Connects to the desktop session. Call it before anything that needs input, ticks, lock events or
  * window titles. It never fails visibly; a second call starts by releasing what the first one made.
+ * Once connected it keeps a Node process alive until `teardown`.
  */
 export function init(): void;
 

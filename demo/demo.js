@@ -25,11 +25,13 @@ function usable(display) {
 }
 
 async function openDesktop() {
-  if (process.env.DISPLAY && usable(process.env.DISPLAY)) {
+  // On other sessions an X display shows X11 programs only, and the compositor would have to agree.
+  const x11 = (process.env.XDG_SESSION_TYPE || 'x11') === 'x11';
+  if (x11 && process.env.DISPLAY && usable(process.env.DISPLAY)) {
     say(`using your display ${process.env.DISPLAY}`);
     return { env: { ...process.env, KIV_BUILD: 'Release' }, own: false, stop() {} };
   }
-  say('no display at hand: starting a private one with a window manager and a message bus');
+  say('no X11 session at hand: starting a private one with a window manager and a message bus');
   const session = await startSession({ screens: ['1920x1080x24'] });
   return { env: session.env, own: true, stop: session.stop };
 }
@@ -66,6 +68,7 @@ async function follow(desktop, page) {
       args: [output],
     });
     if (code !== 0) throw new Error(stderr);
+    if (json.snapshots.some(({ width }) => width === 0)) throw new Error(`no picture: ${JSON.stringify(json.log)}`);
     for (const snap of json.snapshots) {
       say(`${snap.call}: ${snap.width} x ${snap.height}, ${snap.file}, "${snap.title}"`);
     }

@@ -98,6 +98,7 @@ describe('on one screen', () => {
         // A folder beneath a file cannot be made, so the write fails.
         failing: Object.keys(kiv.getScreenSnap('desktop', true, path.join(process.env.TMPDIR, 'file', 'under'))),
       };
+      process.chdir(process.env.TMPDIR);
       const named = kiv.getScreenSnap('desktop', true, undefined);
       report({ results, fallbacks, expected: path.join(process.env.TMPDIR, 'snaps é'),
         undefined: path.basename(path.dirname(named.ScreenFullPath)) });
@@ -179,19 +180,23 @@ const SIZES = [
   ['5120x1440', [1920, 540], 50],
   ['1920x1080', [1920, 1080], 25],
   ['800x600', [800, 600], 25],
+  ['32000x10', [0, 0], undefined],
 ];
 
 for (const [screen, size, quality] of SIZES) {
   test(`${screen} becomes ${size.join(' x ')} at quality ${quality}`, async () => {
     const session = await startSession({ screens: [`${screen}x24`], wm: false, bus: false });
     try {
-      const { json } = await runCase(() => {
+      const { json, stderr } = await runCase(() => {
         const { jpegInfo } = require('./images');
         host.startLoop();
         kiv.setupLogger(() => {});
         const snap = kiv.getScreenSnap('desktop', true);
-        report({ size: [snap.width, snap.height], image: jpegInfo(snap.data), thumbnail: jpegInfo(snap.dataThumbnail) });
+        const look = (bytes) => (bytes.length > 0 ? jpegInfo(bytes) : null);
+        report({ size: [snap.width, snap.height], image: look(snap.data), thumbnail: look(snap.dataThumbnail) });
       }, { env: session.env });
+      assert.strictEqual(stderr, '');
+      if (!quality) return assert.deepStrictEqual(json, { size, image: null, thumbnail: null });
       assert.deepStrictEqual(json, { size, image: { width: size[0], height: size[1], quality },
         thumbnail: { width: 620, height: 320, quality } });
     } finally {

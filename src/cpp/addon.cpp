@@ -70,6 +70,10 @@ void ExportScreenLockMonitor(v8::Local<v8::Object> exports) {
 }
 
 void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
+  // Handles live on the default loop, and a worker's thread is not its thread.
+  if (Nan::GetCurrentEventLoop() != uv_default_loop()) {
+    return Nan::ThrowError("kiv_native works on the main thread only");
+  }
   OnModuleRegistered(ReleaseRuntime);
   ExportScreenLockMonitor(exports);
   Nan::SetMethod(exports, "init", Init);

@@ -27,6 +27,9 @@ Section "Monitor"
   VertRefresh 1-1000
 EndSection`;
 
+// Where there is a set-uid wrapper, it refuses whoever does not sit at the console.
+const XORG = fs.existsSync('/usr/lib/xorg/Xorg') ? '/usr/lib/xorg/Xorg' : 'Xorg';
+
 function dummyConfiguration(width, height, count) {
   const used = [...Array(count).keys()];
   const options = used.map((index) => `  Option "Monitor-DUMMY${index}" "monitor${index}"`);
@@ -95,7 +98,7 @@ async function startXorgDummy({ monitors }) {
   fs.writeFileSync(file, dummyConfiguration(width, height, monitors.length));
   let server = null;
   try {
-    server = await startServer('Xorg', [
+    server = await startServer(XORG, [
       '-config', file, '-configdir', folder, '-logfile', path.join(folder, 'log'), '-novtswitch',
     ]);
     layOut(server.display, monitors);

@@ -178,6 +178,12 @@ void SelectionBackendAlive(const CallInfo& info) {
   info.GetReturnValue().Set(!selecting.expired());
 }
 
+// unrefHandles(): nothing keeps the loop alive any more.
+void UnrefHandles(const CallInfo& /*info*/) {
+  uv_walk(
+      uv_default_loop(), [](uv_handle_t* handle, void*) { uv_unref(handle); }, nullptr);
+}
+
 void GuardIsFree(const CallInfo& info) { info.GetReturnValue().Set(agent.SnapGuardIsFree()); }
 
 void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
@@ -192,6 +198,7 @@ void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void*
   Nan::SetMethod(exports, "snapDisplay", SnapDisplay);
   Nan::SetMethod(exports, "selectArea", SelectArea);
   Nan::SetMethod(exports, "selectionBackendAlive", SelectionBackendAlive);
+  Nan::SetMethod(exports, "unrefHandles", UnrefHandles);
   Nan::SetMethod(exports, "guardIsFree", GuardIsFree);
 }
 

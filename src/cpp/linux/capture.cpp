@@ -52,6 +52,12 @@ ScreenSnap* Finish(ScreenSnap* snap, const GObjectPtr<GdkPixbuf>& pixbuf, bool j
   snap->width = static_cast<uint32_t>(gdk_pixbuf_get_width(pixbuf.get()));
   snap->height = static_cast<uint32_t>(gdk_pixbuf_get_height(pixbuf.get()));
   const bool reduced = limit_size && LimitSize(snap);
+  // So thin a screen that nothing is left of it counts as a failed capture.
+  if (snap->width == 0 || snap->height == 0) {
+    snap->width = 0;
+    snap->height = 0;
+    return snap;
+  }
   FetchPixbufImage(*snap, pixbuf.get(), snap->width, snap->height, jpeg, reduced);
   return snap;
 }

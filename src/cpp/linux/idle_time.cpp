@@ -6,6 +6,7 @@
 #include "dbus_idletime.h"
 #include "desktop_session_agent_linux.h"
 #include "input_activity.h"
+#include "x_error_guard.h"
 #include "x_ptr.h"
 
 namespace kiv {
@@ -15,6 +16,7 @@ namespace {
 constexpr OptionalSeconds kUnknown = {false, 0xFFFFFFFF};
 
 OptionalSeconds IdleOfX(Display* display) {
+  const XErrorGuard guard(display);
   int event_base = 0;
   int error_base = 0;
   if (!XScreenSaverQueryExtension(display, &event_base, &error_base)) return kUnknown;

@@ -1,6 +1,7 @@
 #include "image_encoder.h"
 
 #include <new>
+#include <utility>
 
 #include "../log_request_ids.h"
 #include "../logging.h"
@@ -61,6 +62,7 @@ void FetchPixbufImage(ScreenSnap& snap, GdkPixbuf* pixbuf, unsigned int width, u
   if (!pixbuf) return;
   GObjectPtr<GdkPixbuf> scaled;
   if (scale) {
+    if (width == 0 || height == 0) return;
     scaled = AdoptGObject(gdk_pixbuf_scale_simple(pixbuf, static_cast<int>(width),
                                                   static_cast<int>(height), GDK_INTERP_BILINEAR));
     pixbuf = scaled.get();
@@ -76,8 +78,13 @@ void FetchPixbufImage(ScreenSnap& snap, GdkPixbuf* pixbuf, unsigned int width, u
   // After a failed picture there is no thumbnail.
   if (thumbnail && !error) Save(thumbnail.get(), format, &snap.thumbnail, &error);
   if (error) {
+    // Out of reach of a snapshot that the logger takes: it would append to them.
+    auto image = std::exchange(snap.image, {});
+    auto small = std::exchange(snap.thumbnail, {});
     LogMessage(LogMessage::error).stream()
         << kLoggingRequestId_FetchImageError << ":" << error->code << ":" << error->message;
+    snap.image = std::move(image);
+    snap.thumbnail = std::move(small);
   }
 }
 

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "desktop_session_agent_linux.h"
+#include "x_error_guard.h"
 
 namespace kiv {
 
@@ -95,6 +96,9 @@ void PollCallback(uv_poll_t* handle, int status, int /*events*/) {
   auto* data = static_cast<DesktopSessionData*>(handle->data);
   if (status < 0) {
     StopInputPoll(data);
+    // Where the server is gone, Xlib has to see it, too.
+    if (data->HasDisplay()) XPending(data->display);
+    if (data->display_lost) data->ReleaseTimerAndDisplay();
     return;
   }
   Drain(data);
@@ -112,6 +116,8 @@ void OnWake(uv_async_t* handle) {
 }  // namespace
 
 void SelectRawInput(Display* display) {
+  // A device may vanish between its look-up and the selection.
+  const XErrorGuard guard(display);
   unsigned char bits[4] = {};
   XIEventMask mask = {0, sizeof bits, bits};
   XISetMask(bits, XI_RawKeyPress);

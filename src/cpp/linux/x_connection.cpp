@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 
 #include "desktop_session_agent_linux.h"
+#include "x_error_guard.h"
 
 namespace kiv {
 
@@ -15,6 +16,8 @@ using SetExitHandler = void (*)(Display*, ExitHandler, void*);
 
 Display* watched_display = nullptr;
 XIOErrorHandler previous_io_handler = nullptr;
+// Ours may have to stay below a handler that somebody put on top; it is never installed twice.
+bool handler_installed = false;
 
 SetExitHandler FindSetExitHandler() {
   return reinterpret_cast<SetExitHandler>(dlsym(RTLD_DEFAULT, "XSetIOErrorExitHandler"));
@@ -25,6 +28,19 @@ SetExitHandler FindSetExitHandler() {
 int OnIoError(Display* display) {
   if (display == watched_display) return 0;
   return previous_io_handler ? previous_io_handler(display) : 0;
+}
+
+void InstallIoHandler() {
+  if (handler_installed) return;
+  previous_io_handler = XSetIOErrorHandler(OnIoError);
+  handler_installed = true;
+}
+
+void RemoveIoHandler() {
+  const XIOErrorHandler current = XSetIOErrorHandler(previous_io_handler);
+  handler_installed = current != OnIoError;
+  // Somebody put a handler above ours meanwhile; it stays, and ours below it hands everything on.
+  if (handler_installed) XSetIOErrorHandler(current);
 }
 
 void OnConnectionLost(Display* /*display*/, void* lost) { *static_cast<bool*>(lost) = true; }
@@ -38,7 +54,7 @@ bool OpenXConnection(DesktopSessionData* data) {
   if (const SetExitHandler set_exit_handler = FindSetExitHandler()) {
     set_exit_handler(data->display, OnConnectionLost, &data->display_lost);
     watched_display = data->display;
-    previous_io_handler = XSetIOErrorHandler(OnIoError);
+    InstallIoHandler();
   }
   int event_base = 0;
   int error_base = 0;
@@ -53,12 +69,11 @@ void CloseXConnection(DesktopSessionData* data) {
   data->display = nullptr;
   if (!watched) return;
   watched_display = nullptr;
-  const XIOErrorHandler current = XSetIOErrorHandler(previous_io_handler);
-  // Somebody put a handler before ours meanwhile; it stays.
-  if (current != OnIoError) XSetIOErrorHandler(current);
+  RemoveIoHandler();
 }
 
 void InternAtoms(DesktopSessionData* data) {
+  const XErrorGuard guard(data->display);
   data->atom_net_wm_pid = XInternAtom(data->display, "_NET_WM_PID", False);
   data->atom_net_wm_name = XInternAtom(data->display, "_NET_WM_NAME", False);
   data->atom_wm_name = XInternAtom(data->display, "_WM_NAME", False);
