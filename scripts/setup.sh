@@ -7,12 +7,13 @@
 # module, a /path, or nothing for dpkg's own answer.
 PACKAGES_BUILD=(g++:@g++ make:@make python3:@python3 pkg-config:@pkg-config
   libgtk-3-dev:+gtk+-3.0 libxi-dev:+xi libxss-dev:+xscrnsaver libxinerama-dev:+xinerama
-  libxtst-dev:+xtst)
+  libxtst-dev:+xtst libxres-dev:+xres)
 PACKAGES_DISPLAY=(xvfb:@Xvfb openbox:@openbox dbus:@dbus-daemon libglib2.0-bin:@gdbus
   x11-utils:@xdpyinfo)
 PACKAGES_TEST=("${PACKAGES_DISPLAY[@]}" xserver-xorg-core:@Xorg
   xserver-xorg-video-dummy:/usr/lib/xorg/modules/drivers/dummy_drv.so
-  x11-xserver-utils:@xrandr gnome-shell:@gnome-shell gjs:@gjs xwayland:@Xwayland
+  x11-xserver-utils:@xrandr metacity:@metacity xfwm4:@xfwm4 mutter:@mutter
+  gnome-shell:@gnome-shell gjs:@gjs xwayland:@Xwayland
   kwin-wayland:/usr/bin/kwin_wayland qtwayland5 libkf5service-bin:@kbuildsycoca5
   cinnamon-screensaver:@cinnamon-screensaver cinnamon-common gir1.2-cvc-1.0 gir1.2-caribou-1.0)
 # Brings a display manager, which has no business on a developer's machine.

@@ -80,6 +80,7 @@ void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void*
   Nan::SetMethod(exports, "getInputInfo", GetInputInfo);
   Nan::SetMethod(exports, "getProcessHandlesInfo", GetProcessHandlesInfo);
   Nan::SetMethod(exports, "getScreenSnap", GetScreenSnap);
+  Nan::SetMethod(exports, "getScreenSnapAsync", GetScreenSnapAsync);
   Nan::SetMethod(exports, "setupLogger", SetupLogger);
   Nan::SetMethod(exports, "setInterval", SetInterval);
   Nan::SetMethod(exports, "isWayland", IsWayland);

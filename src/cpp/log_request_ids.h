@@ -5,6 +5,9 @@ namespace kiv {
 
 // The fixed text that each kind of log message begins with. A value follows after ":", except where
 // the text itself ends with ":" or ": ". The spellings are part of the interface.
+constexpr char kLoggingRequestId_GetScreenSnapAsync[] = "GetScreenSnapAsync";
+constexpr char kLoggingRequestId_OnScreenSnapAsyncBusy[] =
+    "Async. ScreenSnap is already in progress, the call is ignored.";
 constexpr char kLoggingRequestId_DbusIdleTimeError[] = "DBUS IdleTime: ";
 constexpr char kLoggingRequestId_OnScreenSnapCompleted[] = "OnScreenSnapCompleted";
 constexpr char kLoggingRequestId_End[] = "End";
@@ -17,6 +20,11 @@ constexpr char kLoggingRequestId_FetchActiveTaskInfo_XGetWindowProperty2r1[] = "
 constexpr char kLoggingRequestId_FetchActiveTaskInfo_XGetWindowProperty4r1[] = "XGetWP4r1";
 constexpr char kLoggingRequestId_SnapDesktopError[] = "Snap desktop error";
 constexpr char kLoggingRequestId_SnapDisplayError[] = "Snap display error";
+constexpr char kLoggingRequestId_ScreenSnapCreateBasePixmapError[] =
+    "Screensnap: creating base pixmap error";
+constexpr char kLoggingRequestId_ScreenSnapCreateBlandedPixmapError[] =
+    "Screensnap: creating blanded pixmap error";
+constexpr char kLoggingRequestId_ScreenSnapSelectionError[] = "Screensnap: selection error:";
 constexpr char kLoggingRequestId_FetchImageError[] = "Fetch image error";
 constexpr char kLoggingRequestId_DbusScreenshotError[] = "DBUS Screenshot: ";
 

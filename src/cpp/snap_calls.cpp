@@ -1,12 +1,16 @@
 #include "snap_calls.h"
 
 #include <exception>
+#include <memory>
 #include <optional>
 #include <string>
 
 #include "addon.h"
 #include "host_utils.h"
 #include "js_callback.h"
+#include "log_request_ids.h"
+#include "logging.h"
+#include "snap_completion.h"
 #include "snap_result.h"
 
 namespace kiv {
@@ -15,11 +19,15 @@ namespace {
 
 constexpr char kSnapTypeDesktop[] = "desktop";
 constexpr char kSnapTypeDisplay[] = "display";
+constexpr char kSnapTypeSelection[] = "selection";
 constexpr char kScreenPrefix[] = "Screen";
 constexpr char kThumbnailSuffix[] = "_Thumbnail";
 constexpr char kSnapImageTypeJpeg[] = ".jpg";
 constexpr char kSnapImageTypePNG[] = ".png";
 constexpr char kInvalidSyncType[] = "Invalid snap type. Pass either \"desktop\", or \"display\".";
+
+constexpr char kInvalidAsyncType[] =
+    "Invalid snap type. Pass one of \"desktop\", \"display\" or \"selection\".";
 
 HostUtils kivo_helper;
 
@@ -74,6 +82,14 @@ class BlockGuard {
   ScreenSnap* snap_;
 };
 
+// What a request carries until its completion deletes it; never null, since the overlay takes null
+// for "no request". An argument that is no function makes an empty callback.
+void* RequestContext(const CallInfo& info) {
+  auto callback = FunctionArgument(info, 1);
+  if (!callback) callback = std::make_unique<Nan::Callback>();
+  return callback.release();
+}
+
 }  // namespace
 
 void GetScreenSnap(const CallInfo& info) {
@@ -106,6 +122,37 @@ void GetScreenSnap(const CallInfo& info) {
   }
   SetDescription(result, *snap);
   info.GetReturnValue().Set(result);
+}
+
+void GetScreenSnapAsync(const CallInfo& info) {
+  const EntryScope entry;
+  LogMessage(LogMessage::debug).stream() << kLoggingRequestId_GetScreenSnapAsync;
+  const auto type = StringArgument(info, 0);
+  if (!type) return;
+  if (!Agent().SnapGuardIsFree()) {
+    LogMessage(LogMessage::info).stream() << kLoggingRequestId_GetScreenSnapAsync << ":" << *type
+                                          << ":" << kLoggingRequestId_OnScreenSnapAsyncBusy;
+    return;
+  }
+  bool known = true;
+  if (*type == kSnapTypeDesktop) {
+    void* context = RequestContext(info);
+    ScreenSnap* snap = Agent().SnapWholeDesktop(false, false);
+    OnScreenSnapCompleted(kSnapCompleted, snap, context, false);
+  } else if (*type == kSnapTypeDisplay) {
+    void* context = RequestContext(info);
+    ScreenSnap* snap = Agent().SnapActiveDisplay(false, false);
+    OnScreenSnapCompleted(kSnapCompleted, snap, context, false);
+  } else if (*type == kSnapTypeSelection) {
+    Agent().TakeSnapGuard();
+    Agent().SnapSelection(RequestContext(info));
+  } else {
+    known = false;
+  }
+  LogMessage(LogMessage::debug).stream()
+      << kLoggingRequestId_GetScreenSnapAsync << ":" << *type << ":" << kLoggingRequestId_End;
+  // Thrown last: the logger cannot be called while an exception is pending.
+  if (!known) Nan::ThrowError(kInvalidAsyncType);
 }
 
 }  // namespace kiv

@@ -7,6 +7,8 @@ namespace kiv {
 
 // getScreenSnap(type, jpeg, folder)
 void GetScreenSnap(const CallInfo& info);
+// getScreenSnapAsync(type, callback)
+void GetScreenSnapAsync(const CallInfo& info);
 
 }  // namespace kiv
 

@@ -41,4 +41,9 @@ void OnScreenSnapCompleted(int error_code, ScreenSnap* snap, void* context, bool
                                          << error_code << ":" << kLoggingRequestId_End;
 }
 
+void DropScreenSnapRequest(void* context) {
+  delete static_cast<Nan::Callback*>(context);
+  Agent().ReleaseSnapGuard();
+}
+
 }  // namespace kiv

@@ -1,4 +1,4 @@
-// Whole-desktop and active-display snapshots.
+// Whole-desktop and active-display snapshots, and the start of a selection.
 
 #include "../log_request_ids.h"
 #include "../logging.h"
@@ -9,6 +9,7 @@
 #include "gdk_capture.h"
 #include "glib_ptr.h"
 #include "image_encoder.h"
+#include "user_selection_helper_linux.h"
 
 namespace kiv {
 
@@ -78,6 +79,16 @@ ScreenSnap* DesktopSessionAgent::SnapActiveDisplay(bool jpeg, bool limit_size) {
   const auto pixbuf = data_.is_x11 ? CaptureRoot(ActiveDisplayArea())
                                    : CaptureThroughCompositor(kLoggingRequestId_SnapDisplayError);
   return Finish(&data_.snap, pixbuf, jpeg, limit_size);
+}
+
+void DesktopSessionData::SnapSelection(void* context) { selection->start_selection(context); }
+
+ScreenSnap* DesktopSessionAgent::SnapSelection(void* context) {
+  data_.define_session_type();
+  // Before the overlay becomes the active window.
+  FetchActiveTaskInfo(&data_);
+  data_.SnapSelection(context);
+  return &data_.snap;
 }
 
 }  // namespace kiv

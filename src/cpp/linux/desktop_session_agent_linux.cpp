@@ -10,11 +10,14 @@
 #include "input_activity.h"
 #include "interval_timer.h"
 #include "lock_watcher.h"
+#include "user_selection_helper_linux.h"
 #include "x_connection.h"
 
 namespace kiv {
 
-DesktopSessionData::DesktopSessionData() { define_session_type(); }
+DesktopSessionData::DesktopSessionData() : selection(new UserSelectionImpLinux(this)) {
+  define_session_type();
+}
 
 // Nothing is stopped here: either the runtime's end has released everything, or the process is
 // leaving without it and the kernel does.
@@ -75,12 +78,16 @@ int DesktopSessionAgent::Connect() {
 void DesktopSessionAgent::Teardown() {
   data_.ReleaseTimerAndDisplay();
   data_.Shutdown();
+  // Without the agent's connection Escape would no longer reach the overlay. Last, because the
+  // completion may call anything.
+  data_.selection->Fail();
 }
 
 void DesktopSessionAgent::OnRuntimeEnd() {
   data_.ReleaseSubscriptionsAndPolls();
   data_.ReleaseTimerAndDisplay();
   data_.interval_callback.reset();
+  data_.selection->Drop();
 }
 
 bool DesktopSessionAgent::SnapGuardIsFree() {

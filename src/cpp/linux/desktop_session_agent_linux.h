@@ -21,6 +21,7 @@ namespace kiv {
 
 class DesktopSessionAgent;
 class ScreenLockMonitor;
+class UserSelectionImpLinux;
 
 // Seconds, where they are known.
 struct OptionalSeconds {
@@ -72,6 +73,7 @@ struct DesktopSessionData {
   bool is_wayland = false;          // any session that is not X11
   _GDBusConnection* bus = nullptr;  // one reference while subscribed
   DesktopSessionAgent* agent = nullptr;
+  std::shared_ptr<UserSelectionImpLinux> selection;  // never null
   bool dbus_subscribed = false;
   unsigned subscription_ids[4] = {};
   bool x_poll_active = false;
@@ -84,6 +86,8 @@ struct DesktopSessionData {
 
   // Decides is_x11 or is_wayland from the environment, once.
   void define_session_type();
+  // Starts the overlay; `context` is the request's, which the overlay's completion takes back.
+  void SnapSelection(void* context);
   // Removes the lock subscriptions, closes the session bus connection and stops the polls.
   void Shutdown();
   // The same without closing the connection, which the host may share.
@@ -128,6 +132,9 @@ class DesktopSessionAgent {
   // limit_size the picture is made to fit 1920 x 1080.
   ScreenSnap* SnapWholeDesktop(bool jpeg, bool limit_size);
   ScreenSnap* SnapActiveDisplay(bool jpeg, bool limit_size);
+  // Lets the person drag out a rectangle. The record holds the title and process when this returns;
+  // the picture comes with the completion, which may already have happened.
+  ScreenSnap* SnapSelection(void* context);
 
   // The guard of selection snapshots. False when one is pending or the lock is taken; never waits.
   bool SnapGuardIsFree();

@@ -6,12 +6,14 @@
 #include <cstring>
 
 #include "desktop_session_agent_linux.h"
+#include "user_selection_helper_linux.h"
 #include "x_error_guard.h"
 
 namespace kiv {
 
 namespace {
 
+constexpr int kEscapeKeycode = 9;
 constexpr int kWheelUp = 4;
 constexpr int kWheelDown = 5;
 constexpr uint64_t kWheelBurstGap = 1'000'000'000;
@@ -77,6 +79,7 @@ void HandleNextEvent(DesktopSessionData* data) {
   XFreeEventData(display, cookie);
   if (IsCopy(data, press)) return;
   if (press.type == XI_RawKeyPress) {
+    if (press.detail == kEscapeKeycode) data->selection->EscPressed();
     ++data->keyboard_activity;
   } else if (press.type == XI_RawButtonPress) {
     CountButton(data, press.detail);
