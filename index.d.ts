@@ -110,6 +110,27 @@ export function getScreenSnap(
   folder: string
 ): SnapFiles | SnapBuffers;
 
+/** What `getScreenSnapAsync` calls back with; a PNG unless nothing was captured. */
+export interface AsyncSnap extends SnapBuffers {
+  /**
+   * 0: completed, with empty buffers when nothing was captured or the rectangle was empty.
+   * 102003: the selection failed or its overlay was taken away. 102005: cancelled with Escape.
+   */
+  errorCode: 0 | 102003 | 102005;
+}
+
+/**
+ * Takes a PNG at full size and calls back once. "desktop" and "display" do so before the call
+ * returns; "selection" opens an overlay in which the person drags out a rectangle, and calls back
+ * when that ends. While a selection is open every further request is ignored, its callback never
+ * called. Anything but a function as callback takes the snapshot and tells nobody.
+ * @throws Error for any other type, unless a selection is open.
+ */
+export function getScreenSnapAsync(
+  type: 'desktop' | 'display' | 'selection',
+  callback?: (snap: AsyncSnap) => void
+): void;
+
 /** Installs the logger; anything but a function sends the log back to standard error. */
 export function setupLogger(logger: Logger | null | undefined): void;
 
@@ -123,7 +144,7 @@ export function setInterval(callback: () => void, interval: number): void;
 export function isWayland(): boolean;
 
 /**
- * Releases what `init` made and closes the process's connection to the session bus. Counters and
- * callbacks survive. May be called at any time.
+ * Releases what `init` made and closes the process's connection to the session bus; an open
+ * selection fails. Counters and callbacks survive. May be called at any time.
  */
 export function teardown(): void;

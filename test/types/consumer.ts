@@ -19,5 +19,12 @@ class Monitor extends kiv.ScreenLockMonitor {
 new Monitor();
 // @ts-expect-error an unknown type throws at run time
 kiv.getScreenSnap('selection');
+kiv.getScreenSnapAsync('selection', (snap) => {
+  const code: 0 | 102003 | 102005 = snap.errorCode;
+  console.log(code, snap.data.length);
+});
+kiv.getScreenSnapAsync('desktop');
+// @ts-expect-error an unknown type throws at run time
+kiv.getScreenSnapAsync('window', () => {});
 kiv.teardown();
 export { bytes, handles, idle, wayland, where };
