@@ -9,8 +9,8 @@ const { startSession } = require('./helpers/session');
 
 const root = path.join(__dirname, '..');
 const EXPORTS = [
-  'ScreenLockMonitor', 'init', 'getInputInfo', 'getProcessHandlesInfo', 'getScreenSnap', 'setupLogger', 'setInterval',
-  'isWayland', 'teardown',
+  'ScreenLockMonitor', 'init', 'getInputInfo', 'getProcessHandlesInfo', 'getScreenSnap', 'getScreenSnapAsync',
+  'setupLogger', 'setInterval', 'isWayland', 'teardown',
 ];
 
 let session;

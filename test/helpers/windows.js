@@ -21,7 +21,8 @@ async function activeWindow({ title, pid, x = 50, y = 50, width = 300, height = 
   client.sync();
   const active = () => {
     const property = client.getProperty(client.rootWindow(0), '_NET_ACTIVE_WINDOW');
-    return property && property.count === 1 && property.data.readUInt32LE(0) === id;
+    // One window manager (xfwm4 4.18) writes two items.
+    return property && property.count >= 1 && property.data.readUInt32LE(0) === id;
   };
   await until(() => client.getProperty(id, 'WM_STATE'), { what: 'a managed window' });
   client.activate(id);

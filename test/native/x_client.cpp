@@ -8,6 +8,7 @@
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 #include <X11/extensions/XInput2.h>
+#include <X11/extensions/XRes.h>
 #include <X11/extensions/XTest.h>
 #include <X11/extensions/scrnsaver.h>
 
@@ -297,6 +298,53 @@ void DrawImage(Client& client, Info info) {
   XDestroyImage(image);
 }
 
+// getImage(id, x, y, width, height): BGRX; parts that other windows cover hold what these show.
+void GetImage(Client& client, Info info) {
+  const int width = Int(info, 3);
+  const int height = Int(info, 4);
+  XImage* image =
+      XGetImage(client.display, Id(info), Int(info, 1), Int(info, 2), static_cast<unsigned>(width),
+                static_cast<unsigned>(height), AllPlanes, ZPixmap);
+  if (!image) return;
+  if (image->bits_per_pixel == 32 && image->bytes_per_line == width * 4) {
+    info.GetReturnValue().Set(
+        Nan::CopyBuffer(image->data, static_cast<uint32_t>(width * height * 4)).ToLocalChecked());
+  }
+  XDestroyImage(image);
+}
+
+// children(id): the windows beneath a window, lowest first.
+void Children(Client& client, Info info) {
+  Window root = None;
+  Window parent = None;
+  Window* windows = nullptr;
+  unsigned count = 0;
+  auto result = Nan::New<v8::Array>();
+  info.GetReturnValue().Set(result);
+  if (!XQueryTree(client.display, Id(info), &root, &parent, &windows, &count)) return;
+  const std::unique_ptr<Window, int (*)(void*)> owner(windows, XFree);
+  for (unsigned i = 0; i < count; ++i) {
+    Nan::Set(result, i, Nan::New(static_cast<double>(windows[i]))).Check();
+  }
+}
+
+// resources(id): how many of each kind the client that made a resource has on the server.
+void Resources(Client& client, Info info) {
+  XResType* types = nullptr;
+  int count = 0;
+  if (!XResQueryClientResources(client.display, Id(info), &count, &types)) {
+    return Nan::ThrowError("the server has no resource extension");
+  }
+  const std::unique_ptr<XResType, int (*)(void*)> owner(types, XFree);
+  auto result = Nan::New<v8::Object>();
+  for (int i = 0; i < count; ++i) {
+    const std::unique_ptr<char, int (*)(void*)> name(
+        XGetAtomName(client.display, types[i].resource_type), XFree);
+    Set(result, name.get(), types[i].count);
+  }
+  info.GetReturnValue().Set(result);
+}
+
 void Key(Client& client, Info info) {
   XTestFakeKeyEvent(client.display, static_cast<unsigned>(Int(info, 0)),
                     Nan::To<bool>(info[1]).FromMaybe(false), CurrentTime);
@@ -496,6 +544,9 @@ void Init(v8::Local<v8::Object> exports, v8::Local<v8::Value>, void*) {
   Nan::SetMethod(methods, "rootWindow", Call<RootWindow_>);
   Nan::SetMethod(methods, "fillRect", Call<FillRect>);
   Nan::SetMethod(methods, "drawImage", Call<DrawImage>);
+  Nan::SetMethod(methods, "getImage", Call<GetImage>);
+  Nan::SetMethod(methods, "children", Call<Children>);
+  Nan::SetMethod(methods, "resources", Call<Resources>);
   Nan::SetMethod(methods, "key", Call<Key>);
   Nan::SetMethod(methods, "keycode", Call<Keycode>);
   Nan::SetMethod(methods, "button", Call<Button>);
