@@ -32,6 +32,9 @@ const select = async (monitor, scale, active) => {
   const root = client.rootWindow(0);
   const other = active ? await activeWindow({ x: x + 40, y: y + 60 }) : null;
   act(client, `m ${x + 100} ${y + 100}`);
+  // A compositing window manager fades windows in.
+  const color = Buffer.from([0x99, 0x66, 0x33, 0]);
+  if (other) await until(() => difference(client.getImage(root, x + 100, y + 100, 1, 1), color) === 0, { what: 'the window in its colour' });
   const shown = () => client.getImage(root, x, y, width, height);
   const still = async () => {
     let last = null;
@@ -65,7 +68,8 @@ const select = async (monitor, scale, active) => {
   reference.motion(300, 203);
   result.drag = await compare();
   act(client, 'r');
-  const { data } = await selection.finished();
+  const { data, errorCode } = await selection.finished();
+  if (data.length === 0) return report({ ...result, errorCode });
   result.cut = difference(bgrx(data), crop(base, width, 201, 151, 99, 52));
   result.results = await settle(selection);
   const second = await openSelection(client);

@@ -28,6 +28,13 @@ function findOverlay(client) {
   return (quietly(() => windowsBeneath(client, client.rootWindow(0))) || []).find((id) => quietly(() => mine(id)));
 }
 
+// The window manager has put it on the monitor, on which the tests leave the pointer.
+function onScreen(client, id) {
+  const { x, y, width, height } = client.geometry(id);
+  const { x: px, y: py } = client.pointer();
+  return px >= x && py >= y && px < x + width && py < y + height;
+}
+
 /**
  * Starts a selection and waits until the overlay is there. { client, id, results, finished },
  * where `results` are those the function was called with and `finished()` waits for the first.
@@ -38,7 +45,9 @@ async function openSelection(client, { callback } = {}) {
     results.push(result);
     if (callback) callback(result);
   });
-  const id = await until(() => findOverlay(client) || results.length, { what: 'the overlay' });
+  const id = await until(() => findOverlay(client), { what: 'the overlay' });
+  // What happens earlier would happen to whatever lies below.
+  await until(() => onScreen(client, id), { what: 'the overlay on the screen' });
   const finished = () => until(() => results[0], { what: 'the end of the selection' });
   return { client, id, results, finished };
 }
