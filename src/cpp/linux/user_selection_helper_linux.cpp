@@ -7,6 +7,7 @@
 #include "../log_request_ids.h"
 #include "../logging.h"
 #include "../snap_completion.h"
+#include "dbus_screenshot.h"
 #include "desktop_session_agent_linux.h"
 #include "gdk_capture.h"
 #include "image_encoder.h"
@@ -116,8 +117,8 @@ GObjectPtr<GdkPixbuf> UserSelectionImpLinux::TakePicture() const {
   GdkDisplay* display = gdk_display_get_default();
   if (!display || gdk_display_is_closed(display)) return nullptr;
   if (session_data_->is_x11) return CaptureRoot(monitor_);
-  // JOIN: the compositor's picture of the active display, once its service is there.
-  return nullptr;
+  const auto backend = DbusScreenshot::Create();
+  return AdoptGObject(backend ? backend->SnapActiveDisplay() : nullptr);
 }
 
 // Lets go of everything first: the logger and the request's function may call anything.
