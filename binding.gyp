@@ -35,8 +35,12 @@
       'src/cpp/linux/interval_timer.cpp',
       'src/cpp/linux/lock_watcher.cpp',
       'src/cpp/linux/picture_file.cpp',
+      'src/cpp/linux/process_command_line.cpp',
+      'src/cpp/linux/script_process.cpp',
       'src/cpp/linux/selection_drawing.cpp',
       'src/cpp/linux/session_bus.cpp',
+      'src/cpp/linux/upgrade_launcher.cpp',
+      'src/cpp/linux/upgrade_script.cpp',
       'src/cpp/linux/user_selection_helper_linux.cpp',
       'src/cpp/linux/x_connection.cpp',
       'src/cpp/linux/x_error_guard.cpp',
@@ -65,7 +69,29 @@
   },
   'targets': [
     {
+      'target_name': 'upgrade_templates',
+      'type': 'none',
+      'hard_dependency': 1,
+      'actions': [{
+        'action_name': 'embed_upgrade_templates',
+        'inputs': [
+          'src/embed_text.js',
+          'src/cpp/linux/upgrade_script_template_deb.sh',
+          'src/cpp/linux/upgrade_script_template_rh.sh',
+        ],
+        'outputs': ['build/generated/upgrade_script_templates.h'],
+        'action': [
+          'node', 'src/embed_text.js', '<@(_outputs)',
+          # The arrays are named after these paths.
+          'src/cpp/linux/upgrade_script_template_deb.sh',
+          'src/cpp/linux/upgrade_script_template_rh.sh',
+        ],
+      }],
+      'direct_dependent_settings': {'include_dirs': ['build/generated']},
+    },
+    {
       'target_name': 'kiv_native',
+      'dependencies': ['upgrade_templates'],
       'sources': ['src/cpp/addon.cpp', '<@(module_sources)'],
       'defines': ['<@(oldest_releases)'],
       'cflags': ['<!@(pkg-config --cflags-only-I <(module_libs) | sed s/-I/-isystem/g)'],
@@ -91,7 +117,9 @@
           # Internals of the module that no export reaches, for the tests: all of it, registered
           # otherwise.
           'target_name': 'kiv_internals',
-          'sources': ['test/native/internals.cpp', '<@(module_sources)'],
+          'dependencies': ['upgrade_templates'],
+          'sources': ['test/native/internals.cpp', 'test/native/internals_x11.cpp',
+                      '<@(module_sources)'],
           'defines': ['<@(oldest_releases)'],
           'cflags': ['<!@(pkg-config --cflags-only-I <(module_libs) | sed s/-I/-isystem/g)'],
           'libraries': ['<!@(pkg-config --libs <(module_libs))', '-ldl'],

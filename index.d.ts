@@ -140,6 +140,14 @@ export function setupLogger(logger: Logger | null | undefined): void;
  */
 export function setInterval(callback: () => void, interval: number): void;
 
+/**
+ * Starts the script that installs a .deb or .rpm file once this process has ended, and then the
+ * application again when `relaunch` is true. 0 when the script waits; -1 when the path is refused
+ * or no process can be started, with the reason in the log. Calling it twice starts two scripts.
+ * @param path May hold letters, digits, bytes above 0x7f and `/._-+~:@%=,`; no leading `-`.
+ */
+export function upgrade(path: string, relaunch?: boolean): 0 | -1;
+
 /** Whether the session is anything but X11; decided from XDG_SESSION_TYPE when the module loads. */
 export function isWayland(): boolean;
 

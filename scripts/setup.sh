@@ -15,7 +15,8 @@ PACKAGES_TEST=("${PACKAGES_DISPLAY[@]}" xserver-xorg-core:@Xorg
   x11-xserver-utils:@xrandr metacity:@metacity xfwm4:@xfwm4 mutter:@mutter
   gnome-shell:@gnome-shell gjs:@gjs xwayland:@Xwayland
   kwin-wayland:/usr/bin/kwin_wayland qtwayland5 libkf5service-bin:@kbuildsycoca5
-  cinnamon-screensaver:@cinnamon-screensaver cinnamon-common gir1.2-cvc-1.0 gir1.2-caribou-1.0)
+  cinnamon-screensaver:@cinnamon-screensaver cinnamon-common gir1.2-cvc-1.0 gir1.2-caribou-1.0
+  dwm:@dwm procps:@ps util-linux:@unshare)
 # Brings a display manager, which has no business on a developer's machine.
 PACKAGES_CI=(light-locker:@light-locker)
 PACKAGES_LINT=(clang-format:@clang-format clang-tidy:@clang-tidy shellcheck:@shellcheck)

@@ -69,6 +69,13 @@ void ExportScreenLockMonitor(v8::Local<v8::Object> exports) {
   Nan::Set(exports, name, Nan::GetFunction(monitor).ToLocalChecked());
 }
 
+void Upgrade(const CallInfo& info) {
+  const EntryScope entry;
+  const auto path = StringArgument(info, 0);
+  if (!path) return;
+  info.GetReturnValue().Set(desktop_session_agent.Upgrade(*path, BooleanArgument(info, 1)));
+}
+
 void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
   // Handles live on the default loop, and a worker's thread is not its thread.
   if (Nan::GetCurrentEventLoop() != uv_default_loop()) {
@@ -83,6 +90,7 @@ void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void*
   Nan::SetMethod(exports, "getScreenSnapAsync", GetScreenSnapAsync);
   Nan::SetMethod(exports, "setupLogger", SetupLogger);
   Nan::SetMethod(exports, "setInterval", SetInterval);
+  Nan::SetMethod(exports, "upgrade", Upgrade);
   Nan::SetMethod(exports, "isWayland", IsWayland);
   Nan::SetMethod(exports, "teardown", Teardown);
 }

@@ -27,6 +27,13 @@ constexpr char kLoggingRequestId_ScreenSnapCreateBlandedPixmapError[] =
 constexpr char kLoggingRequestId_ScreenSnapSelectionError[] = "Screensnap: selection error:";
 constexpr char kLoggingRequestId_FetchImageError[] = "Fetch image error";
 constexpr char kLoggingRequestId_DbusScreenshotError[] = "DBUS Screenshot: ";
+constexpr char kLoggingRequestId_UpgradeFileNameError[] = "Upgrade: fn-error";
+constexpr char kLoggingRequestId_UpgradeFileInfoError[] = "Upgrade: fi-error";
+constexpr char kLoggingRequestId_UpgradeNotFileError[] = "Upgrade: nf-error";
+constexpr char kLoggingRequestId_UpgradePackageExtentionError[] = "Upgrade: ext-error";
+constexpr char kLoggingRequestId_StartProcess[] = "Process started";
+constexpr char kLoggingRequestId_StartProcessError[] = "Start porcess error";
+constexpr char kLoggingRequestId_UpgradeStartProcessFail[] = "Upgrade start process fail";
 
 }  // namespace kiv
 

@@ -8,6 +8,9 @@
 
 namespace kiv {
 
+// A window's title or process that is not known.
+constexpr char kUndefined[] = "Undefined";
+
 // One snapshot: the encoded picture, its thumbnail and what was active when it was taken.
 // The agent owns the only record; every capture fills it. Both blocks are empty whenever an
 // encoding starts, so whoever consumes a snapshot takes both out.

@@ -13,8 +13,10 @@
 #include "../../src/cpp/linux/dbus_screenshot.h"
 #include "../../src/cpp/linux/glib_ptr.h"
 #include "../../src/cpp/linux/image_encoder.h"
+#include "../../src/cpp/linux/upgrade_script.h"
 #include "../../src/cpp/logging.h"
 #include "../../src/cpp/screen_snap.h"
+#include "internals_x11.h"
 
 namespace {
 
@@ -186,10 +188,31 @@ void UnrefHandles(const CallInfo& /*info*/) {
 
 void GuardIsFree(const CallInfo& info) { info.GetReturnValue().Set(agent.SnapGuardIsFree()); }
 
+kiv::PackageFamily Family(const CallInfo& info) {
+  return *Nan::Utf8String(info[0]) == std::string("deb") ? kiv::PackageFamily::kDebian
+                                                         : kiv::PackageFamily::kRpm;
+}
+
+// template("deb" or "rh"): the array's bytes.
+void Template(const CallInfo& info) {
+  const std::string_view text = kiv::UpgradeTemplate(Family(info));
+  info.GetReturnValue().Set(
+      Nan::CopyBuffer(text.data(), static_cast<uint32_t>(text.size())).ToLocalChecked());
+}
+
+// script("deb" or "rh", package, log): filled, for process 1.
+void Script(const CallInfo& info) {
+  const kiv::UpgradeRun run = {1, *Nan::Utf8String(info[1]), *Nan::Utf8String(info[2]), false};
+  info.GetReturnValue().Set(kiv::ToJsString(kiv::UpgradeScript(Family(info), run)));
+}
+
 void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
   kiv::OnModuleRegistered(ReleaseRuntime);
   Nan::SetMethod(exports, "encode", Encode);
   Nan::SetMethod(exports, "sink", Sink);
+  Nan::SetMethod(exports, "template", Template);
+  Nan::SetMethod(exports, "script", Script);
+  AddX11Helpers(exports);
   Nan::SetMethod(exports, "sinkNanoseconds", SinkNanoseconds);
   Nan::SetMethod(exports, "setupLogger", SetupLogger);
   Nan::SetMethod(exports, "createBackend", CreateBackend);

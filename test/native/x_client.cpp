@@ -472,6 +472,16 @@ void Geometry(Client& client, Info info) {
   info.GetReturnValue().Set(result);
 }
 
+void Parent(Client& client, Info info) {
+  Window root = None;
+  Window parent = None;
+  Window* children = nullptr;
+  unsigned count = 0;
+  if (!XQueryTree(client.display, Id(info), &root, &parent, &children, &count)) return;
+  XFree(children);
+  info.GetReturnValue().Set(static_cast<double>(parent));
+}
+
 // Takes all waiting events and returns their types.
 void PendingEvents(Client& client, Info info) {
   auto types = Nan::New<v8::Array>();
@@ -561,6 +571,7 @@ void Init(v8::Local<v8::Object> exports, v8::Local<v8::Value>, void*) {
   Nan::SetMethod(methods, "activate", Call<Activate>);
   Nan::SetMethod(methods, "closeWindow", Call<CloseWindow>);
   Nan::SetMethod(methods, "geometry", Call<Geometry>);
+  Nan::SetMethod(methods, "parent", Call<Parent>);
   Nan::SetMethod(methods, "pendingEvents", Call<PendingEvents>);
   Nan::SetMethod(methods, "idleMs", Call<IdleMs>);
   Nan::SetMethod(methods, "sync", Call<Sync>);

@@ -17,6 +17,7 @@ class Monitor extends kiv.ScreenLockMonitor {
   emit(event: 'screen_lock' | 'screen_unlock') { console.log(event); }
 }
 new Monitor();
+const waiting: boolean = kiv.upgrade('/tmp/brenik.deb') === 0 || kiv.upgrade('/tmp/brenik.rpm', true) === 0;
 // @ts-expect-error an unknown type throws at run time
 kiv.getScreenSnap('selection');
 kiv.getScreenSnapAsync('selection', (snap) => {
@@ -27,4 +28,4 @@ kiv.getScreenSnapAsync('desktop');
 // @ts-expect-error an unknown type throws at run time
 kiv.getScreenSnapAsync('window', () => {});
 kiv.teardown();
-export { bytes, handles, idle, wayland, where };
+export { bytes, handles, idle, waiting, wayland, where };

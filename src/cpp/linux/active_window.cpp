@@ -3,8 +3,6 @@
 #include <X11/Xlib.h>
 
 #include <cstdint>
-#include <cstdio>
-#include <fstream>
 #include <optional>
 #include <string>
 #include <utility>
@@ -14,14 +12,13 @@
 #include "../logging.h"
 #include "desktop_session_agent_linux.h"
 #include "input_activity.h"
+#include "process_command_line.h"
 #include "tools_x11_linux.h"
 #include "x_error_guard.h"
 
 namespace kiv {
 
 namespace {
-
-constexpr char kUndefined[] = "Undefined";
 
 // Lines are kept until the X error guard is gone: emitting one may enter JavaScript.
 using LogLines = std::vector<std::string>;
@@ -52,19 +49,6 @@ std::optional<Window> ReadActiveWindow(DesktopSessionData* data, Window root, Lo
             active.count);
   }
   return active.FirstItem();
-}
-
-// The command line as the kernel shows it: arguments separated and ended by NULs.
-std::optional<std::string> ReadCommandLine(int32_t pid) {
-  char path[128];
-  std::snprintf(path, sizeof path, "/proc/%d/cmdline", pid);
-  std::ifstream file(path);
-  if (!file.is_open()) return std::nullopt;
-  std::string line;
-  std::getline(file, line);
-  const size_t last = line.find_last_not_of(" \t\n");
-  if (last != std::string::npos) line.erase(last + 1);
-  return line;
 }
 
 void ReadProcess(DesktopSessionData* data, Window window, LogLines* lines) {

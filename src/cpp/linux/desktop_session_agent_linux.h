@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "../screen_snap.h"
 #include "../uv_handles.h"
@@ -140,6 +141,12 @@ class DesktopSessionAgent {
   bool SnapGuardIsFree();
   void TakeSnapGuard();
   void ReleaseSnapGuard();
+
+  // Starts the script that installs the package once this process has ended, and then the
+  // application when `relaunch` is true. 0, or -1 when the path is refused or no process can be
+  // made; a log line says why. Does not wait for the script: one that ends before this process
+  // stays a zombie until then.
+  int Upgrade(const std::string& path, bool relaunch) const;
 
   bool snap_ready_ = true;  // no selection is pending; guarded by mutex_
   uv_mutex_t mutex_;
