@@ -10,7 +10,7 @@ const { startSession } = require('./helpers/session');
 const root = path.join(__dirname, '..');
 const EXPORTS = [
   'ScreenLockMonitor', 'init', 'getInputInfo', 'getProcessHandlesInfo', 'getScreenSnap', 'getScreenSnapAsync',
-  'setupLogger', 'setInterval', 'isWayland', 'teardown',
+  'setupLogger', 'setInterval', 'upgrade', 'isWayland', 'teardown',
 ];
 
 let session;

@@ -22,6 +22,7 @@ lazy('host', () => require(path.join(root, 'host', 'index.js')));
 lazy('bus', () => require(path.join(build, 'dbus_peer.node')));
 lazy('internals', () => require(path.join(build, 'kiv_internals.node')));
 lazy('X', () => require(path.join(build, 'x_client.node')));
+lazy('internals', () => require(path.join(build, 'kiv_internals.node')));
 global.require = require;
 global.until = until;
 
