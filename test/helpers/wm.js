@@ -24,8 +24,10 @@ const probe = async () => {
       client.destroy(id);
     }
   }, { what: 'a window that is managed' });
-  const listed = () => client.getProperty(root, '_NET_CLIENT_LIST');
-  await until(() => !listed() || listed().count === 0, { what: 'the probe window to be gone' });
+  await until(() => {
+    const listed = client.getProperty(root, '_NET_CLIENT_LIST');
+    return !listed || listed.count === 0;
+  }, { what: 'the probe window to be gone' });
   client.close();
 };
 

@@ -154,6 +154,7 @@ void UserSelectionImpLinux::OpenWindow() {
   const auto cursor =
       AdoptGObject(gdk_cursor_new_for_display(gtk_widget_get_display(window_), GDK_CROSSHAIR));
   gdk_window_set_cursor(gtk_widget_get_window(window_), cursor.get());
+  shown_ = false;
   gettimeofday(&start_time_, nullptr);
   gtk_window_present(window);
   Invalidate();
@@ -319,6 +320,9 @@ gboolean UserSelectionImpLinux::on_configure_event(GtkWidget* widget,
 
 gboolean UserSelectionImpLinux::on_cairo_draw_event(GtkWidget* /*widget*/, cairo_t* cr) {
   if (surface_) PaintFrom(cr, surface_);
+  // A window that appears may lose the focus and get it back; on a slow host that takes longer than
+  // the grace, which therefore begins anew with the first picture.
+  if (!std::exchange(shown_, true)) gettimeofday(&start_time_, nullptr);
   // Not needed before a drag, so it does not delay the first picture.
   if (base_pixbuf_ && !base_source_ && prepare_base_id_ == 0) {
     prepare_base_id_ = g_idle_add(prepare_base, this);

@@ -83,6 +83,7 @@ class UserSelectionImpLinux {
   bool button_pressed_ = false;
   bool cross_drawn_ = false;  // never cleared
   void* context_ = nullptr;   // null: no selection is open
+  bool shown_ = false;        // the first picture of this selection has been drawn
   timeval start_time_ = {};
 
   GdkRectangle monitor_ = {};  // in points
