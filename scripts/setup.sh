@@ -21,6 +21,9 @@ PACKAGES_TEST=("${PACKAGES_DISPLAY[@]}" xserver-xorg-core:@Xorg
 PACKAGES_CI=(light-locker:@light-locker)
 PACKAGES_LINT=(clang-format:@clang-format clang-tidy:@clang-tidy shellcheck:@shellcheck)
 
+# Every major the module is built for.
+RUNTIMES=(10.24.1 12.22.12 14.21.3 16.20.2 18.20.8 20.19.5 22.23.3 24.9.0)
+
 # Node for machines whose own has no test runner.
 FALLBACK_NODE=20.19.5
 
@@ -171,4 +174,26 @@ build() {
     Release | Debug) locked build_locked "${1:-Release}" ;;
     *) die "unknown configuration $1: Release or Debug" ;;
   esac
+}
+
+# Builds the sources at hand with another Node's headers, in a folder of their own.
+build_for_runtime_locked() {
+  local folder=$PWD/.cache/runtime-$1 prefix=$2
+  say "building for Node $1"
+  mkdir -p "$folder"
+  cp -ru binding.gyp package.json index.js src host bench test "$folder"
+  ln -sfn "$PWD/node_modules" "$folder/node_modules"
+  (
+    cd "$folder"
+    if [ ! -e build/Makefile ] || [ binding.gyp -nt build/Makefile ]; then
+      "${NODE_GYP[@]}" configure --silent "--nodedir=$prefix" -- -Dkiv_dev=1 >&2
+    fi
+    "${NODE_GYP[@]}" build --silent -j 2 "--nodedir=$prefix" >&2
+  ) || die "the build for Node $1 failed"
+}
+
+build_for_runtime() {
+  local prefix
+  prefix=$(cached_node "$1")
+  locked build_for_runtime_locked "$1" "$prefix"
 }

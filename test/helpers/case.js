@@ -28,7 +28,8 @@ function reportsIn(text) {
  * own memory is not freed then.
  */
 function startCase(source, {
-  env, args = [], timeout = 30000, node = process.execPath, nodeArgs = [], leaks = true,
+  env, args = [], timeout = 30000, node = process.env.KIV_NODE || process.execPath, nodeArgs = [],
+  leaks = true,
 } = {}) {
   const kind = kindOf(source);
   const text = kind === 'file' ? path.resolve(ROOT, source) : String(source);
