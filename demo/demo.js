@@ -72,6 +72,7 @@ async function follow(desktop, page) {
     for (const snap of json.snapshots) {
       say(`${snap.call}: ${snap.width} x ${snap.height}, ${snap.file}, "${snap.title}"`);
     }
+    for (const { name, file } of json.selection) say(`getScreenSnapAsync("selection"), ${name}: ${file}`);
     say(`open ${writePage(output, json)}`);
     await follow(desktop, json);
     say('done');

@@ -31,6 +31,13 @@ ${facts([
   ])}</section>`;
 }
 
+function pictures(list) {
+  if (list.length === 0) return '';
+  const figure = ({ name, file, bytes }) =>
+    `<figure><img class="whole" src="${escape(file)}" alt=""><figcaption>${escape(name)}, ${bytes} bytes</figcaption></figure>`;
+  return `<section><h2>getScreenSnapAsync("selection", f)</h2>${list.map(figure).join('\n')}</section>`;
+}
+
 function moments(list) {
   const cells = (tag, values) => `<tr>${values.map((value) => `<${tag}>${escape(value)}</${tag}>`).join('')}</tr>`;
   return `<section><h2>getInputInfo(), setInterval() and ScreenLockMonitor, live</h2>
@@ -42,7 +49,7 @@ ${list.map((one) => cells('td', [one.second, one.keys, one.clicks, one.idle, one
  * Writes index.html into `folder` and returns its path. While `live` is going on the page loads
  * itself again.
  */
-function writePage(folder, { snapshots, log, live = [], going = false }) {
+function writePage(folder, { snapshots, selection = [], log, live = [], going = false }) {
   const lines = log.map(([level, text]) => `[${level}] ${text}`).join('\n') || 'nothing';
   const file = path.join(folder, 'index.html');
   fs.writeFileSync(file, `<!DOCTYPE html>
@@ -50,6 +57,7 @@ function writePage(folder, { snapshots, log, live = [], going = false }) {
   going ? '<meta http-equiv="refresh" content="1">' : ''}<style>${STYLE}</style>
 <h1>kiv_native</h1>
 ${snapshots.map(snapshot).join('\n')}
+${pictures(selection)}
 ${moments(live)}
 <section><h2>log</h2><pre>${escape(lines)}</pre></section>
 </html>

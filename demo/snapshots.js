@@ -5,6 +5,7 @@
 
 const fs = require('fs');
 const path = require('path');
+const { selectRectangle } = require('./selection');
 
 const WINDOWS = [
   { title: 'Quarterly figures.ods — Calc', x: 120, y: 90, width: 900, height: 560, color: 0xf4f1ea, accent: 0x2a6f4e },
@@ -53,6 +54,17 @@ function save(folder, name, call, snap) {
   };
 }
 
+// A rectangle dragged out with a real pointer: the overlay while hovering and dragging, the cut-out.
+async function saveSelection(folder, client) {
+  const { errorCode, ...pictures } = await selectRectangle(client, { x: 300, y: 250, width: 700, height: 420 });
+  if (errorCode !== 0) throw new Error(`the selection ended with ${errorCode}`);
+  return Object.entries(pictures).map(([name, data]) => {
+    const file = `selection-${name}.png`;
+    fs.writeFileSync(path.join(folder, file), data);
+    return { name, file, bytes: data.length };
+  });
+}
+
 module.exports = async (folder) => {
   const log = [];
   host.startLoop();
@@ -64,7 +76,8 @@ module.exports = async (folder) => {
     save(folder, 'desktop', 'getScreenSnap("desktop", false)', kiv.getScreenSnap('desktop', false)),
     save(folder, 'display', 'getScreenSnap("display", true)', kiv.getScreenSnap('display', true)),
   ];
-  report({ snapshots, log });
+  const selection = windows ? await saveSelection(folder, windows) : [];
+  report({ snapshots, selection, log });
   if (windows) windows.close();
   kiv.teardown();
 };
