@@ -3,9 +3,7 @@
 // Input counts, idle time, lock signals and the timer beside bare library calls.
 // node bench/input.js [--quick]
 
-const { runCase } = require('../test/helpers/case');
-const { startSession } = require('../test/helpers/session');
-const { table } = require('./measure');
+const { inSession, table } = require('./measure');
 
 const quick = process.argv.includes('--quick');
 
@@ -213,31 +211,20 @@ const dayCase = async (events) => {
   kiv.teardown();
 };
 
-async function inSession(source, args, nodeArgs = []) {
-  const session = await startSession();
-  try {
-    const { json, stderr } = await runCase(source, { env: session.env, args, nodeArgs, timeout: 600000 });
-    if (!json) throw new Error(stderr);
-    return json;
-  } finally {
-    await session.stop();
-  }
-}
-
 (async () => {
   console.log('A flood of key presses, all waiting\n');
-  const flood = await inSession(floodCase, quick ? [10000, 3] : [50000, 21]);
+  const flood = await inSession({}, floodCase, quick ? [10000, 3] : [50000, 21]);
   table(flood.rows);
   console.log(`Longest single XPending of the floor: ${flood.reading.toFixed(1)} processor ms, ` +
     `${flood.first.toFixed(1)} in the first flood\n`);
   console.log('A reading of counts and idle time\n');
-  table(await inSession(idleCase, [quick ? 500 : 5000]));
+  table(await inSession({}, idleCase, [quick ? 500 : 5000]));
   console.log('From a lock signal\'s sender to the listener\n');
-  table(await inSession(lockCase, [quick ? 200 : 3000]));
+  table(await inSession({}, lockCase, [quick ? 200 : 3000]));
   console.log('The timer beside Node\'s own\n');
-  table(await inSession(timerCase, [200, quick ? 5 : 20]));
+  table(await inSession({}, timerCase, [200, quick ? 5 : 20]));
   console.log('A day of input in one process\n');
-  table(await inSession(dayCase, [quick ? 100000 : 1000000], ['--expose-gc']));
+  table(await inSession({}, dayCase, [quick ? 100000 : 1000000], ['--expose-gc']));
 })().catch((error) => {
   console.error(error);
   process.exitCode = 1;

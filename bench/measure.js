@@ -36,4 +36,21 @@ function table(rows) {
   console.log();
 }
 
-module.exports = { interleaved, median, quantile, status, table };
+/** Runs a case in a session of its own, made with `options`, and resolves to what it reported. */
+async function inSession(options, source, args, nodeArgs = []) {
+  const { runCase } = require('../test/helpers/case');
+  const { startSession } = require('../test/helpers/session');
+  const session = await startSession(options);
+  try {
+    const { json, stderr } = await runCase(source, { env: session.env, args, nodeArgs, timeout: 600000 });
+    if (!json) throw new Error(stderr);
+    return json;
+  } finally {
+    await session.stop();
+  }
+}
+
+/** The options of a bare screen. */
+const bareScreen = (width, height) => ({ screens: [`${width}x${height}x24`], wm: false, bus: false });
+
+module.exports = { bareScreen, inSession, interleaved, median, quantile, status, table };

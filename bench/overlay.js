@@ -4,9 +4,7 @@
 // process's own time in it, and the start from the call to the first picture on the screen.
 // node bench/overlay.js [--quick]
 
-const { runCase } = require('../test/helpers/case');
-const { startSession } = require('../test/helpers/session');
-const { table } = require('./measure');
+const { bareScreen, inSession, table } = require('./measure');
 
 const quick = process.argv.includes('--quick');
 
@@ -63,20 +61,13 @@ const measure = async (width, height, rounds, steps) => {
 (async () => {
   const rows = [];
   for (const [width, height] of [[1920, 1080], [3840, 2160]]) {
-    const session = await startSession({ screens: [`${width}x${height}x24`], wm: false, bus: false });
-    try {
-      const args = [width, height, quick ? 3 : 9, quick ? 10 : 30];
-      const { json, stderr } = await runCase(measure, { env: session.env, args, timeout: 600000 });
-      if (!json) throw new Error(stderr);
-      const names = { module: 'the module', prepared: 'bare, surfaces prepared once', pixbufs: 'bare, from the pixbufs at each fill' };
-      for (const [name, title] of Object.entries(names)) {
-        const { start, step, own } = json[name];
-        rows.push({ screen: `${width}x${height}`, program: title, 'step ms': step.toFixed(2), 'own ms': own.toFixed(2),
-          'step ratio': (step / json.prepared.step).toFixed(3), 'start ms': start.toFixed(0),
-          'start ratio': (start / json.prepared.start).toFixed(3) });
-      }
-    } finally {
-      await session.stop();
+    const json = await inSession(bareScreen(width, height), measure, [width, height, quick ? 3 : 9, quick ? 10 : 30]);
+    const names = { module: 'the module', prepared: 'bare, surfaces prepared once', pixbufs: 'bare, from the pixbufs at each fill' };
+    for (const [name, title] of Object.entries(names)) {
+      const { start, step, own } = json[name];
+      rows.push({ screen: `${width}x${height}`, program: title, 'step ms': step.toFixed(2), 'own ms': own.toFixed(2),
+        'step ratio': (step / json.prepared.step).toFixed(3), 'start ms': start.toFixed(0),
+        'start ratio': (start / json.prepared.start).toFixed(3) });
     }
   }
   console.log('One pointer step of a growing drag, and the start (medians; ratios to prepared surfaces)\n');

@@ -3,9 +3,7 @@
 // A snapshot beside the bare library calls: time, memory, and the cost of collecting its bytes.
 // node bench/snapshot.js [--quick]
 
-const { runCase } = require('../test/helpers/case');
-const { startSession } = require('../test/helpers/session');
-const { table } = require('./measure');
+const { bareScreen, inSession, table } = require('./measure');
 
 const quick = process.argv.includes('--quick');
 const SIZES = [[1920, 1080], [3840, 2160]];
@@ -96,17 +94,6 @@ const sinkCase = async () => {
   report(rows);
 };
 
-async function inSession(width, height, source, args, nodeArgs = []) {
-  const session = await startSession({ screens: [`${width}x${height}x24`], wm: false, bus: false });
-  try {
-    const { json, stderr } = await runCase(source, { env: session.env, args, nodeArgs, timeout: 600000 });
-    if (!json) throw new Error(stderr);
-    return json;
-  } finally {
-    await session.stop();
-  }
-}
-
 (async () => {
   const times = [];
   const memory = [];
@@ -115,11 +102,11 @@ async function inSession(width, height, source, args, nodeArgs = []) {
       for (const jpeg of [true, false]) {
         const what = { screen: `${width}x${height}`, picture: kind, format: jpeg ? 'JPEG' : 'PNG' };
         const rounds = quick ? 3 : jpeg ? 31 : 7;
-        const { module, floor, bytes } = await inSession(width, height, timeCase, [width, height, kind, jpeg, rounds]);
+        const { module, floor, bytes } = await inSession(bareScreen(width, height), timeCase, [width, height, kind, jpeg, rounds]);
         times.push({ ...what, 'module ms': module.toFixed(1), 'floor ms': floor.toFixed(1), ratio: (module / floor).toFixed(3) });
         const args = [width, height, kind, jpeg, bytes];
-        const ours = await inSession(width, height, memoryCase, [...args, true], ['--expose-gc']);
-        const theirs = await inSession(width, height, memoryCase, [...args, false], ['--expose-gc']);
+        const ours = await inSession(bareScreen(width, height), memoryCase, [...args, true], ['--expose-gc']);
+        const theirs = await inSession(bareScreen(width, height), memoryCase, [...args, false], ['--expose-gc']);
         memory.push({ ...what, 'encoded kB': Math.round(bytes / 1024), 'module peak kB': ours, 'floor peak kB': theirs,
           'above the floor, of the encoded size': ((ours - theirs) / (bytes / 1024)).toFixed(2) });
       }
@@ -130,9 +117,9 @@ async function inSession(width, height, source, args, nodeArgs = []) {
   console.log('Peak memory of one snapshot\n');
   table(memory);
   console.log('Collecting the encoder\'s pieces\n');
-  table(await inSession(800, 600, sinkCase, []));
+  table(await inSession(bareScreen(800, 600), sinkCase, []));
   console.log('Many snapshots in one process\n');
-  table(await inSession(1280, 800, flatCase, [quick ? 200 : 2000], ['--expose-gc']));
+  table(await inSession(bareScreen(1280, 800), flatCase, [quick ? 200 : 2000], ['--expose-gc']));
 })().catch((error) => {
   console.error(error);
   process.exitCode = 1;

@@ -52,7 +52,7 @@ void GetProcessHandlesInfo(const CallInfo& info) {
   const auto set = [&](const char* key, uint64_t ProcessHandlesInfo::*count) {
     v8::Local<v8::Value> value = Nan::Null();
     if (counts) value = Nan::New(static_cast<double>(counts->*count));
-    Nan::Set(result, Nan::New(key).ToLocalChecked(), value);
+    SetKey(result, key, value);
   };
   set("handleCount", &ProcessHandlesInfo::handles);
   set("gdiObjectCount", &ProcessHandlesInfo::gdi_objects);

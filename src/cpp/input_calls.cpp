@@ -9,10 +9,6 @@ namespace kiv {
 
 namespace {
 
-void SetNumber(v8::Local<v8::Object> object, const char* key, double value) {
-  Nan::Set(object, Nan::New(key).ToLocalChecked(), Nan::New(value));
-}
-
 double SecondsOrMinusOne(const OptionalSeconds& seconds) {
   return seconds.set ? static_cast<double>(seconds.value) : -1.0;
 }
@@ -24,14 +20,14 @@ void GetInputInfo(const CallInfo& info) {
   Agent().UpdateLastTimes();
   const DesktopSessionData& data = Agent().data_;
   const v8::Local<v8::Object> last = Nan::New<v8::Object>();
-  SetNumber(last, "input", SecondsOrMinusOne(data.last_input));
-  SetNumber(last, "keyPress", SecondsOrMinusOne(data.last_key_press));
-  SetNumber(last, "mouseClick", SecondsOrMinusOne(data.last_mouse_click));
-  SetNumber(last, "mouseMove", SecondsOrMinusOne(data.last_mouse_move));
+  SetKey(last, "input", SecondsOrMinusOne(data.last_input));
+  SetKey(last, "keyPress", SecondsOrMinusOne(data.last_key_press));
+  SetKey(last, "mouseClick", SecondsOrMinusOne(data.last_mouse_click));
+  SetKey(last, "mouseMove", SecondsOrMinusOne(data.last_mouse_move));
   const v8::Local<v8::Object> result = Nan::New<v8::Object>();
-  Nan::Set(result, Nan::New("last").ToLocalChecked(), last);
-  SetNumber(result, "keyboardActivity", static_cast<double>(data.keyboard_activity));
-  SetNumber(result, "mouseActivity", static_cast<double>(data.mouse_activity));
+  SetKey(result, "last", last);
+  SetKey(result, "keyboardActivity", static_cast<double>(data.keyboard_activity));
+  SetKey(result, "mouseActivity", static_cast<double>(data.mouse_activity));
   info.GetReturnValue().Set(result);
 }
 

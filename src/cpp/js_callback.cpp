@@ -44,6 +44,14 @@ v8::Local<v8::String> ToJsString(const std::string& bytes) {
   return Nan::New<v8::String>(bytes.data(), length).FromMaybe(Nan::EmptyString());
 }
 
+void SetKey(v8::Local<v8::Object> object, const char* key, v8::Local<v8::Value> value) {
+  Nan::Set(object, Nan::New(key).ToLocalChecked(), value);
+}
+
+void SetKey(v8::Local<v8::Object> object, const char* key, double value) {
+  SetKey(object, key, v8::Local<v8::Value>(Nan::New(value)));
+}
+
 JsScope::JsScope() {
   if (!module_context || v8::Isolate::GetCurrent() != module_isolate) return;
   handles_.emplace();

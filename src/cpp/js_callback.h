@@ -21,6 +21,9 @@ std::unique_ptr<Nan::Callback> MakeCallback(v8::Local<v8::Value> value);
 // Bytes taken as UTF-8; invalid sequences become replacement characters, NULs are kept.
 v8::Local<v8::String> ToJsString(const std::string& bytes);
 
+void SetKey(v8::Local<v8::Object> object, const char* key, v8::Local<v8::Value> value);
+void SetKey(v8::Local<v8::Object> object, const char* key, double value);
+
 // Handles and a context for a call that may start outside of JavaScript. Nothing may be made or
 // called when it is not usable(): the runtime is going away.
 class JsScope {

@@ -134,14 +134,12 @@ void GetScreenSnapAsync(const CallInfo& info) {
                                           << ":" << kLoggingRequestId_OnScreenSnapAsyncBusy;
     return;
   }
+  const bool desktop = *type == kSnapTypeDesktop;
   bool known = true;
-  if (*type == kSnapTypeDesktop) {
+  if (desktop || *type == kSnapTypeDisplay) {
     void* context = RequestContext(info);
-    ScreenSnap* snap = Agent().SnapWholeDesktop(false, false);
-    OnScreenSnapCompleted(kSnapCompleted, snap, context, false);
-  } else if (*type == kSnapTypeDisplay) {
-    void* context = RequestContext(info);
-    ScreenSnap* snap = Agent().SnapActiveDisplay(false, false);
+    ScreenSnap* snap =
+        desktop ? Agent().SnapWholeDesktop(false, false) : Agent().SnapActiveDisplay(false, false);
     OnScreenSnapCompleted(kSnapCompleted, snap, context, false);
   } else if (*type == kSnapTypeSelection) {
     Agent().TakeSnapGuard();

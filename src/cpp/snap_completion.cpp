@@ -19,7 +19,7 @@ bool DeliverResult(int error_code, ScreenSnap* snap, const Nan::Callback* functi
   const v8::Local<v8::Object> result = Nan::New<v8::Object>();
   SetDescription(result, *snap);
   SetPictures(result, snap);
-  SetNumber(result, "errorCode", error_code);
+  SetKey(result, "errorCode", error_code);
   v8::Local<v8::Value> argv[] = {result};
   if (function) scope.Call(*function, 1, argv);
   return true;

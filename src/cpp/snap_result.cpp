@@ -6,10 +6,6 @@ namespace kiv {
 
 namespace {
 
-void SetKey(v8::Local<v8::Object> result, const char* key, v8::Local<v8::Value> value) {
-  Nan::Set(result, Nan::New(key).ToLocalChecked(), value);
-}
-
 // The runtime owns the block from the call on, also when the call fails.
 v8::Local<v8::Value> TakeBuffer(ScreenSnap::image_data* block) {
   v8::Local<v8::Object> buffer;
@@ -31,10 +27,6 @@ v8::Local<v8::Value> TakeBuffer(ScreenSnap::image_data* block) {
 
 }  // namespace
 
-void SetNumber(v8::Local<v8::Object> result, const char* key, int value) {
-  SetKey(result, key, Nan::New(value));
-}
-
 void SetText(v8::Local<v8::Object> result, const char* key, const std::string& bytes) {
   SetKey(result, key, ToJsString(bytes));
 }
@@ -45,8 +37,8 @@ void SetPictures(v8::Local<v8::Object> result, ScreenSnap* snap) {
 }
 
 void SetDescription(v8::Local<v8::Object> result, const ScreenSnap& snap) {
-  SetKey(result, "width", Nan::New(snap.width));
-  SetKey(result, "height", Nan::New(snap.height));
+  SetKey(result, "width", snap.width);
+  SetKey(result, "height", snap.height);
   SetText(result, "activeWindowTitle", snap.activeWindowTitle);
   SetText(result, "activeProcessName", snap.activeProcessName);
   SetText(result, "filename", snap.filename);

@@ -11,7 +11,6 @@ namespace kiv {
 
 // Pieces of a snapshot's JavaScript result; each sets its keys in the order listed.
 
-void SetNumber(v8::Local<v8::Object> result, const char* key, int value);
 void SetText(v8::Local<v8::Object> result, const char* key, const std::string& bytes);
 // "data" and "dataThumbnail": buffers that take over the record's blocks without a copy.
 void SetPictures(v8::Local<v8::Object> result, ScreenSnap* snap);

@@ -1,10 +1,13 @@
 #include "picture_file.h"
 
+#include <fcntl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <fstream>
 
@@ -27,10 +30,19 @@ std::string RandomName() {
   return name;
 }
 
-bool IsOtherThanFile(const std::string& path) {
-  struct stat info = {};
-  return stat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode);
-}
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() {
+    if (fd_ >= 0) close(fd_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int get() const { return fd_; }
+
+ private:
+  int fd_;
+};
 
 struct Size {
   int64_t width;
@@ -77,12 +89,24 @@ std::string UnusedPath(const std::string& directory) {
 }
 
 GObjectPtr<GdkPixbuf> ReadPicture(const std::string& path, GErrorPtr* error) {
-  if (IsOtherThanFile(path)) {
+  // Without O_NONBLOCK the opening of a FIFO would wait for a writer.
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  struct stat info = {};
+  if (file.get() < 0 || fstat(file.get(), &info) != 0) {
+    const int code = errno;
+    g_set_error(CollectError(error), G_FILE_ERROR, g_file_error_from_errno(code),
+                "The picture cannot be read: %s", g_strerror(code));
+    return nullptr;
+  }
+  if (!S_ISREG(info.st_mode)) {
     g_set_error_literal(CollectError(error), G_IO_ERROR, G_IO_ERROR_NOT_REGULAR_FILE,
                         "The picture is not a regular file");
     return nullptr;
   }
-  const Size claimed = ClaimedSize(path);
+  // The file that was looked at, whatever lies at its path by now; the decoder's messages name
+  // this.
+  const std::string opened = "/proc/self/fd/" + std::to_string(file.get());
+  const Size claimed = ClaimedSize(opened);
   // Divided, because the product of two 32-bit claims may be too big.
   if (claimed.width > 0 && claimed.height > kMaxPixels / claimed.width) {
     g_set_error(CollectError(error), GDK_PIXBUF_ERROR, GDK_PIXBUF_ERROR_INSUFFICIENT_MEMORY,
@@ -91,7 +115,7 @@ GObjectPtr<GdkPixbuf> ReadPicture(const std::string& path, GErrorPtr* error) {
                 claimed.width, claimed.height);
     return nullptr;
   }
-  return AdoptGObject(gdk_pixbuf_new_from_file(path.c_str(), CollectError(error)));
+  return AdoptGObject(gdk_pixbuf_new_from_file(opened.c_str(), CollectError(error)));
 }
 
 }  // namespace kiv

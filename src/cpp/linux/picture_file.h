@@ -15,9 +15,9 @@ namespace kiv {
 // file is made: a compositor that refuses would leave it behind. `directory` goes in unchanged.
 std::string UnusedPath(const std::string& directory);
 
-// The decoded picture, or null with the reason in `error`. Anything but a regular file is refused
-// without being opened, since a FIFO would hold the caller. So is a picture of more than 2^27
-// pixels (four 8K monitors and some; half a gigabyte decoded): a few bytes can claim any size.
+// The decoded picture, or null with the reason in `error`, which does not tell the path. Anything
+// but a regular file is refused, without waiting for it. So is a picture of more than 2^27 pixels
+// (four 8K monitors and some; half a gigabyte decoded): a few bytes can claim any size.
 GObjectPtr<GdkPixbuf> ReadPicture(const std::string& path, GErrorPtr* error);
 
 }  // namespace kiv

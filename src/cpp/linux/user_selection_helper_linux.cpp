@@ -98,6 +98,8 @@ UserSelectionImpLinux::UserSelectionImpLinux(DesktopSessionData* session_data)
     : session_data_(session_data) {}
 
 void UserSelectionImpLinux::start_selection(void* context) {
+  // The completion before may have led here; what its selection showed is still there then.
+  Release();
   context_ = context;
   session_data_->define_session_type();
   monitor_ = ActiveDisplayArea();
@@ -205,10 +207,11 @@ void UserSelectionImpLinux::selection_finish(int code) {
   // Out of reach of a snapshot that the logger takes.
   ScreenSnap result = std::exchange(session_data_->snap, ScreenSnap());
   LogMessage(LogMessage::info).stream() << kLoggingRequestId_ScreenSnapSelectionError << code;
-  gtk_widget_hide(window_);
+  if (window_) gtk_widget_hide(window_);
   session_data_->snap = std::move(result);
   OnScreenSnapCompleted(code, &session_data_->snap, context, true);
-  Release();
+  // By now it may be another selection's.
+  if (!context_) Release();
 }
 
 void UserSelectionImpLinux::EscPressed() {
