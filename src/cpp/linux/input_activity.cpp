@@ -86,9 +86,12 @@ void HandleNextEvent(DesktopSessionData* data) {
   }
 }
 
+// What Xlib has queued needs no call.
+bool HasEvents(Display* display) { return QLength(display) > 0 || XPending(display) > 0; }
+
 void Drain(DesktopSessionData* data) {
   const uint64_t start = uv_hrtime();
-  for (unsigned handled = 1; data->HasDisplay() && XPending(data->display) > 0; ++handled) {
+  for (unsigned handled = 1; data->HasDisplay() && HasEvents(data->display); ++handled) {
     HandleNextEvent(data);
     if (handled % kEventsPerClockReading == 0 && uv_hrtime() - start > kDrainBudget) break;
   }
