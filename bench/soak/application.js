@@ -74,7 +74,6 @@ module.exports = async (width, height) => {
     counted,
     heard: () => ({ ...heard, bare: soak.heard() }),
     log: () => log,
-    listeners: () => monitor.listenerCount('screen_lock'),
     holds: () => holds,
     sleep: (ms) => new Promise((resolve) => setTimeout(resolve, ms)),
     forgetTurns() { soak.turns(); },
@@ -134,7 +133,10 @@ module.exports = async (width, height) => {
     // The bare library calls that the module is held against.
     startCounting: () => bare.startCounting(),
     stopCounting: () => bare.stopCounting(),
-    barePresses: () => bare.keyPresses(),
+    bareCounted: () => {
+      const { keyboardActivity, mouseActivity } = bare.object();
+      return keyboardActivity + mouseActivity;
+    },
     listen: (file) => soak.listen(process.env.DBUS_SESSION_BUS_ADDRESS, file),
     bareSnapshots() {
       for (const jpeg of [true, false]) {

@@ -75,11 +75,11 @@ async function makePerson({ env }, app, { width, height }) {
       did.keys += rounds * KEYS_A_ROUND;
       did.clicks += rounds * CLICKS_A_ROUND;
     },
-    /** The same for nobody: returns the presses. */
+    /** The same for nobody: returns how many keys and clicks. */
     workUnseen(events) {
       const rounds = Math.max(1, Math.round(events / EVENTS_A_ROUND));
       crowd.act(rounds, 150, 120);
-      return rounds * KEYS_A_ROUND;
+      return rounds * (KEYS_A_ROUND + CLICKS_A_ROUND);
     },
     setTitle,
     lock(count, bare = false) {
