@@ -69,7 +69,7 @@ async function makePerson({ env }, app, { width, height }) {
       ++did.deaths;
     },
     work(events) {
-      const rounds = Math.max(1, Math.round(events / EVENTS_A_ROUND));
+      const rounds = Math.ceil(events / EVENTS_A_ROUND);
       crowd.act(rounds, 150, 120);
       did.events += rounds * EVENTS_A_ROUND;
       did.keys += rounds * KEYS_A_ROUND;
@@ -77,7 +77,7 @@ async function makePerson({ env }, app, { width, height }) {
     },
     /** The same for nobody: returns how many keys and clicks. */
     workUnseen(events) {
-      const rounds = Math.max(1, Math.round(events / EVENTS_A_ROUND));
+      const rounds = Math.ceil(events / EVENTS_A_ROUND);
       crowd.act(rounds, 150, 120);
       return rounds * (KEYS_A_ROUND + CLICKS_A_ROUND);
     },
