@@ -150,6 +150,12 @@
           'libraries': ['<!@(pkg-config --libs gtk+-3.0 x11)'],
         },
         {
+          'target_name': 'bench_soak',
+          'sources': ['bench/native/soak.cpp'],
+          'cflags': ['<!@(pkg-config --cflags-only-I gio-2.0 x11 xtst | sed s/-I/-isystem/g)'],
+          'libraries': ['<!@(pkg-config --libs gio-2.0 x11 xtst)'],
+        },
+        {
           'target_name': 'kiv_faults',
           'sources': ['test/native/faults.cpp'],
           'libraries': ['-ldl'],

@@ -51,6 +51,31 @@ describe('on one screen', () => {
       thumbnail: [620, 320], filename: 'screen.png' });
   });
 
+  test('windows that were active once leave no record of themselves in GDK', async () => {
+    const { json } = await run(async () => {
+      const { activeWindow } = require('./windows');
+      const census = require(require('path').resolve('build', process.env.KIV_BUILD, 'bench_soak.node'));
+      census.countObjects();
+      host.startLoop();
+      kiv.setupLogger(() => {});
+      kiv.init();
+      const counts = [];
+      // All open together: the next client would get the ids of one that has left.
+      const open = [];
+      for (let i = 0; i < 3; ++i) {
+        open.push(await activeWindow({ title: `window ${i}` }));
+        const { activeWindowTitle } = kiv.getScreenSnap('display', true);
+        counts.push([activeWindowTitle, census.objects().GdkX11Window]);
+      }
+      for (const { close } of open) close();
+      report(counts);
+      kiv.teardown();
+    });
+    const [[, windows]] = json;
+    assert.ok(windows > 0);
+    assert.deepStrictEqual(json, [0, 1, 2].map((i) => [`window ${i}`, windows]));
+  });
+
   test('unknown types and failing conversions throw, and nothing is captured', async () => {
     const { json } = await run(() => {
       host.startLoop();

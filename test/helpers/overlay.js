@@ -19,11 +19,11 @@ function quietly(question) {
   }
 }
 
-/** The overlay's X window, or undefined: this process's only viewable window with a process id. */
-function findOverlay(client) {
+/** The overlay's X window, or undefined: the process's only viewable window with a process id. */
+function findOverlay(client, owner = process.pid) {
   const mine = (id) => {
     const pid = client.getProperty(id, '_NET_WM_PID');
-    return pid && pid.count === 1 && pid.data.readUInt32LE(0) === process.pid && client.geometry(id).viewable;
+    return pid && pid.count === 1 && pid.data.readUInt32LE(0) === owner && client.geometry(id).viewable;
   };
   return (quietly(() => windowsBeneath(client, client.rootWindow(0))) || []).find((id) => quietly(() => mine(id)));
 }
@@ -127,4 +127,4 @@ async function desktop(client, width, height) {
   return { id, draw };
 }
 
-module.exports = { ESCAPE, act, bgrx, crop, desktop, difference, findOverlay, key, openSelection, settle };
+module.exports = { ESCAPE, act, bgrx, crop, desktop, difference, findOverlay, key, onScreen, openSelection, settle };

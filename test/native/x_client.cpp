@@ -15,6 +15,7 @@
 #include <array>
 #include <climits>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -345,6 +346,46 @@ void Resources(Client& client, Info info) {
   info.GetReturnValue().Set(result);
 }
 
+// resourcesOfProcess(pid): how many connections it has, the sum of each kind of their resources,
+// and the bytes of their pixmaps.
+void ResourcesOfProcess(Client& client, Info info) {
+  XResClientIdSpec every = {None, XRES_CLIENT_ID_PID_MASK};
+  long count = 0;
+  XResClientIdValue* ids = nullptr;
+  if (XResQueryClientIds(client.display, 1, &every, &count, &ids) != Success) {
+    return Nan::ThrowError("the server does not know its clients' processes");
+  }
+  int connections = 0;
+  double bytes = 0;
+  std::map<std::string, int> sums;
+  for (long i = 0; i < count; ++i) {
+    if (XResGetClientPid(&ids[i]) != Int(info, 0)) continue;
+    ++connections;
+    const XID owner = ids[i].spec.client;
+    unsigned long pixmaps = 0;
+    if (XResQueryClientPixmapBytes(client.display, owner, &pixmaps)) {
+      bytes += static_cast<double>(pixmaps);
+    }
+    XResType* types = nullptr;
+    int kinds = 0;
+    if (!XResQueryClientResources(client.display, owner, &kinds, &types)) continue;
+    const std::unique_ptr<XResType, int (*)(void*)> types_owner(types, XFree);
+    for (int kind = 0; kind < kinds; ++kind) {
+      const std::unique_ptr<char, int (*)(void*)> name(
+          XGetAtomName(client.display, types[kind].resource_type), XFree);
+      sums[name.get()] += static_cast<int>(types[kind].count);
+    }
+  }
+  XResClientIdsDestroy(count, ids);
+  auto result = Nan::New<v8::Object>();
+  auto resources = Nan::New<v8::Object>();
+  for (const auto& [name, sum] : sums) Set(resources, name.c_str(), sum);
+  Set(result, "connections", connections);
+  Set(result, "pixmapBytes", bytes);
+  Set(result, "resources", resources);
+  info.GetReturnValue().Set(result);
+}
+
 void Key(Client& client, Info info) {
   XTestFakeKeyEvent(client.display, static_cast<unsigned>(Int(info, 0)),
                     Nan::To<bool>(info[1]).FromMaybe(false), CurrentTime);
@@ -557,6 +598,7 @@ void Init(v8::Local<v8::Object> exports, v8::Local<v8::Value>, void*) {
   Nan::SetMethod(methods, "getImage", Call<GetImage>);
   Nan::SetMethod(methods, "children", Call<Children>);
   Nan::SetMethod(methods, "resources", Call<Resources>);
+  Nan::SetMethod(methods, "resourcesOfProcess", Call<ResourcesOfProcess>);
   Nan::SetMethod(methods, "key", Call<Key>);
   Nan::SetMethod(methods, "keycode", Call<Keycode>);
   Nan::SetMethod(methods, "button", Call<Button>);
