@@ -27,9 +27,11 @@ std::mutex answers_mutex;
 std::map<std::string, Answer> answers;  // by "path interface.member"
 GDBusConnection* bus = nullptr;
 
-std::string Text(v8::Local<v8::Value> value) {
-  const Nan::Utf8String text(value);
-  return std::string(*text, static_cast<size_t>(text.length()));
+std::string Text(v8::Local<v8::Value> value) { return *Nan::Utf8String(value); }
+
+// The first three arguments: path, interface, member.
+std::string Key(const CallInfo& info) {
+  return Text(info[0]) + " " + Text(info[1]) + "." + Text(info[2]);
 }
 
 bool Throw(GError* error) {
@@ -119,31 +121,25 @@ void Own(const CallInfo& info) {
 void SetAnswer(const CallInfo& info) {
   const auto how = info[3].As<v8::Object>();
   const auto get = [&](const char* key) {
-    return Nan::Get(how, Nan::New(key).ToLocalChecked()).ToLocalChecked();
+    const auto value = Nan::Get(how, Nan::New(key).ToLocalChecked()).ToLocalChecked();
+    return value->IsUndefined() ? std::string() : Text(value);
   };
-  Answer answer;
-  if (!get("body")->IsUndefined()) answer.body = Text(get("body"));
-  if (!get("error")->IsUndefined()) answer.error_name = Text(get("error"));
-  if (!get("copy")->IsUndefined()) answer.copy = Text(get("copy"));
-  answer.hang = Nan::To<bool>(get("hang")).FromJust();
   const std::lock_guard<std::mutex> lock(answers_mutex);
-  answers[Text(info[0]) + " " + Text(info[1]) + "." + Text(info[2])] = answer;
+  answers[Key(info)] = {get("body"), get("error"), get("copy"), !get("hang").empty(), {}};
 }
 
 // calls(path, interface, member): how often it has been called since its answer was set.
 void Calls(const CallInfo& info) {
   const std::lock_guard<std::mutex> lock(answers_mutex);
-  info.GetReturnValue().Set(static_cast<uint32_t>(
-      answers[Text(info[0]) + " " + Text(info[1]) + "." + Text(info[2])].calls.size()));
+  info.GetReturnValue().Set(static_cast<uint32_t>(answers[Key(info)].calls.size()));
 }
 
 // argumentsOf(path, interface, member): the arguments of each of those calls, as text.
 void ArgumentsOf(const CallInfo& info) {
   const std::lock_guard<std::mutex> lock(answers_mutex);
-  const auto& calls = answers[Text(info[0]) + " " + Text(info[1]) + "." + Text(info[2])].calls;
   const auto result = Nan::New<v8::Array>();
-  for (uint32_t i = 0; i < calls.size(); ++i) {
-    Nan::Set(result, i, Nan::New(calls[i]).ToLocalChecked());
+  for (const std::string& call : answers[Key(info)].calls) {
+    Nan::Set(result, result->Length(), Nan::New(call).ToLocalChecked());
   }
   info.GetReturnValue().Set(result);
 }
