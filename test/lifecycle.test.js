@@ -5,7 +5,7 @@ const { test } = require('node:test');
 const { startXvfb } = require('./helpers/display');
 const { inSession, look, share } = require('./helpers/suite');
 
-const { run, ...shared } = share({ wm: false });
+const shared = share({ wm: false });
 
 // What had been called when the process leaves.
 const STATES = {
@@ -25,7 +25,7 @@ const WAYS = {
 for (const [way, [leave, code]] of Object.entries(WAYS)) {
   test(`leaving: ${way}`, async () => {
     await Promise.all(Object.entries(STATES).map(async ([state, prepare]) => {
-      const result = await run(`let keep; ${prepare} ${leave}`, { leaks: way === 'end of loop' });
+      const result = await shared.run(`let keep; ${prepare} ${leave}`, { leaks: way === 'end of loop' });
       assert.deepStrictEqual([result.code, result.signal], [code, null], `${state}: ${result.stderr}`);
       assert.match(result.stderr, way === 'an uncaught exception' ? /Error: expected\n/ : /^$/, state);
       assert.doesNotMatch(result.stderr, /CRITICAL|WARNING|runtime error|Sanitizer|FATAL/, state);
@@ -34,7 +34,7 @@ for (const [way, [leave, code]] of Object.entries(WAYS)) {
 }
 
 test('the end of the runtime with everything alive', async () => {
-  const { code, stderr } = await run(async () => {
+  const { code, stderr } = await shared.run(async () => {
     host.startLoop();
     kiv.setupLogger(() => {});
     kiv.init();
@@ -49,7 +49,7 @@ test('the end of the runtime with everything alive', async () => {
 });
 
 test('a worker thread cannot load the module', async () => {
-  const { json } = await run(async () => {
+  const { json } = await shared.run(async () => {
     const { Worker } = require('worker_threads');
     const file = require('path').resolve('build', process.env.KIV_BUILD, 'kiv_native.node');
     const worker = new Worker(`require(${JSON.stringify(file)})`, { eval: true });
