@@ -65,17 +65,6 @@ describe('choice of the backend', () => {
   });
 });
 
-test('temporary names follow TMPDIR', async () => {
-  assert.deepStrictEqual(await run(() => {
-    serve('gnome');
-    internals.createBackend();
-    report(['', '/no/such', null].map((value) => {
-      if (value === null) delete process.env.TMPDIR; else process.env.TMPDIR = value;
-      return internals.temporaryName().slice(0, -10);
-    }));
-  }), ['/brenik.', '/no/such/brenik.', '/tmp/brenik.']);
-});
-
 test('whatever KWin says or wrote: a line, no picture, its file gone', async () => {
   const json = await run(() => {
     const { execFileSync } = require('child_process');

@@ -142,7 +142,7 @@ test('two monitors: the display is the active window\'s, the whole desktop witho
   inSession({ monitors: MONITORS }, async ({ env }) => {
     assert.deepStrictEqual(await look(withHost(async () => {
       const { decodePng, pixelAt } = require('./images');
-      client.deleteProperty(client.rootWindow(0), '_NET_ACTIVE_WINDOW');
+      require('./windows').forgetActiveWindow();
       const sizes = [];
       const snap = () => {
         const { width, height, data } = kiv.getScreenSnap('display');

@@ -64,10 +64,8 @@ const upgradeCase = async (calls, stop) => {
 const upgrades = (calls, { stop = true, node } = {}) =>
   look(upgradeCase, { args: [calls.map((call) => ({ ...call, env: { ...safe(), ...call.env } })), stop], node });
 
-test('the built templates are the known ones; a value that looks like a placeholder is not filled in again', async () => {
-  const [deb, rh, script] = await look(() => report([internals.template('deb'), internals.template('rh'),
-    internals.script('deb', '${upgradePath}${kBinaryAppName}', '${uid_gid}')]));
-  assert.deepStrictEqual([deb, rh], [copy('deb'), copy('rh')]);
+test('a value that looks like a placeholder is not filled in again', async () => {
+  const script = await look(() => report(internals.script('${upgradePath}${kBinaryAppName}', '${uid_gid}')));
   assert.ok(script.includes('-i\\ ${upgradePath}brenik\\ 2'), script);
   assert.ok(script.includes(`tee\\ ${process.getuid()}:${process.getgid()};`), script);
 });

@@ -77,14 +77,12 @@ GDBusMessage* OnMessage(GDBusConnection* connection, GDBusMessage* message, gboo
   answer.calls.push_back(Describe(arguments));
   CopyToLastArgument(answer.copy, arguments);
   if (!answer.hang) {
-    GDBusMessage* reply = nullptr;
-    if (!answer.error_name.empty()) {
-      reply = g_dbus_message_new_method_error_literal(message, answer.error_name.c_str(),
-                                                      answer.body.c_str());
-    } else {
-      reply = g_dbus_message_new_method_reply(message);
-      g_dbus_message_set_body(
-          reply, g_variant_parse(nullptr, answer.body.c_str(), nullptr, nullptr, nullptr));
+    const char* body = answer.body.c_str();
+    GDBusMessage* reply = answer.error_name.empty() ? g_dbus_message_new_method_reply(message)
+                                                    : g_dbus_message_new_method_error_literal(
+                                                          message, answer.error_name.c_str(), body);
+    if (answer.error_name.empty()) {
+      g_dbus_message_set_body(reply, g_variant_parse(nullptr, body, nullptr, nullptr, nullptr));
     }
     g_dbus_connection_send_message(connection, reply, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
                                    nullptr);
@@ -105,16 +103,6 @@ void Connect(const CallInfo& info) {
                                      Text(info[0]).c_str(), flags, nullptr, nullptr, &error);
   if (Throw(error)) return;
   g_dbus_connection_add_filter(bus, OnMessage, nullptr, nullptr);
-}
-
-// own(name)
-void Own(const CallInfo& info) {
-  GError* error = nullptr;
-  GVariant* reply =
-      g_dbus_connection_call_sync(bus, "org.freedesktop.DBus", "/", "org.freedesktop.DBus",
-                                  "RequestName", g_variant_new("(su)", Text(info[0]).c_str(), 4U),
-                                  nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
-  if (!Throw(error)) g_variant_unref(reply);
 }
 
 // answer(path, interface, member, {body, error, hang, copy})
@@ -155,6 +143,16 @@ void Call(const CallInfo& info) {
   if (Throw(error)) return;
   info.GetReturnValue().Set(Nan::New(Describe(reply)).ToLocalChecked());
   g_variant_unref(reply);
+}
+
+// own(name): on return the bus knows it.
+void Own(const CallInfo& info) {
+  GError* error = nullptr;
+  GVariant* reply =
+      g_dbus_connection_call_sync(bus, "org.freedesktop.DBus", "/", "org.freedesktop.DBus",
+                                  "RequestName", g_variant_new("(su)", Text(info[0]).c_str(), 4U),
+                                  nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
+  if (!Throw(error)) g_variant_unref(reply);
 }
 
 // emit(path, interface, member, body, times): body is the text of a tuple, or empty for none.

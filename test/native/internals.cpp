@@ -115,33 +115,11 @@ void SinkNanoseconds(const CallInfo& info) {
   info.GetReturnValue().Set(static_cast<double>(uv_hrtime() - start));
 }
 
-std::shared_ptr<kiv::DbusScreenshot> backend;
 std::weak_ptr<kiv::DbusScreenshot> selecting;
 
 void ReleaseRuntime() {
-  backend.reset();
   agent.OnRuntimeEnd();
   kiv::LogMessage::Setup(nullptr);
-}
-
-// createBackend(): what the session's compositor is; the backend is kept for the calls below.
-void CreateBackend(const CallInfo& info) {
-  const kiv::EntryScope entry;
-  backend = kiv::DbusScreenshot::Create();
-  if (!backend) return info.GetReturnValue().SetNull();
-  const bool gnome = dynamic_cast<kiv::GnomeDbusScreenshot*>(backend.get()) != nullptr;
-  info.GetReturnValue().Set(kiv::ToJsString(gnome ? "gnome" : "plasma"));
-}
-
-// snapDisplay(): the size of the backend's picture of the active display, or null.
-void SnapDisplay(const CallInfo& info) {
-  const kiv::EntryScope entry;
-  const auto pixbuf = kiv::AdoptGObject(backend->SnapActiveDisplay());
-  if (!pixbuf) return info.GetReturnValue().SetNull();
-  const auto size = Nan::New<v8::Array>();
-  Nan::Set(size, 0, Nan::New(gdk_pixbuf_get_width(pixbuf.get())));
-  Nan::Set(size, 1, Nan::New(gdk_pixbuf_get_height(pixbuf.get())));
-  info.GetReturnValue().Set(size);
 }
 
 // selectArea(function): starts a selection as an accepted request does; nobody but the request
@@ -160,20 +138,10 @@ void SelectArea(const CallInfo& info) {
   chosen->SnapSelection(&agent.data_, context.release());
 }
 
-kiv::PackageFamily Family(const CallInfo& info) {
-  return *Nan::Utf8String(info[0]) == std::string("deb") ? kiv::PackageFamily::kDebian
-                                                         : kiv::PackageFamily::kRpm;
-}
-
-// template("deb" or "rh"): the array's bytes.
-void Template(const CallInfo& info) {
-  info.GetReturnValue().Set(kiv::ToJsString(std::string(kiv::UpgradeTemplate(Family(info)))));
-}
-
-// script("deb" or "rh", package, log): filled, for process 1.
+// script(package, log): the one for Debian, filled, for process 1.
 void Script(const CallInfo& info) {
-  const kiv::UpgradeRun run = {1, *Nan::Utf8String(info[1]), *Nan::Utf8String(info[2]), false};
-  info.GetReturnValue().Set(kiv::ToJsString(kiv::UpgradeScript(Family(info), run)));
+  const kiv::UpgradeRun run = {1, *Nan::Utf8String(info[0]), *Nan::Utf8String(info[1]), false};
+  info.GetReturnValue().Set(kiv::ToJsString(kiv::UpgradeScript(kiv::PackageFamily::kDebian, run)));
 }
 
 struct Method {
@@ -185,18 +153,10 @@ const Method kMethods[] = {
     {"encode", Encode},
     {"sink", Sink},
     {"sinkNanoseconds", SinkNanoseconds},
-    {"template", Template},
     {"script", Script},
-    {"createBackend", CreateBackend},
-    {"snapDisplay", SnapDisplay},
     {"selectArea", SelectArea},
     {"setupLogger",
      [](const CallInfo& info) { kiv::LogMessage::Setup(kiv::FunctionArgument(info, 0)); }},
-    {"dropBackend", [](const CallInfo& /*info*/) { backend.reset(); }},
-    {"temporaryName",
-     [](const CallInfo& info) {
-       info.GetReturnValue().Set(kiv::ToJsString(backend->GetTmpFileName()));
-     }},
     // Whether the last selection's backend still exists.
     {"selectionBackendAlive",
      [](const CallInfo& info) { info.GetReturnValue().Set(!selecting.expired()); }},

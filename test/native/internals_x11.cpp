@@ -32,32 +32,25 @@ void Open(const CallInfo& info) {
   XSetErrorHandler(CountError);
 }
 
-// xState(): requests sent, and errors that the process's handler saw.
-void State(const CallInfo& info) {
-  const auto result = Nan::New<v8::Object>();
-  kiv::SetKey(result, "requests", static_cast<double>(NextRequest(display)));
-  kiv::SetKey(result, "errors", errors_seen);
-  info.GetReturnValue().Set(result);
-}
+// xErrors(): how many errors that handler has seen.
+void Errors(const CallInfo& info) { info.GetReturnValue().Set(errors_seen); }
 
 // xProperty(window, atom or name): outputs that were left alone are 77.
 void Property(const CallInfo& info) {
   const auto window = static_cast<Window>(Nan::To<int64_t>(info[0]).FromJust());
   unsigned long count = 77;
   int format = 77;
-  unsigned long type = 77;
   const Nan::Utf8String name(info[1]);
   const auto atom = static_cast<Atom>(Nan::To<int64_t>(info[1]).FromJust());
   const auto items = info[1]->IsString()
-                         ? tools_x11::get_property(display, window, *name, &count, &format, &type)
-                         : tools_x11::get_property(display, window, atom, &count, &format, &type);
+                         ? tools_x11::get_property(display, window, *name, &count, &format)
+                         : tools_x11::get_property(display, window, atom, &count, &format);
   const auto result = Nan::New<v8::Object>();
   const auto* bytes = reinterpret_cast<const char*>(items.data());
   kiv::SetKey(result, "items",
               Nan::CopyBuffer(bytes, static_cast<uint32_t>(items.size())).ToLocalChecked());
   kiv::SetKey(result, "count", static_cast<double>(count));
   kiv::SetKey(result, "format", format);
-  kiv::SetKey(result, "type", static_cast<double>(type));
   info.GetReturnValue().Set(result);
 }
 
@@ -91,7 +84,7 @@ void Screens(const CallInfo& info) {
 
 void AddX11Helpers(v8::Local<v8::Object> exports) {
   Nan::SetMethod(exports, "xOpen", Open);
-  Nan::SetMethod(exports, "xState", State);
+  Nan::SetMethod(exports, "xErrors", Errors);
   Nan::SetMethod(exports, "xProperty", Property);
   Nan::SetMethod(exports, "xTopLevel", TopLevel);
   Nan::SetMethod(exports, "xScreens", Screens);

@@ -79,7 +79,7 @@ unsigned long Pixel(Display* display, int screen, unsigned rgb) {
   return color.pixel;
 }
 
-void CreateWindow(const Call& call) {
+void CreateWindow(Call call) {
   if (!call.info[0]->IsObject()) return Nan::ThrowTypeError("createWindow wants an object");
   const auto options = call.info[0].As<v8::Object>();
   const auto get = [&](const char* name) { return Nan::Get(options, Name(name)).ToLocalChecked(); };
@@ -107,17 +107,11 @@ void CreateWindow(const Call& call) {
       static_cast<unsigned>(size.width), static_cast<unsigned>(size.height), 0, CopyFromParent,
       InputOutput, nullptr, CWOverrideRedirect | CWBackPixel | CWEventMask, &attributes);
   XSetWMNormalHints(display, window, &size);
-  XWMHints hints{};
-  hints.flags = InputHint;
-  hints.input = True;
-  XSetWMHints(display, window, &hints);
-  Atom protocol = call.AtomOf("WM_DELETE_WINDOW");
-  XSetWMProtocols(display, window, &protocol, 1);
   call.Return(static_cast<double>(window));
 }
 
 // setProperty(id, name, type, format, buffer): Xlib wants 32-bit items as longs.
-void SetProperty(const Call& call) {
+void SetProperty(Call call) {
   if (!node::Buffer::HasInstance(call.info[4])) return Nan::ThrowTypeError("no Buffer");
   const int format = call.Int(3);
   const char* data = node::Buffer::Data(call.info[4]);
@@ -135,7 +129,7 @@ void SetProperty(const Call& call) {
                   static_cast<int>(count));
 }
 
-void GetProperty(const Call& call) {
+void GetProperty(Call call) {
   Atom type = None;
   int format = 0;
   unsigned long count = 0;
@@ -159,7 +153,7 @@ void GetProperty(const Call& call) {
 }
 
 // fillRect(id, x, y, width, height, color)
-void FillRect(const Call& call) {
+void FillRect(Call call) {
   XGCValues values{};
   values.foreground = Pixel(call.display, DefaultScreen(call.display), call.Size(5));
   const GC context = XCreateGC(call.display, call.Id(), GCForeground, &values);
@@ -169,7 +163,7 @@ void FillRect(const Call& call) {
 }
 
 // drawImage(id, x, y, width, height, bgrx). Xlib cuts the image into requests that fit.
-void DrawImage(const Call& call) {
+void DrawImage(Call call) {
   const unsigned width = call.Size(3);
   const unsigned height = call.Size(4);
   if (!node::Buffer::HasInstance(call.info[5]) ||
@@ -189,7 +183,7 @@ void DrawImage(const Call& call) {
 }
 
 // getImage(id, x, y, width, height): BGRX; parts that other windows cover hold what these show.
-void GetImage(const Call& call) {
+void GetImage(Call call) {
   XImage* image = XGetImage(call.display, call.Id(), call.Int(1), call.Int(2), call.Size(3),
                             call.Size(4), AllPlanes, ZPixmap);
   if (!image) return;
@@ -198,7 +192,7 @@ void GetImage(const Call& call) {
 }
 
 // The parent of a window and the windows beneath it, lowest first.
-std::pair<Window, v8::Local<v8::Array>> Tree(const Call& call) {
+std::pair<Window, v8::Local<v8::Array>> Tree(Call call) {
   Window root = None;
   Window parent = None;
   Window* windows = nullptr;
@@ -213,7 +207,7 @@ std::pair<Window, v8::Local<v8::Array>> Tree(const Call& call) {
 }
 
 // resources(id): how many of each kind the client that made a resource has on the server.
-void Resources(const Call& call) {
+void Resources(Call call) {
   XResType* types = nullptr;
   int count = 0;
   XResQueryClientResources(call.display, call.Id(), &count, &types);
@@ -226,7 +220,7 @@ void Resources(const Call& call) {
   call.Return(result);
 }
 
-void Pointer(const Call& call) {
+void Pointer(Call call) {
   Window window = None;
   int x = 0;
   int y = 0;
@@ -237,7 +231,7 @@ void Pointer(const Call& call) {
   call.Return({{"x", x}, {"y", y}});
 }
 
-void Geometry(const Call& call) {
+void Geometry(Call call) {
   XWindowAttributes window{};
   if (!XGetWindowAttributes(call.display, call.Id(), &window)) return;
   int x = 0;
@@ -252,14 +246,14 @@ void Geometry(const Call& call) {
                {"viewable", viewable}});
 }
 
-void FocusedWindow(const Call& call) {
+void FocusedWindow(Call call) {
   Window window = None;
   int revert = 0;
   XGetInputFocus(call.display, &window, &revert);
   call.Return(static_cast<double>(window));
 }
 
-void SendMessage(const Call& call, Window to, const char* type, long first, long mask) {
+void SendMessage(Call call, Window to, const char* type, long first, long mask) {
   XEvent event{};
   event.xclient.type = ClientMessage;
   event.xclient.window = call.Id();
@@ -269,7 +263,7 @@ void SendMessage(const Call& call, Window to, const char* type, long first, long
   XSendEvent(call.display, to, False, mask, &event);
 }
 
-void IdleMs(const Call& call) {
+void IdleMs(Call call) {
   XScreenSaverInfo state{};
   XScreenSaverQueryInfo(call.display, DefaultRootWindow(call.display), &state);
   call.Return(static_cast<double>(state.idle));
@@ -277,72 +271,67 @@ void IdleMs(const Call& call) {
 
 struct Method {
   const char* name;
-  void (*run)(const Call& call);
+  void (*run)(Call call);
 };
 
 const Method kMethods[] = {
     {"createWindow", CreateWindow},
-    {"map", [](const Call& c) { XMapWindow(c.display, c.Id()); }},
-    {"unmap", [](const Call& c) { XUnmapWindow(c.display, c.Id()); }},
-    {"destroy", [](const Call& c) { XDestroyWindow(c.display, c.Id()); }},
-    {"killClient", [](const Call& c) { XKillClient(c.display, c.Id()); }},
-    {"raise", [](const Call& c) { XRaiseWindow(c.display, c.Id()); }},
+    {"map", [](Call c) { XMapWindow(c.display, c.Id()); }},
+    {"unmap", [](Call c) { XUnmapWindow(c.display, c.Id()); }},
+    {"destroy", [](Call c) { XDestroyWindow(c.display, c.Id()); }},
+    {"killClient", [](Call c) { XKillClient(c.display, c.Id()); }},
+    {"raise", [](Call c) { XRaiseWindow(c.display, c.Id()); }},
     {"moveResize",
-     [](const Call& c) {
+     [](Call c) {
        XMoveResizeWindow(c.display, c.Id(), c.Int(1), c.Int(2), c.Size(3), c.Size(4));
      }},
     {"setProperty", SetProperty},
-    {"deleteProperty",
-     [](const Call& c) { XDeleteProperty(c.display, c.Id(), c.AtomOf(c.Text(1))); }},
+    {"deleteProperty", [](Call c) { XDeleteProperty(c.display, c.Id(), c.AtomOf(c.Text(1))); }},
     {"getProperty", GetProperty},
-    {"atom", [](const Call& c) { c.Return(static_cast<double>(c.AtomOf(c.Text(0)))); }},
+    {"atom", [](Call c) { c.Return(static_cast<double>(c.AtomOf(c.Text(0)))); }},
     {"rootWindow",
-     [](const Call& c) { c.Return(static_cast<double>(RootWindow(c.display, c.Screen(0)))); }},
+     [](Call c) { c.Return(static_cast<double>(RootWindow(c.display, c.Screen(0)))); }},
     {"fillRect", FillRect},
     {"drawImage", DrawImage},
     {"getImage", GetImage},
-    {"children", [](const Call& c) { c.Return(Tree(c).second); }},
-    {"parent", [](const Call& c) { c.Return(static_cast<double>(Tree(c).first)); }},
+    {"children", [](Call c) { c.Return(Tree(c).second); }},
+    {"parent", [](Call c) { c.Return(static_cast<double>(Tree(c).first)); }},
     {"resources", Resources},
-    {"key", [](const Call& c) { XTestFakeKeyEvent(c.display, c.Size(0), c.Flag(1), CurrentTime); }},
+    {"key", [](Call c) { XTestFakeKeyEvent(c.display, c.Size(0), c.Flag(1), CurrentTime); }},
     {"keycode",
-     [](const Call& c) {
-       c.Return(XKeysymToKeycode(c.display, XStringToKeysym(c.Text(0).c_str())));
-     }},
-    {"button",
-     [](const Call& c) { XTestFakeButtonEvent(c.display, c.Size(0), c.Flag(1), CurrentTime); }},
+     [](Call c) { c.Return(XKeysymToKeycode(c.display, XStringToKeysym(c.Text(0).c_str()))); }},
+    {"button", [](Call c) { XTestFakeButtonEvent(c.display, c.Size(0), c.Flag(1), CurrentTime); }},
     {"motion",
-     [](const Call& c) {
+     [](Call c) {
        XTestFakeMotionEvent(c.display, c.Int(2, -1), c.Int(0), c.Int(1), CurrentTime);
      }},
     {"warp",
-     [](const Call& c) {
+     [](Call c) {
        const Window root = RootWindow(c.display, c.Screen(2));
        XWarpPointer(c.display, None, root, 0, 0, 0, 0, c.Int(0), c.Int(1));
      }},
     {"pointer", Pointer},
     {"grabKeyboard",
-     [](const Call& c) {
+     [](Call c) {
        XGrabKeyboard(c.display, DefaultRootWindow(c.display), False, GrabModeAsync, GrabModeAsync,
                      CurrentTime);
      }},
-    {"focus",
-     [](const Call& c) { XSetInputFocus(c.display, c.Id(), RevertToParent, CurrentTime); }},
+    {"focus", [](Call c) { XSetInputFocus(c.display, c.Id(), RevertToParent, CurrentTime); }},
     {"focusedWindow", FocusedWindow},
     // The window manager makes the window active, as a pager's request: source indication 2.
     {"activate",
-     [](const Call& c) {
+     [](Call c) {
        SendMessage(c, DefaultRootWindow(c.display), "_NET_ACTIVE_WINDOW", 2,
                    SubstructureRedirectMask | SubstructureNotifyMask);
      }},
     {"closeWindow",
-     [](const Call& c) {
+     [](Call c) {
        const auto wish = static_cast<long>(c.AtomOf("WM_DELETE_WINDOW"));
        SendMessage(c, c.Id(), "WM_PROTOCOLS", wish, NoEventMask);
      }},
     {"geometry", Geometry},
     {"idleMs", IdleMs},
-    {"sync", [](const Call& c) { XSync(c.display, False); }},
+    {"sync", [](Call c) { XSync(c.display, False); }},
 };
 
 Display* DisplayOf(Info info) {
