@@ -91,17 +91,9 @@ for (const [what, layout, code] of [
   ['its monitor resized', [{ ...LEFT, width: 800, height: 600 }, { ...RIGHT, x: 800 }], 102003],
   ['the other monitor resized', [LEFT, { ...RIGHT, width: 640, height: 480 }], 102005],
 ]) {
-  test(what, { skip: need('Xorg') }, () => inSession({ ...BOTH, wm: false, bus: false }, async ({ env, layOut }) => {
+  test(what, { skip: need('Xorg') }, () => inSession({ ...BOTH, bus: false }, async ({ env, layOut }) => {
     const hovering = startCase(withHost(async () => {
-      const root = client.rootWindow(0);
-      const set = (window, name, type, ...values) =>
-        client.setProperty(window, name, type, 32, Buffer.from(new Int32Array(values).buffer));
-      // Without a window manager this names the active window, and with it the monitor.
-      const id = client.createWindow({ x: 40, y: 60 });
-      client.map(id);
-      for (const window of [root, id]) set(window, '_NET_SUPPORTING_WM_CHECK', 'WINDOW', id);
-      set(root, '_NET_SUPPORTED', 'ATOM', ...['_NET_ACTIVE_WINDOW', '_NET_SUPPORTING_WM_CHECK'].map((name) => client.atom(name)));
-      set(root, '_NET_ACTIVE_WINDOW', 'WINDOW', id);
+      await activeWindow({ x: 40, y: 60, width: 100, height: 100 });
       const selection = await openSelection(client);
       const { width, height } = client.geometry(selection.id);
       report([width, height]);

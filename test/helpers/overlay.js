@@ -10,22 +10,18 @@ function windowsBeneath(client, id) {
   return found;
 }
 
-// A window may die while the tree is walked.
-function quietly(question) {
-  try {
-    return question();
-  } catch (error) {
-    return null;
-  }
-}
-
 /** The overlay's X window, or undefined: this process's only viewable window with a process id. */
 function findOverlay(client) {
   const mine = (id) => {
     const pid = client.getProperty(id, '_NET_WM_PID');
     return pid && pid.count === 1 && pid.data.readUInt32LE(0) === process.pid && client.geometry(id).viewable;
   };
-  return (quietly(() => windowsBeneath(client, client.rootWindow(0))) || []).find((id) => quietly(() => mine(id)));
+  try {
+    return windowsBeneath(client, client.rootWindow(0)).find(mine);
+  } catch (error) {
+    // A window died meanwhile.
+    return undefined;
+  }
 }
 
 // The window manager has put it on the monitor, on which the tests leave the pointer.
@@ -55,19 +51,15 @@ async function openSelection(client, { callback } = {}) {
 /** Moves, presses and releases the real pointer: 'm x y', 'p [button]', 'r [button]'. */
 function act(client, ...steps) {
   for (const step of steps) {
-    const [what, ...numbers] = step.split(' ');
-    const [a, b] = numbers.map(Number);
+    const [what, a, b] = step.split(' ').map((word, i) => (i ? Number(word) : word));
     if (what === 'm') client.motion(a, b);
-    if (what === 'p') client.button(a || 1, true);
-    if (what === 'r') client.button(a || 1, false);
+    else client.button(a || 1, what === 'p');
   }
-  client.sync();
 }
 
 function key(client, code) {
   client.key(code, true);
   client.key(code, false);
-  client.sync();
 }
 
 const ESCAPE = 9;
