@@ -27,7 +27,8 @@ const capture = async (points, own, color) => {
     const seen = points.map(([x, y]) => pixelAt(decodePng(data), x, y));
     return String(seen[0]) === String(color) && { size: [width, height], at: seen, thumbnail: decodePng(dataThumbnail) };
   }, { what: 'the window in a picture' });
-  report({ size, at, jpeg: jpegInfo(kiv.getScreenSnap('display', true).data), thumbnail: [thumbnail.width, thumbnail.height],
+  const jpeg = jpegInfo(kiv.getScreenSnap('display', true).data);
+  report({ size, at, jpeg, thumbnail: [thumbnail.width, thumbnail.height],
     files: require('fs').readdirSync(process.env.TMPDIR), errors: log.filter((line) => line.startsWith('error')) });
 };
 const captured = (width, height, quality, at) => ({ size: [width, height], at, jpeg: { width, height, quality },
@@ -47,7 +48,8 @@ describe('GNOME Shell', { skip: need('gnome-shell', 'Xwayland', 'gdbus') }, () =
       refused('org.freedesktop.DBus.Error.AccessDenied: Screenshot is not allowed'));
     // The window's corners, and a place beyond its shadow.
     const args = [[[350, 200], [200, 100], [499, 299], [1000, 600]], 'org.gnome.Screenshot', COLOR];
-    assert.deepStrictEqual(await shared.hosted(capture, { args }), captured(1280, 720, 25, [COLOR, COLOR, COLOR, GNOME_BACKGROUND]));
+    assert.deepStrictEqual(await shared.hosted(capture, { args }),
+      captured(1280, 720, 25, [COLOR, COLOR, COLOR, GNOME_BACKGROUND]));
   });
 });
 

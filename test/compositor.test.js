@@ -160,8 +160,8 @@ describe('area selection', () => {
         log.length = 0;
         const results = [];
         const state = () => [internals.guardIsFree(), internals.selectionBackendAlive()];
-        internals.selectArea((result) => results.push([result.errorCode, result.width, result.height, result.data.length > 0,
-          ...state()]));
+        internals.selectArea(({ errorCode, width, height, data }) =>
+          results.push([errorCode, width, height, data.length > 0, ...state()]));
         const pending = [results.length, ...state()];
         await until(() => results.length > 0 && !internals.selectionBackendAlive());
         all[name] = { pending, results, free: internals.guardIsFree(), log: log.slice() };
@@ -180,7 +180,7 @@ describe('area selection', () => {
     assert.deepStrictEqual(files, []);
   });
 
-  test('the bus dies while a selection is open, and the next one finds none', () => inSession(null, async ({ env, bus }) => {
+  test('the bus dies with an open selection, and the next one finds none', () => inSession(null, async ({ env, bus }) => {
     const started = startCase(withStandIn(async () => {
       host.startLoop();
       serve('gnome');

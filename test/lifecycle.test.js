@@ -112,8 +112,8 @@ test('the death of the session bus does not end the process; the next init uses 
 
 // Whether the module notices the end of the server in the loop, or in the next call without any turn
 // of the loop in between.
-for (const [name, inLoop] of [['leaves the module as after a failed init', true], ['is noticed by the next call', false]]) {
-  test(`losing the X server ${name}`, async () => {
+for (const inLoop of [true, false]) {
+  test(`losing the X server is noticed in the ${inLoop ? 'loop' : 'next call'}`, async () => {
     const other = await startXvfb();
     try {
       assert.deepStrictEqual(await shared.look(async (display, pid, waits) => {

@@ -104,7 +104,7 @@ test('the emit function: looked up until there is one, then kept; getters and li
       await send();
     }
     second.once('screen_lock', () => seen.push('still there'));
-    await until(() => { bus.emit(...GNOME, '(true,)'); return seen.includes('still there'); }, { what: 'the new subscription' });
+    await until(() => { bus.emit(...GNOME, '(true,)'); return seen.includes('still there'); });
     report(seen);`), ['uncaught getter', 'first screen_lock true', 'first screen_lock true',
     'throws', 'uncaught listener', 'drops', 'tears down', 'still there']);
 });

@@ -74,16 +74,18 @@ async function compare({ env }, set, least) {
   }
 }
 
-for (const [command, name] of [['light-locker', 'org.freedesktop.ScreenSaver'], ['cinnamon-screensaver', 'org.cinnamon.ScreenSaver']]) {
+for (const [command, desktop] of [['light-locker', 'freedesktop'], ['cinnamon-screensaver', 'cinnamon']]) {
   test(`${command}: its announcements are the events`, { skip: need(command, 'Xvfb', 'dbus-monitor') }, () =>
-    inSession(command, (session) => compare(session, (active) => saver(session, name, 'SetActive', String(active)), 1), startLocker));
+    inSession(command, (session) => compare(session,
+      (active) => saver(session, `org.${desktop}.ScreenSaver`, 'SetActive', String(active)), 1), startLocker));
 }
 
 const compositor = (kind) => () => startCompositor(kind, { lockScreen: kind === 'kwin' || canLockGnome() });
 
 test('KWin: its lock screen\'s announcements on the watched path are the events', {
   skip: need(KWIN, 'Xwayland', 'gdbus', 'dbus-monitor') }, () => inSession(null, async (session) => {
-  const set = (active) => (active ? saver(session, 'org.freedesktop.ScreenSaver', 'SetActive', 'true') : session.send('Unlock'));
+  const lock = () => saver(session, 'org.freedesktop.ScreenSaver', 'SetActive', 'true');
+  const set = (active) => (active ? lock() : session.send('Unlock'));
   // It tells each change on a second path, which nobody listens to.
   assert.strictEqual(await compare(session, set, 1), 4);
 }, compositor('kwin')));
@@ -95,9 +97,11 @@ test('GNOME Shell: its idle time, and its lock screen\'s announcements, repeats 
     const MUTTER = '/org/gnome/Mutter';
     const call = (service, object, face, member, body = '()') =>
       bus.call(`org.gnome.Mutter.${service}`, object, `org.gnome.Mutter.${face}`, member, body);
-    const ask = () => Math.floor(/\d+/.exec(call('IdleMonitor', `${MUTTER}/IdleMonitor/Core`, 'IdleMonitor', 'GetIdletime'))[0] / 1000);
+    const idleTime = () => call('IdleMonitor', `${MUTTER}/IdleMonitor/Core`, 'IdleMonitor', 'GetIdletime');
+    const ask = () => Math.floor(/\d+/.exec(idleTime())[0] / 1000);
     const sample = () => [ask(), kiv.getInputInfo().last.input, ask()];
-    const seen = await until(() => { const now = sample(); return now[0] >= 2 && now; }, { timeout: 20000, what: 'two idle seconds' });
+    await until(() => ask() >= 2, { timeout: 20000, what: 'two idle seconds' });
+    const seen = sample();
     const remote = /'(.+)'/.exec(call('RemoteDesktop', `${MUTTER}/RemoteDesktop`, 'RemoteDesktop', 'CreateSession'))[1];
     const send = (member, body) => call('RemoteDesktop', remote, 'RemoteDesktop.Session', member, body);
     send('Start');
@@ -106,7 +110,7 @@ test('GNOME Shell: its idle time, and its lock screen\'s announcements, repeats 
     send('Stop');
     bus.close();
   }, { env: session.env });
-  assert.ok(idle[0] <= idle[1] && idle[1] <= idle[2] && moved[0] <= moved[1] && moved[1] <= moved[2], `${idle} ${moved}`);
+  for (const [least, seconds, most] of [idle, moved]) assert.ok(least <= seconds && seconds <= most, `${idle} ${moved}`);
   assert.ok(moved[1] < idle[1], 'a movement ends the idle time');
   if (!canLockGnome()) return;
   // The service that other programs talk to repeats what the shell says.

@@ -17,7 +17,8 @@ test('the exports, in order, under their own names; handle counts are three null
   const { names, counts, thrown } = await shared.look(() => {
     const result = { names: Object.keys(kiv).map((name) => [name, kiv[name].name]) };
     result.counts = [[process.pid], [], ['no number']].map((args) => kiv.getProcessHandlesInfo(...args));
-    try { kiv.getProcessHandlesInfo({ valueOf() { throw new Error('mine'); } }); } catch (error) { result.thrown = error.message; }
+    const bad = { valueOf() { throw new Error('mine'); } };
+    try { kiv.getProcessHandlesInfo(bad); } catch (error) { result.thrown = error.message; }
     report(result);
   });
   assert.deepStrictEqual(names, EXPORTS.map((name) => [name, name]));

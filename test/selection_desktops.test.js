@@ -21,7 +21,8 @@ const select = async ({ x, y, width, height }, active) => {
   const shown = () => client.getImage(root, x, y, width, height);
   // A compositing window manager fades windows in.
   const color = Buffer.from([0x99, 0x66, 0x33, 0]);
-  if (active) await until(() => difference(client.getImage(root, x + 100, y + 100, 1, 1), color) === 0, { what: 'the colour' });
+  const colored = () => difference(client.getImage(root, x + 100, y + 100, 1, 1), color) === 0;
+  if (active) await until(colored, { what: 'the window in its colour' });
   let base = null;
   await until(() => { const before = base; base = shown(); return before && difference(before, base) === 0; });
   const selection = await openSelection(client);
@@ -61,7 +62,7 @@ for (const [wm, options, monitor] of [
   [false, { ...ONE, bus: false }, LEFT], ['mutter', ONE, LEFT],
   ['openbox', BOTH, RIGHT], ['metacity', BOTH, LEFT], ['metacity', BOTH, RIGHT], ['xfwm4', BOTH, RIGHT],
 ]) {
-  const name = `${wm || 'no window manager'}, ${options.monitors ? 'two monitors' : 'one monitor'}, active window at ${monitor.x}`;
+  const name = `${wm || 'no window manager'}, ${options.monitors ? 'two monitors' : 'one'}, active at ${monitor.x}`;
   test(name, { skip: need(...(wm ? [wm] : []), ...(options.monitors ? ['Xorg'] : [])) }, () =>
     inSession({ ...options, wm }, async ({ env }) => {
       const json = await look(withHost(select), { env, args: [monitor, Boolean(wm)], timeout: 60000 });
@@ -70,7 +71,7 @@ for (const [wm, options, monitor] of [
     }));
 }
 
-test('presses and releases beyond the overlay', { skip: need('Xorg') }, () => inSession({ ...BOTH, bus: false }, async ({ env }) => {
+test('presses and releases beyond the overlay', { skip: need('Xorg') }, () => inSession(BOTH, async ({ env }) => {
   assert.deepStrictEqual(await look(withHost(async () => {
     await activeWindow({ x: 40, y: 60 });
     const outcomes = [];

@@ -101,7 +101,8 @@ describe('on one screen', () => {
       execFileSync('g++', ['-shared', '-fPIC', '-x', 'c++', '-', '-o', library], { input });
       assert.deepStrictEqual(await shared.hosted((file) => {
         const { RTLD_NOW, RTLD_GLOBAL } = require('os').constants.dlopen;
-        try { process.dlopen({ exports: {} }, file, RTLD_NOW | RTLD_GLOBAL); } catch (error) { /* no module, but loaded */ }
+        // It is no module, but loaded then.
+        try { process.dlopen({ exports: {} }, file, RTLD_NOW | RTLD_GLOBAL); } catch (error) { /* as expected */ }
         const snap = () => Object.keys(kiv.getScreenSnap('desktop', true, process.env.TMPDIR));
         const before = snap();
         if (file.includes('none')) host.loadUtilities();

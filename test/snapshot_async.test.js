@@ -24,7 +24,8 @@ test('desktop and display call back once, before the call returns', async () => 
     }
     report({ results: seen, lines: log.filter((line) => !line.startsWith('warn')) });
   });
-  const keys = ['width', 'height', 'activeWindowTitle', 'activeProcessName', 'filename', 'data', 'dataThumbnail', 'errorCode'];
+  const texts = ['activeWindowTitle', 'activeProcessName', 'filename'];
+  const keys = ['width', 'height', ...texts, 'data', 'dataThumbnail', 'errorCode'];
   const one = [keys, 640, 480, 640, 480, 0, 'screen.png', 0, true];
   assert.deepStrictEqual(results, [one, [true, 1], one, [true, 1]]);
   assert.deepStrictEqual(lines, ['desktop', 'display'].flatMap((type) => [
@@ -45,7 +46,7 @@ test('arguments: unknown types, failing conversions, and no function to call', a
       unknown: [attempt('Selection', never), attempt(), attempt('desktop\0', never)],
       failing: attempt(bad, never),
       throwing: attempt('desktop', () => { throw new TypeError('mine'); }).filter((line) => !line.startsWith('warn')),
-      functionless: [attempt('desktop'), attempt('display', {})].map((lines) => lines.filter((line) => line.includes('Completed'))),
+      functionless: [attempt('desktop'), attempt('display', {})].flat().filter((line) => line.includes('Completed')),
     };
     attempt('selection', 'no function');
     await until(() => findOverlay(client), { what: 'the overlay' });
@@ -62,7 +63,7 @@ test('arguments: unknown types, failing conversions, and no function to call', a
       'Error: Invalid snap type. Pass one of "desktop", "display" or "selection".', BEGIN, `${BEGIN}:${type}:End`]),
     failing,
     throwing: ['TypeError: mine', BEGIN, DONE, `${BEGIN}:desktop:End`],
-    functionless: [[DONE], [DONE]],
+    functionless: [DONE, DONE],
     busy: [...['desktop', 'unknown'].map((type) => [
       BEGIN, `info GetScreenSnapAsync:${type}:Async. ScreenSnap is already in progress, the call is ignored.`]), failing],
   });

@@ -108,6 +108,7 @@ test('the helpers: under a reparenting window manager the top-level window is th
       isFrame: found.window !== id && client.parent(found.window) === root,
       ends: [find(true, 0), find(true, dead), find(false, dead)] });
   });
-  assert.deepStrictEqual([title, command[0], isFrame], ['Grüße', command[1].split('\n')[0].replace(/[ \t\n]+$/, ''), true]);
+  const own = command[1].split('\n')[0].replace(/[ \t\n]+$/, '');
+  assert.deepStrictEqual([title, command[0], isFrame], ['Grüße', own, true]);
   assert.deepStrictEqual(ends, [[0, 'before', false], [0, '', false], [0, '', true]]);
 });

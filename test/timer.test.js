@@ -58,7 +58,8 @@ test('periods: stopped by 0, negative, NaN, missing and 2^31; low 32 bits; fract
     try { kiv.setInterval(() => {}, Symbol('period')); } catch (error) { ticked.thrown = error.name; }
     report(ticked);
     kiv.teardown();
-  }), { zero: false, negative: false, nan: false, missing: false, half: false, low: true, fraction: true, thrown: 'TypeError' });
+  }), { zero: false, negative: false, nan: false, missing: false, half: false, low: true, fraction: true,
+    thrown: 'TypeError' });
 });
 
 test('what is no function is never called; before init and after teardown nothing ticks', async () => {

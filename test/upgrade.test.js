@@ -72,12 +72,13 @@ test('a value that looks like a placeholder is not filled in again', async () =>
 
 test('paths that are refused leave nothing behind', async () => {
   const cwd = box.inside('refused');
-  for (const name of ['a.tar', 'deb', '-a.deb', 'with blank.deb', 'adeb', 'good.deb', 'folder.deb/x']) write(path.join(cwd, name));
+  const names = ['a.tar', 'deb', '-a.deb', 'with blank.deb', 'adeb', 'good.deb', 'folder.deb/x'];
+  for (const name of names) write(path.join(cwd, name));
   execFileSync('mkfifo', [path.join(cwd, 'fifo.deb')]);
   fs.symlinkSync('nowhere', path.join(cwd, 'dangling.deb'));
   const home = path.join(cwd, 'home');
   const reasons = {
-    'fn-error': ['deb', '', '-a.deb', 'with blank.deb', ...[...'\t\n!"#$&\'()*;<>?[\\]^`{|}\0'].map((one) => `a${one}b.deb`)],
+    'fn-error': ['deb', '', '-a.deb', ...[...' \t\n!"#$&\'()*;<>?[\\]^`{|}\0'].map((one) => `a${one}b.deb`)],
     'fi-error:2': [undefined, 'missing.deb', 'dangling.deb'],
     'fi-error:20': ['a.tar/b.deb'],
     'fi-error:36': [`${'x'.repeat(300)}.deb`],
@@ -86,7 +87,8 @@ test('paths that are refused leave nothing behind', async () => {
   };
   const calls = Object.entries(reasons).flatMap(([line, names]) => names.map((name) => [line, name, home]))
     .concat([`${cwd}/with blank`, '-option', `${cwd}/dollar$HOME`].map((folder) => ['fn-error', 'good.deb', folder]));
-  const json = await upgrades(calls.map(([, name, HOME]) => ({ args: name === undefined ? [] : [name], cwd, env: { HOME } })));
+  const json = await upgrades(calls.map(([, name, HOME]) => ({ args: name === undefined ? [] : [name], cwd,
+    env: { HOME } })));
   assert.deepStrictEqual(json, calls.map(([line]) => ({ result: -1, line: `error Upgrade: ${line}`, pid: null })));
   assert.deepStrictEqual(fs.readdirSync(cwd).filter((name) => !name.endsWith('deb')), ['a.tar']);
 });
@@ -111,7 +113,8 @@ test('the script: one line, values, log, relaunch', async () => {
     assert.ok(seconds >= earliest && seconds <= Date.now() / 1000, file);
     const values = { upgradePath: name, kBinaryAppName: 'brenik', debug_output_reroute: file,
       pid_wait_for: /^while ps -p (\d+) /.exec(script)[1] };
-    const wanted = copy(/deb$/i.test(name) ? 'deb' : 'rh').replace(/\n/g, ' ').replace(/\$\{(\w+)\}/g, (whole, key) => values[key] || whole);
+    const wanted = copy(/deb$/i.test(name) ? 'deb' : 'rh').replace(/\n/g, ' ')
+      .replace(/\$\{(\w+)\}/g, (whole, key) => values[key] || whole);
     assert.strictEqual(script, wanted + (relaunch ? '; brenik' : ''));
   });
   for (const name of ['.Brenik', '.Brenik/Brenik', '.Brenik/Brenik/Logs']) {
@@ -119,7 +122,7 @@ test('the script: one line, values, log, relaunch', async () => {
   }
 });
 
-test('the script inherits three descriptors on /dev/null, signals and group, from a busy host', () => inSession({}, async ({ env }) => {
+test('what the script inherits from a busy host: signals, group, no descriptor', () => inSession({}, async ({ env }) => {
   // Node marks what it inherits, but stops at the first gap.
   const node = wrapper('crowded', 'ulimit -n 4096\nexec 700</dev/null 1500</dev/null\nexec ');
   const { links, crowd, groups, signals } = await look(async (file, variables) => {
@@ -129,7 +132,7 @@ test('the script inherits three descriptors on /dev/null, signals and group, fro
     kiv.getScreenSnap('desktop');
     process.on('SIGUSR2', () => {});
     const proc = (...parts) => fs.readFileSync(['/proc', ...parts].join('/'), 'utf8');
-    const masks = (pid) => ['SigBlk', 'SigIgn', 'SigCgt'].map((name) => new RegExp(`${name}:\\s+(\\w+)`).exec(proc(pid, 'status'))[1]);
+    const masks = (pid) => proc(pid, 'status').match(/^Sig(Blk|Ign|Cgt):.*$/gm);
     const group = (pid) => /^\d+ \(.*\) . \d+ (\d+ \d+)/.exec(proc(pid, 'stat'))[1];
     const inheritable = (fd) => !(parseInt(/flags:\s+(\d+)/.exec(proc('self', 'fdinfo', fd))[1], 8) & 0o2000000);
     const before = masks('self');
@@ -140,8 +143,10 @@ test('the script inherits three descriptors on /dev/null, signals and group, fro
     const descriptors = () => fs.readdirSync(`/proc/${pid}/fd`);
     await until(() => descriptors().length <= 3, { what: 'a script with three descriptors' });
     // Bash changes its own signals and gives the inherited ones to what it runs.
-    const clean = (child) => { try { return String(masks(child).slice(0, 2)) === String(before.slice(0, 2)); } catch (error) { return false; } };
-    await until(() => proc(pid, 'task', pid, 'children').split(' ').filter(Boolean).some(clean), { what: 'a tool with the signals of the host' });
+    const clean = () => proc(pid, 'task', pid, 'children').split(' ').filter(Boolean)
+      .some((child) => String(masks(child).slice(0, 2)) === String(before.slice(0, 2)));
+    // A tool may end while it is looked at.
+    await until(() => { try { return clean(); } catch (error) { return false; } }, { what: 'a tool with the host\'s signals' });
     report({ links: descriptors().map((name) => [name, fs.readlinkSync(`/proc/${pid}/fd/${name}`)]),
       crowd: [700, 1500].every(inheritable), groups: [group('self'), group(pid)], signals: [before, masks('self')] });
     process.kill(pid, 'SIGKILL');
@@ -151,76 +156,83 @@ test('the script inherits three descriptors on /dev/null, signals and group, fro
   assert.deepStrictEqual([groups[0], signals[0]], [groups[1], signals[1]]);
 }));
 
-// What a run calls, in order, with FILE, LOG, FLAG and AT (its folder) for what is its own.
-const DEB = 'set -o pipefail;/usr/bin/sudo /usr/bin/dpkg -i FILE 2>&1|tee LOG || /usr/bin/apt-get install -f -y 2>&1|tee -a LOG';
-const DPKG = ['sudo /usr/bin/dpkg -i FILE', 'dpkg -i FILE'];
-const APT = 'apt-get install -f -y';
-const DNF = 'set -o pipefail;set -x;sudo AT/dnf -y remove brenik 2>&1|tee LOG;sudo AT/dnf -y install FILE 2>&1|tee -a LOG';
-const ZYPPER = 'set -o pipefail;set -x;sudo AT/zypper remove -y brenik 2>&1|tee LOG;sudo AT/zypper clean --all 2>&1|tee -a LOG;'
-  + 'sudo AT/zypper install -y -f FILE 2>&1|tee -a LOG';
-const run = (tool, ...calls) => calls.flatMap((call) => [`sudo AT/${tool} ${call}`, `${tool} ${call}`]);
-const DNF_RUN = run('dnf', '-y remove brenik', '-y install FILE');
-const WINDOW = ';read -n 1 -p Press\\ any\\ key\\ to\\ close...\\ ; echo OK >FLAG';
-const FAILURE = 'notify-send brenik-updater: There was an error. For more information look at:"LOG"';
-const quoted = (text) => execFileSync('/bin/bash', ['-c', 'printf %q "$1"', '-', text], { encoding: 'utf8' });
+// What a run calls: FILE, LOG, FLAG and AT (its folder) are its own, the words below stand for more.
+const TEE = '2>&1|tee LOG';
+const MORE = '2>&1|tee -a LOG';
+const DEB = `set -o pipefail;/usr/bin/sudo /usr/bin/dpkg -i FILE ${TEE} || /usr/bin/apt-get install -f -y ${MORE}`;
+const called = (tool, ...calls) => calls.map((call) => `sudo AT/${tool} ${call}\n${tool} ${call}`).join('\n');
+const WORDS = {
+  DEB,
+  QUOTED: execFileSync('/bin/bash', ['-c', 'printf %q "$1"', '-', DEB], { encoding: 'utf8' }),
+  DNF: `set -o pipefail;set -x;sudo AT/dnf -y remove brenik ${TEE};sudo AT/dnf -y install FILE ${MORE}`,
+  ZYPPER: `set -o pipefail;set -x;sudo AT/zypper remove -y brenik ${TEE};sudo AT/zypper clean --all ${MORE};`
+    + `sudo AT/zypper install -y -f FILE ${MORE}`,
+  WINDOW: ';read -n 1 -p Press\\ any\\ key\\ to\\ close...\\ ; echo OK >FLAG',
+  FAILED: 'notify-send brenik-updater: There was an error. For more information look at:"LOG"',
+  NOTHING: 'notify-send brenik-updater: no terminal emulator found',
+  'dpkg()': 'sudo /usr/bin/dpkg -i FILE\ndpkg -i FILE',
+  'apt()': 'apt-get install -f -y',
+  'dnf()': called('dnf', '-y remove brenik', '-y install FILE'),
+  'zypper()': called('zypper', 'remove -y brenik', 'clean --all', 'install -y -f FILE'),
+};
+const BOTH_FAIL = { STATUS_dpkg: '1', STATUS_apt_get: '100' };
 const CLOSED = { STATUS_xterm: '0', KIV_STEP: '100' };
-// [what, package, tools, calls, environment, whether the log is checked: its text]; a run that may
-// relaunch does.
+// [what, package, tools, calls, log, environment]; a run that comes to its end starts brenik.
 const BRANCHES = [
-  ['pkexec before the others', 'a.deb', ['pkexec', 'gksu', 'xterm'], [`pkexec /bin/bash -c ${DEB}`, ...DPKG, 'brenik'], {}, 'dpkg\n'],
-  ['gksu gets one string', 'a.deb', ['gksu', 'kdesu'], [`gksu /bin/bash -c ${quoted(DEB)}`, ...DPKG, 'brenik'], {}, 'dpkg\n'],
-  ['konsole', 'a.deb', ['konsole', 'gnome-terminal'], [`konsole -e /bin/bash -c ${DEB}${WINDOW}`, ...DPKG, 'brenik'], {}, 'dpkg\n'],
-  ['nothing to run with', 'a.deb', [], ['notify-send brenik-updater: no terminal emulator found'], {}, null],
-  ['apt-get repairs', 'a.deb', ['pkexec'], [`pkexec /bin/bash -c ${DEB}`, ...DPKG, APT, 'brenik'], { STATUS_dpkg: '1' },
-    'dpkg failed\napt-get\n'],
-  ['both fail', 'a.deb', ['pkexec'], [`pkexec /bin/bash -c ${DEB}`, ...DPKG, APT, FAILURE, 'brenik'],
-    { STATUS_dpkg: '1', STATUS_apt_get: '100' }, 'dpkg failed\napt-get failed\n'],
-  ['the environment names the tool', 'a.deb', ['pkexec', 'other-su'], [`other-su /bin/bash -c ${DEB}`, ...DPKG, 'brenik'],
-    { SU: 'other-su' }, 'dpkg\n'],
-  ['a window closed by its user', 'a.deb', ['xterm'], [`xterm -e /bin/bash -l -c ${DEB}${WINDOW}`, 'brenik'], CLOSED, null],
-  ['pkexec, and zypper before the others', 'a.rpm', ['sudo', 'pkexec', 'beesu', 'zypper', 'dnf'], [`pkexec /bin/bash -c ${ZYPPER}`,
-    ...run('zypper', 'remove -y brenik', 'clean --all', 'install -y -f FILE'), 'brenik'], {}, 'zypper\nzypper\nzypper\n'],
-  ['beesu and dnf', 'a.rpm', ['sudo', 'beesu', 'kdesu', 'dnf', 'yum'], [`beesu -c /bin/bash -c "${DNF}"`, ...DNF_RUN, 'brenik'],
-    {}, 'dnf\ndnf\n'],
-  ['the installation fails', 'a.rpm', ['sudo', 'pkexec', 'dnf'], [`pkexec /bin/bash -c ${DNF}`, ...DNF_RUN, FAILURE, 'brenik'],
-    { STATUS_dnf: '3' }, 'dnf failed\ndnf failed\n'],
-  ['no package manager', 'a.rpm', ['sudo', 'pkexec'], ['notify-send brenik-updater: no package manager found'], {}, null],
-  ['a window closed by its user', 'a.rpm', ['sudo', 'xterm', 'dnf'], [`xterm -e /bin/bash -l -c ${DNF}${WINDOW}`, 'brenik'], CLOSED, null],
+  ['pkexec first', 'a.deb', 'pkexec gksu xterm', ['pkexec /bin/bash -c DEB', 'dpkg()', 'brenik'], 'dpkg\n'],
+  ['gksu gets one string', 'a.deb', 'gksu kdesu', ['gksu /bin/bash -c QUOTED', 'dpkg()', 'brenik'], 'dpkg\n'],
+  ['konsole', 'a.deb', 'konsole gnome-terminal', ['konsole -e /bin/bash -c DEBWINDOW', 'dpkg()', 'brenik'], 'dpkg\n'],
+  ['nothing to run with', 'a.deb', '', ['NOTHING'], null],
+  ['apt-get repairs', 'a.deb', 'pkexec', ['pkexec /bin/bash -c DEB', 'dpkg()', 'apt()', 'brenik'],
+    'dpkg failed\napt-get\n', { STATUS_dpkg: '1' }],
+  ['both fail', 'a.deb', 'pkexec', ['pkexec /bin/bash -c DEB', 'dpkg()', 'apt()', 'FAILED', 'brenik'],
+    'dpkg failed\napt-get failed\n', BOTH_FAIL],
+  ['a named tool', 'a.deb', 'pkexec other-su', ['other-su /bin/bash -c DEB', 'dpkg()', 'brenik'], 'dpkg\n', { SU: 'other-su' }],
+  ['a window closed by its user', 'a.deb', 'xterm', ['xterm -e /bin/bash -l -c DEBWINDOW', 'brenik'], null, CLOSED],
+  ['zypper first', 'a.rpm', 'sudo pkexec beesu zypper dnf', ['pkexec /bin/bash -c ZYPPER', 'zypper()', 'brenik'],
+    'zypper\nzypper\nzypper\n'],
+  ['beesu and dnf', 'a.rpm', 'sudo beesu kdesu dnf yum', ['beesu -c /bin/bash -c "DNF"', 'dnf()', 'brenik'], 'dnf\ndnf\n'],
+  ['the installation fails', 'a.rpm', 'sudo pkexec dnf', ['pkexec /bin/bash -c DNF', 'dnf()', 'FAILED', 'brenik'],
+    'dnf failed\ndnf failed\n', { STATUS_dnf: '3' }],
+  ['a window closed by its user', 'a.rpm', 'sudo xterm dnf', ['xterm -e /bin/bash -l -c DNFWINDOW', 'brenik'], null, CLOSED],
 ];
 
 test('branches of both scripts', { skip: noBox }, async () => {
-  const runs = BRANCHES.map(([, file, tools, , env], i) => {
-    const folder = box.path(`branch${i}`, tools);
+  const runs = BRANCHES.map(([, file, tools, , , env = {}], i) => {
+    const folder = box.path(`branch${i}`, tools.split(' ').filter(Boolean));
     const inside = (name) => path.join(folder, name);
     const variables = { HOME: folder, PATH: folder, KIV_RECORD: inside('record'), KIV_CLOCK: inside('clock'),
-      KIV_NOW: String(100000 + i * 10000), KIV_STEP: '0', SU: '', ...env };
+      KIV_NOW: String(100000 + i * 10000), KIV_STEP: '0', ...env, SU: env.SU ? inside(env.SU) : '' };
     for (const name of ['dpkg', 'apt_get', 'xterm', 'dnf']) variables[`STATUS_${name}`] = env[`STATUS_${name}`] || '';
-    if (env.SU) variables.SU = inside(env.SU);
-    return { inside, flag: `/tmp/brenik-${variables.KIV_NOW}`, call: { args: [write(inside(file)), true], env: variables } };
+    const call = { args: [write(inside(file)), true], env: variables };
+    return { folder, inside, flag: `/tmp/brenik-${variables.KIV_NOW}`, call };
   });
   const started = await upgrades(runs.map(({ call }) => call), { stop: false, node: box.node });
   await ended(started.map(({ pid }) => pid));
-  BRANCHES.forEach(([what, file, , calls, , text], i) => {
-    const { inside, flag } = runs[i];
+  BRANCHES.forEach(([what, file, , calls, text], i) => {
+    const { folder, inside, flag } = runs[i];
     const name = `${file}: ${what}`;
     const log = /\/[^ ]+\.log/.exec(started[i].argv[2])[0];
-    const own = [[inside(file), 'FILE'], [log, 'LOG'], [flag, 'FLAG'], [path.dirname(inside(file)), 'AT']];
-    const record = own.reduce((all, [value, word]) => all.split(value).join(word), fs.readFileSync(inside('record'), 'utf8'));
-    assert.deepStrictEqual(record.trim().split('\n').map((line) => line.split('\x1f').slice(0, -1).join(' ')), calls, name);
+    const lines = fs.readFileSync(inside('record'), 'utf8').replace(/\x1f\n/g, '\n').replace(/\x1f/g, ' ');
+    const words = Object.entries({ FILE: inside(file), LOG: log, FLAG: flag, AT: folder, ...WORDS });
+    const seen = words.reduce((all, [word, value]) => all.split(value).join(word), lines);
+    assert.deepStrictEqual(seen.trim().split('\n'), calls, name);
     assert.strictEqual(fs.existsSync(log) ? fs.readFileSync(log, 'utf8') : null, text, name);
-    // What would run nothing leaves its flag file behind.
-    assert.strictEqual(fs.existsSync(path.join(box.tmp, path.basename(flag))), what === 'nothing to run with', name);
+    // What could run nothing leaves its flag file behind.
+    assert.strictEqual(fs.existsSync(path.join(box.tmp, path.basename(flag))), calls.includes('NOTHING'), name);
   });
 });
 
-test('a real package that took the place of the checked one is installed and its command started', { skip: noBox }, async () => {
+test('a real package in place of the checked one is installed and its command started', { skip: noBox }, async () => {
   const real = makeBox({ machine: ['sudo'] });
   try {
     const tree = real.inside('tree');
     write(path.join(tree, 'DEBIAN/control'),
       'Package: brenik\nVersion: 1.2.3\nArchitecture: all\nMaintainer: nobody <nobody@localhost>\nDescription: test\n');
-    write(path.join(tree, 'usr/bin/brenik'), `#!/bin/sh\ndpkg-query -W -f '\${Status} \${Version}' brenik >'${real.inside('relaunched')}'\n`);
-    execFileSync('dpkg-deb', ['--root-owner-group', '--build', tree, real.inside('built.deb')], { stdio: 'pipe', timeout: 20000 });
+    write(path.join(tree, 'usr/bin/brenik'),
+      `#!/bin/sh\ndpkg-query -W -f '\${Status} \${Version}' brenik >'${real.inside('relaunched')}'\n`);
+    const build = ['--root-owner-group', '--build', tree, real.inside('built.deb')];
+    execFileSync('dpkg-deb', build, { stdio: 'pipe', timeout: 20000 });
     const tools = real.path('tools', ['pkexec']);
     fs.unlinkSync(path.join(tools, 'brenik'));
     const file = write(real.inside('update.deb'), 'not yet a package');

@@ -95,7 +95,9 @@ function difference(a, b) {
 /** Cuts a rectangle out of a BGRX picture. */
 function crop(bytes, stride, x, y, width, height) {
   const rows = [];
-  for (let row = y; row < y + height; ++row) rows.push(bytes.slice((row * stride + x) * 4, (row * stride + x + width) * 4));
+  for (let row = y; row < y + height; ++row) {
+    rows.push(bytes.slice((row * stride + x) * 4, (row * stride + x + width) * 4));
+  }
   return Buffer.concat(rows);
 }
 
