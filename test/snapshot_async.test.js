@@ -18,7 +18,7 @@ test('desktop and display call back once, before the call returns', async () => 
         // A request from within is accepted: these types hold no guard.
         kiv.getScreenSnapAsync(type, () => { inner += 1; });
         seen.push([Object.keys(result), result.width, result.height, width, height, result.errorCode, result.filename,
-          more.length, this === globalThis]);
+          more.length, this === global]);
       });
       seen.push([returned === undefined, inner]);
     }
@@ -46,7 +46,7 @@ test('arguments: unknown types, failing conversions, and no function to call', a
       unknown: [attempt('Selection', never), attempt(), attempt('desktop\0', never)],
       failing: attempt(bad, never),
       throwing: attempt('desktop', () => { throw new TypeError('mine'); }).filter((line) => !line.startsWith('warn')),
-      functionless: [attempt('desktop'), attempt('display', {})].flat().filter((line) => line.includes('Completed')),
+      functionless: attempt('desktop').concat(attempt('display', {})).filter((line) => line.includes('Completed')),
     };
     attempt('selection', 'no function');
     await until(() => findOverlay(client), { what: 'the overlay' });

@@ -69,16 +69,6 @@ int OnError(Display* display, XErrorEvent* event) {
   return 0;
 }
 
-// Returns the number of an opaque colour given as 0xRRGGBB.
-unsigned long Pixel(Display* display, int screen, unsigned rgb) {
-  XColor color{};
-  color.red = static_cast<unsigned short>(((rgb >> 16) & 0xff) * 0x101);
-  color.green = static_cast<unsigned short>(((rgb >> 8) & 0xff) * 0x101);
-  color.blue = static_cast<unsigned short>((rgb & 0xff) * 0x101);
-  XAllocColor(display, DefaultColormap(display, screen), &color);
-  return color.pixel;
-}
-
 void CreateWindow(Call call) {
   if (!call.info[0]->IsObject()) return Nan::ThrowTypeError("createWindow wants an object");
   const auto options = call.info[0].As<v8::Object>();
@@ -98,14 +88,13 @@ void CreateWindow(Call call) {
   size.win_gravity = StaticGravity;
   XSetWindowAttributes attributes{};
   attributes.override_redirect = Nan::To<bool>(get("overrideRedirect")).FromJust() ? True : False;
-  attributes.background_pixel =
-      Pixel(display, screen, static_cast<unsigned>(option("color", 0xffffff)));
-  attributes.event_mask = StructureNotifyMask | PropertyChangeMask;
+  // The servers have 24 bits to a pixel: 0xRRGGBB.
+  attributes.background_pixel = static_cast<unsigned>(option("color", 0xffffff));
   const auto root = static_cast<double>(RootWindow(display, screen));
   const Window window = XCreateWindow(
       display, static_cast<Window>(Number(get("parent"), root)), size.x, size.y,
       static_cast<unsigned>(size.width), static_cast<unsigned>(size.height), 0, CopyFromParent,
-      InputOutput, nullptr, CWOverrideRedirect | CWBackPixel | CWEventMask, &attributes);
+      InputOutput, nullptr, CWOverrideRedirect | CWBackPixel, &attributes);
   XSetWMNormalHints(display, window, &size);
   call.Return(static_cast<double>(window));
 }
@@ -155,7 +144,7 @@ void GetProperty(Call call) {
 // fillRect(id, x, y, width, height, color)
 void FillRect(Call call) {
   XGCValues values{};
-  values.foreground = Pixel(call.display, DefaultScreen(call.display), call.Size(5));
+  values.foreground = call.Size(5);
   const GC context = XCreateGC(call.display, call.Id(), GCForeground, &values);
   XFillRectangle(call.display, call.Id(), context, call.Int(1), call.Int(2), call.Size(3),
                  call.Size(4));
