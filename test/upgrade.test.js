@@ -75,8 +75,8 @@ const upgrades = (calls, { stop = true, node } = {}) =>
   look(upgradeCase, { args: [calls.map((call) => ({ ...call, env: { ...safe(), ...call.env } })), stop], node });
 
 test('a value that looks like a placeholder is not filled in again', async () => {
-  const script = await look(() => report(internals.script('${upgradePath}${kBinaryAppName}', '${uid_gid}')));
-  assert.ok(script.includes('-i\\ ${upgradePath}brenik\\ 2'), script);
+  const script = await look(() => report(internals.script('${kBinaryAppName}${upgradePath}', '${uid_gid}')));
+  assert.ok(script.includes('-i\\ brenik${upgradePath}\\ 2'), script);
   assert.ok(script.includes(`tee\\ ${process.getuid()}:${process.getgid()};`), script);
 });
 
