@@ -1,189 +1,130 @@
 'use strict';
 
 const assert = require('assert');
-const { after, before, test } = require('node:test');
-const { runCase } = require('./helpers/case');
-const { startSession } = require('./helpers/session');
+const { test } = require('node:test');
+const { share } = require('./helpers/suite');
 
-let session;
-before(async () => { session = await startSession({ display: false }); });
-after(() => session.stop());
-const run = (source, options) => runCase(source, { env: session.env, ...options });
+const { look } = share({ display: false });
 
 // Runs in the case: a monitor that is an event emitter, a peer on the bus, and a way to know that
 // everything sent before has been handled.
 const prepare = `
   const EventEmitter = require('events');
   const GNOME = ['/org/gnome/ScreenSaver', 'org.gnome.ScreenSaver', 'ActiveChanged'];
-  const UPSTART = ['/com/ubuntu/Upstart', 'com.ubuntu.Upstart0_6', 'EventEmitted'];
   Object.setPrototypeOf(kiv.ScreenLockMonitor.prototype, EventEmitter.prototype);
   const lines = [];
-  const log = (level, text) => lines.push(level + ' ' + text);
   const makeMonitor = () => { const monitor = new kiv.ScreenLockMonitor(); EventEmitter.call(monitor); return monitor; };
   host.startLoop();
-  kiv.setupLogger(log);
+  kiv.setupLogger((level, text) => lines.push(level + ' ' + text));
   kiv.init();
   bus.connect(process.env.DBUS_SESSION_BUS_ADDRESS);
+  // The end of any monitor would leave the agent without one.
+  const kept = [makeMonitor()];
   // The match rules are not at the bus at once: repeat until one signal comes through, then wait for
   // a last one of another kind, which arrives after all of them.
-  const settled = async () => {
-    let lastName = '';
-    const probe = makeMonitor();
-    probe.on('screen_lock', () => { lastName = 'lock'; });
-    probe.on('screen_unlock', () => { lastName = 'unlock'; });
-    await until(() => { bus.emit(...GNOME, '(true,)'); return lastName; }, { what: 'the subscription' });
-    bus.emit(...GNOME, '(false,)');
-    await until(() => lastName === 'unlock', { what: 'the last signal' });
-    // The end of any monitor would leave the agent without one.
-    global.probes = [...(global.probes || []), probe];
-    lines.length = 0;
+  let last = '';
+  for (const name of ['screen_lock', 'screen_unlock']) kept[0].on(name, () => { last = name; });
+  await until(() => { bus.emit(...GNOME, '(true,)'); return last; }, { what: 'the subscription' });
+  bus.emit(...GNOME, '(false,)');
+  await until(() => last === 'screen_unlock', { what: 'the last signal' });
+  lines.length = 0;
+  const seen = [];
+  const send = async () => {
+    const before = lines.length;
+    bus.emit(...GNOME, '(true,)');
+    await until(() => lines.length > before, { what: 'the signal' });
+    await new Promise(setImmediate);
   };
-  await settled();
-`;
+  const collect = async () => {
+    for (let i = 0; i < 5; ++i) { global.gc(); await new Promise(setImmediate); }
+  };`;
+const inCase = (body, options) => look(`${prepare}\n${body}\nbus.close(); kiv.teardown();`,
+  { nodeArgs: ['--expose-gc'], ...options });
 
 test('the class: its name, its constructor, its bare instances', async () => {
-  const { json } = await run(() => {
+  assert.deepStrictEqual(await look(() => {
     const { ScreenLockMonitor } = kiv;
     let message;
-    try { ScreenLockMonitor(); } catch (error) { message = `${error.name}: ${error.message}`; }
+    try { ScreenLockMonitor(); } catch (error) { ({ message } = error); }
     const monitor = new ScreenLockMonitor(1, 'ignored');
     report([ScreenLockMonitor.name, message, monitor instanceof ScreenLockMonitor, Object.keys(monitor),
       Object.getOwnPropertyNames(ScreenLockMonitor.prototype)]);
-  });
-  assert.deepStrictEqual(json, ['ScreenLockMonitor', 'Error: `new` is required', true, [], ['constructor']]);
+  }), ['ScreenLockMonitor', '`new` is required', true, [], ['constructor']]);
 });
 
 // [path, interface, member, body, event or null]
+const GNOME = ['/org/gnome/ScreenSaver', 'org.gnome.ScreenSaver', 'ActiveChanged'];
+const UPSTART = ['/com/ubuntu/Upstart', 'com.ubuntu.Upstart0_6', 'EventEmitted'];
 const TABLE = [
-  ['/org/gnome/ScreenSaver', 'org.gnome.ScreenSaver', 'ActiveChanged', '(true,)', 'screen_lock'],
-  ['/org/gnome/ScreenSaver', 'org.gnome.ScreenSaver', 'ActiveChanged', '(false,)', 'screen_unlock'],
+  [...GNOME, '(true,)', 'screen_lock'],
+  [...GNOME, '(false,)', 'screen_unlock'],
   ['/org/freedesktop/ScreenSaver', 'org.freedesktop.ScreenSaver', 'ActiveChanged', '(true,)', 'screen_lock'],
   ['/org/cinnamon/ScreenSaver', 'org.cinnamon.ScreenSaver', 'ActiveChanged', '(false, "more")', 'screen_unlock'],
-  ['/com/ubuntu/Upstart', 'com.ubuntu.Upstart0_6', 'EventEmitted', '("desktop-lock", ["a"])', 'screen_lock'],
-  ['/com/ubuntu/Upstart', 'com.ubuntu.Upstart0_6', 'EventEmitted', '("desktop-unlock",)', 'screen_unlock'],
-  ['/com/ubuntu/Upstart', 'com.ubuntu.Upstart0_6', 'EventEmitted', '("session-end",)', null],
-  ['/com/ubuntu/Upstart', 'com.ubuntu.Upstart0_6', 'EventEmitted', '(true,)', null],
-  ['/org/gnome/ScreenSaver', 'org.gnome.ScreenSaver', 'ActiveChanged', '', null],
-  ['/org/gnome/ScreenSaver', 'org.gnome.ScreenSaver', 'ActiveChanged', '("true",)', null],
-  ['/org/gnome/ScreenSaver', 'org.gnome.ScreenSaver', 'ActiveChanged', '(1,)', null],
-  ['/org/gnome/ScreenSaver', 'org.gnome.ScreenSaver', 'ActiveChanged', '((true,),)', null],
-  ['/org/gnome/ScreenSaver', 'org.gnome.ScreenSaver', 'ActiveChanged', '(<true>,)', null],
+  [...UPSTART, '("desktop-lock", ["a"])', 'screen_lock'],
+  [...UPSTART, '("desktop-unlock",)', 'screen_unlock'],
+  ...['("session-end",)', '(true,)'].map((body) => [...UPSTART, body, null]),
+  ...['', '("true",)', '(1,)', '(<true>,)'].map((body) => [...GNOME, body, null]),
   ['/org/gnome/Other', 'org.gnome.ScreenSaver', 'ActiveChanged', '(true,)', null],
   ['/org/gnome/ScreenSaver', 'org.gnome.ScreenSaver', 'Other', '(true,)', null],
 ];
 
-test('which signals are events; anything else is silence', async () => {
-  const { json, stderr } = await run(`${prepare}
-    const [table] = args;
+test('which signals are events, a thousand of them, too; anything else is silence', async () => {
+  const { events, logged } = await inCase(`
     const monitor = makeMonitor();
-    const events = [];
-    for (const name of ['screen_lock', 'screen_unlock']) monitor.on(name, (...rest) => events.push([name, ...rest]));
-    for (const row of table) bus.emit(...row);
-    // One more that is an event, so that the silent ones before it have been handled.
-    bus.emit(...GNOME, '(false,)');
-    const expected = table.filter((row) => row[5]).length + 1;
-    await until(() => events.length >= expected, { what: 'the events' });
-    report({ events, lines });
-    bus.close();
-    kiv.teardown();
-  `, { args: [TABLE.map(([path, iface, member, body, event]) => [path, iface, member, body, 1, event])] });
-  const events = [...TABLE.map((row) => row[4]).filter(Boolean), 'screen_unlock'];
-  assert.deepStrictEqual(json.events, events.map((name) => [name]), stderr);
-  assert.deepStrictEqual(json.lines, events.map(() => 'info Session: screen lock changed'));
-  assert.strictEqual(stderr, '');
-});
-
-test('a thousand signals make a thousand events', async () => {
-  const { json, stderr } = await run(`${prepare}
-    const monitor = makeMonitor();
-    let events = 0;
-    monitor.on('screen_lock', () => ++events);
+    for (const name of ['screen_lock', 'screen_unlock']) monitor.on(name, (...rest) => seen.push([name, ...rest].join()));
+    for (const [path, face, member, body] of args[0]) bus.emit(path, face, member, body, 1);
     bus.emit(...GNOME, '(true,)', 1000);
-    bus.emit(...GNOME, '(false,)', 1);
-    let last = false;
-    monitor.on('screen_unlock', () => { last = true; });
-    await until(() => last, { what: 'the last signal' });
-    report(events);
-    bus.close();
-    kiv.teardown();
-  `);
-  assert.strictEqual(json, 1000, stderr);
+    // The silent ones have been handled before the last of these.
+    const expected = args[0].filter((row) => row[4]).length + 1000;
+    await until(() => seen.length >= expected, { what: 'the events' });
+    report({ events: seen, logged: lines });`, { args: [TABLE] });
+  assert.deepStrictEqual(events, [...TABLE.map((row) => row[4]).filter(Boolean), ...Array(1000).fill('screen_lock')]);
+  assert.deepStrictEqual(logged, events.map(() => 'info Session: screen lock changed'));
 });
 
 test('the emit function: looked up until there is one, then kept; getters and listeners that misbehave', async () => {
-  const { json, code, stderr } = await run(`${prepare}
-    const seen = [];
+  assert.deepStrictEqual(await inCase(`
     process.on('uncaughtException', (error) => seen.push('uncaught ' + error.message));
     let monitor = new kiv.ScreenLockMonitor();
-    const send = async () => {
-      const before = lines.length;
-      bus.emit(...GNOME, '(true,)');
-      await until(() => lines.length > before, { what: 'the signal' });
-      await new Promise(setImmediate);
-    };
-    Object.defineProperty(monitor, 'emit', { configurable: true, value: 'no function' });
-    await send();
-    Object.defineProperty(monitor, 'emit', { configurable: true, get() { throw new Error('getter'); } });
-    await send();
-    Object.defineProperty(monitor, 'emit', { configurable: true, writable: true,
-      value(name) { seen.push('first ' + name + ' ' + (this === monitor)); } });
-    await send();
-    monitor.emit = () => seen.push('second');
-    await send();
-
-    // Kept: the end of any monitor leaves the agent without one.
-    global.probes.push(monitor);
+    kept.push(monitor);
+    for (const emit of [{ value: 'no function' }, { get() { throw new Error('getter'); } },
+      { value(name) { seen.push('first ' + name + ' ' + (this === kept[1])); } }, { value: () => seen.push('second') }]) {
+      Object.defineProperty(monitor, 'emit', Object.assign({ configurable: true }, emit));
+      await send();
+    }
     monitor = makeMonitor();
     const second = monitor;
-    monitor.once('screen_lock', () => { seen.push('throws'); throw new Error('listener'); });
-    await send();
-    monitor.once('screen_lock', () => { seen.push('drops'); monitor = null; global.gc(); });
-    await send();
-    second.once('screen_lock', () => { seen.push('tears down'); kiv.teardown(); kiv.init(); });
-    await send();
-    second.once('screen_lock', () => { seen.push('still there'); kiv.teardown(); });
-    await until(() => { bus.emit(...GNOME, '(true,)'); return seen.includes('still there'); }, { what: 'the new subscription' });
-    report(seen);
-    bus.close();
-  `, { nodeArgs: ['--expose-gc'] });
-  assert.deepStrictEqual(json, ['uncaught getter', 'first screen_lock true', 'first screen_lock true',
-    'throws', 'uncaught listener', 'drops', 'tears down', 'still there'], stderr);
-  assert.strictEqual(code, 0);
+    const deeds = {
+      throws: () => { throw new Error('listener'); },
+      drops: () => { monitor = null; global.gc(); },
+      'tears down': () => { kiv.teardown(); kiv.init(); },
+    };
+    for (const name of Object.keys(deeds)) {
+      second.once('screen_lock', () => { seen.push(name); deeds[name](); });
+      await send();
+    }
+    second.once('screen_lock', () => seen.push('still there'));
+    await until(() => { bus.emit(...GNOME, '(true,)'); return seen.includes('still there'); });
+    report(seen);`), ['uncaught getter', 'first screen_lock true', 'first screen_lock true',
+    'throws', 'uncaught listener', 'drops', 'tears down', 'still there']);
 });
 
 test('the newest monitor gets the events; the end of any leaves none', async () => {
-  const { json } = await run(`${prepare}
-    const seen = [];
-    let first = makeMonitor();
-    first.on('screen_lock', () => seen.push('first'));
-    let second = makeMonitor();
-    second.on('screen_lock', () => seen.push('second'));
-    const send = async () => {
-      seen.length = 0;
-      const before = lines.length;
-      bus.emit(...GNOME, '(true,)');
-      await until(() => lines.length > before, { what: 'the signal' });
-      await new Promise(setImmediate);
-      return seen.join();
-    };
-    const collect = async () => {
-      for (let i = 0; i < 5; ++i) { global.gc(); await new Promise(setImmediate); }
-    };
-    const results = [await send()];
-    first = null;
+  assert.deepStrictEqual(await inCase(`
+    const monitors = {};
+    const make = (name) => { monitors[name] = makeMonitor().on('screen_lock', () => seen.push(name)); };
+    make('first');
+    make('second');
+    await send();
+    delete monitors.first;
     await collect();
-    results.push(await send());
-    second = null;
+    await send();
+    delete monitors.second;
     await collect();
-    let third = makeMonitor();
-    third.on('screen_lock', () => seen.push('third'));
-    results.push(await send());
-    third = null;
+    make('third');
+    await send();
+    delete monitors.third;
     await collect();
-    results.push(await send());
-    report(results);
-    bus.close();
-    kiv.teardown();
-  `, { nodeArgs: ['--expose-gc'] });
-  assert.deepStrictEqual(json, ['second', '', 'third', '']);
+    await send();
+    report(seen);`), ['second', 'third']);
 });

@@ -1,29 +1,19 @@
 'use strict';
 
 const assert = require('assert');
-const { execFile } = require('child_process');
 const fs = require('fs');
-const { after, before, describe, test } = require('node:test');
-const { promisify } = require('util');
-const { runCase, startCase } = require('./helpers/case');
-const { KWIN, canLockGnome, startCompositor } = require('./helpers/compositors');
+const { test } = require('node:test');
+const { startCase } = require('./helpers/case');
+const { KWIN, canLockGnome, gdbus, startCompositor } = require('./helpers/compositors');
 const { startLocker, watchAnnouncements } = require('./helpers/lockers');
 const { need } = require('./helpers/need');
 const { start, untilReady } = require('./helpers/processes');
+const { inSession, look } = require('./helpers/suite');
 const { until } = require('./helpers/until');
 
 const REPEATER = '/usr/share/dbus-1/services/org.gnome.ScreenSaver.service';
-const LISTED = {
-  '/org/gnome/ScreenSaver': 'org.gnome.ScreenSaver',
-  '/org/freedesktop/ScreenSaver': 'org.freedesktop.ScreenSaver',
-  '/org/cinnamon/ScreenSaver': 'org.cinnamon.ScreenSaver',
-};
-
-async function call(env, destination, object, method, ...args) {
-  const command = ['call', '--session', '--timeout', '10', '--dest', destination, '--object-path', object,
-    '--method', method, ...args];
-  return (await promisify(execFile)('gdbus', command, { env, timeout: 20000 })).stdout;
-}
+const pathOf = (name) => `/${name.replace(/\./g, '/')}`;
+const saver = ({ env }, name, member, ...values) => gdbus(env, name, pathOf(name), `${name}.${member}`, ...values);
 
 // Reports 'ready' and then each event; at the end of its input one more of its own, which comes after
 // all that was sent before.
@@ -35,157 +25,102 @@ const listen = () => {
   const send = (event) => bus.emit('/com/ubuntu/Upstart', 'com.ubuntu.Upstart0_6', 'EventEmitted', `('${event}',)`, 1);
   // The bus knows the subscriptions once it has passed one on; the unlock comes after its repeats.
   const trying = setInterval(() => send('desktop-lock'), 100);
-  let heard = false;
-  let ready = false;
-  let ending = false;
   const monitor = new kiv.ScreenLockMonitor();
+  const handlers = [
+    () => { clearInterval(trying); send('desktop-unlock'); },
+    (event) => event === 'screen_unlock' && report('ready'),
+    report,
+    (event) => { report(event); bus.close(); kiv.teardown(); },
+  ];
+  let state = 0;
   monitor.emit = (event) => {
-    if (ready) {
-      report(event);
-      if (!ending) return;
-      bus.close();
-      kiv.teardown();
-    } else if (event === 'screen_unlock') {
-      ready = true;
-      report('ready');
-    } else if (!heard) {
-      heard = true;
-      clearInterval(trying);
-      send('desktop-unlock');
-    }
+    const result = handlers[state](event);
+    if (state === 0 || (state === 1 && event === 'screen_unlock')) ++state;
+    return result;
   };
-  process.stdin.resume().once('end', () => {
-    ending = true;
-    send('desktop-lock');
-  });
+  process.stdin.resume().once('end', () => { state = 3; send('desktop-lock'); });
 };
 
 /**
- * Locks and unlocks, `rounds` times. The events must be what was announced on the listed paths, in
- * that order; there are at least `least` announcements of each change. Returns all announcements.
+ * Locks and unlocks. The events must be what was announced on the watched paths, in that order; there
+ * are at least `least` announcements of each change. Returns how many there were, all paths together.
  */
-async function compare(env, { lock, unlock, rounds = 1, least = 1 }) {
+async function compare({ env }, set, least) {
   const announced = await watchAnnouncements(env);
   const listener = startCase(listen, { env, timeout: 120000 });
   const events = () => listener.reports().slice(1);
-  const wanted = () => announced.all().filter(([object, name]) => LISTED[object] === name)
+  const watched = ['gnome', 'freedesktop', 'cinnamon'].map((desktop) => `org.${desktop}.ScreenSaver`);
+  const wanted = () => announced.all().filter(([object, name]) => watched.includes(name) && object === pathOf(name))
     .map(([, , active]) => (active ? 'screen_lock' : 'screen_unlock'));
-  const arrived = (event, count) => until(() => {
-    const [told, heard] = [wanted(), events()].map((list) => list.filter((one) => one === event).length);
-    return told >= count && heard >= told;
-  }, { timeout: 20000, what: `${count} ${event}` }).catch((error) => {
-    throw new Error(`${error.message}; announced ${JSON.stringify(announced.all())}, heard ${events()}`);
-  });
   try {
     await listener.reported();
-    for (let round = 1; round <= rounds; ++round) {
-      await lock();
-      await arrived('screen_lock', round * least);
-      await unlock();
-      await arrived('screen_unlock', round * least);
+    for (const [active, event] of [[true, 'screen_lock'], [false, 'screen_unlock']]) {
+      await set(active);
+      await until(() => {
+        const [told, heard] = [wanted(), events()].map((list) => list.filter((one) => one === event).length);
+        return told >= least && heard >= told;
+      }, { timeout: 20000, what: event }).catch((error) => {
+        throw new Error(`${error.message}; announced ${JSON.stringify(announced.all())}, heard ${events()}`);
+      });
     }
     listener.child.stdin.end();
     const { code, stderr } = await listener.done;
     assert.deepStrictEqual([code, stderr], [0, '']);
     assert.deepStrictEqual(events(), [...wanted(), 'screen_lock']);
-    return announced.all();
+    return announced.all().length;
   } finally {
     await listener.stop();
     await announced.stop();
   }
 }
 
-for (const [command, name, object] of [
-  ['light-locker', 'org.freedesktop.ScreenSaver', '/org/freedesktop/ScreenSaver'],
-  ['cinnamon-screensaver', 'org.cinnamon.ScreenSaver', '/org/cinnamon/ScreenSaver'],
-]) {
-  test(`${command}: its announcements are the events`, { skip: need(command, 'Xvfb', 'dbus-monitor') }, async () => {
-    const session = await startLocker(command);
-    try {
-      const set = (active) => call(session.env, name, object, `${name}.SetActive`, String(active));
-      await compare(session.env, { lock: () => set(true), unlock: () => set(false) });
-    } finally {
-      await session.stop();
-    }
-  });
+for (const [command, desktop] of [['light-locker', 'freedesktop'], ['cinnamon-screensaver', 'cinnamon']]) {
+  test(`${command}: its announcements are the events`, { skip: need(command, 'Xvfb', 'dbus-monitor') }, () =>
+    inSession(command, (session) => compare(session,
+      (active) => saver(session, `org.${desktop}.ScreenSaver`, 'SetActive', String(active)), 1), startLocker));
 }
 
-// What the compositor itself says, before and after the module's answer.
-async function idleSeconds(env) {
-  const ask = async () => {
-    const text = await call(env, 'org.gnome.Mutter.IdleMonitor', '/org/gnome/Mutter/IdleMonitor/Core',
-      'org.gnome.Mutter.IdleMonitor.GetIdletime');
-    return Math.floor(Number(/uint64 (\d+)/.exec(text)[1]) / 1000);
-  };
-  const least = await ask();
-  const { json, stderr } = await runCase(() => report([kiv.isWayland(), kiv.getInputInfo().last]), { env });
-  const most = await ask();
-  assert.ok(json, stderr);
-  const [wayland, last] = json;
-  assert.strictEqual(wayland, true);
-  assert.deepStrictEqual(last, { input: last.input, keyPress: -1, mouseClick: -1, mouseMove: -1 });
-  return { input: last.input, least, most };
-}
+const compositor = (kind) => () => startCompositor(kind, { lockScreen: kind === 'kwin' || canLockGnome() });
 
-const movePointer = (env) => promisify(execFile)('gjs', ['-c', `
-  const { Gio, GLib } = imports.gi;
-  const name = 'org.gnome.Mutter.RemoteDesktop';
-  const bus = (path, face, member, value) =>
-    Gio.DBus.session.call_sync(name, path, face, member, value, null, 0, 10000, null).deep_unpack();
-  const [session] = bus('/org/gnome/Mutter/RemoteDesktop', name, 'CreateSession', null);
-  bus(session, name + '.Session', 'Start', null);
-  bus(session, name + '.Session', 'NotifyPointerMotionRelative', new GLib.Variant('(dd)', [5, 5]));
-  bus(session, name + '.Session', 'Stop', null);`], { env, timeout: 20000 });
+test('KWin: its lock screen\'s announcements on the watched path are the events', {
+  skip: need(KWIN, 'Xwayland', 'gdbus', 'dbus-monitor') }, () => inSession(null, async (session) => {
+  const lock = () => saver(session, 'org.freedesktop.ScreenSaver', 'SetActive', 'true');
+  const set = (active) => (active ? lock() : session.send('Unlock'));
+  // It tells each change on a second path, which nobody listens to.
+  assert.strictEqual(await compare(session, set, 1), 4);
+}, compositor('kwin')));
 
-describe('GNOME Shell', { skip: need('gnome-shell', 'Xwayland', 'gdbus', 'gjs', 'dbus-monitor', REPEATER) }, () => {
-  let session;
-  before(async () => { session = await startCompositor('gnome', { lockScreen: canLockGnome() }); });
-  after(() => session && session.stop());
-
-  test('the idle time is the compositor\'s', async () => {
-    const idle = await until(async () => {
-      const seen = await idleSeconds(session.env);
-      return seen.least >= 2 && seen;
-    }, { timeout: 20000, what: 'two idle seconds' });
-    assert.ok(idle.least <= idle.input && idle.input <= idle.most, JSON.stringify(idle));
-    const moved = Date.now();
-    await movePointer(session.env);
-    const { input } = await idleSeconds(session.env);
-    assert.ok(input <= (Date.now() - moved) / 1000, `${input} idle seconds after a movement`);
-  });
-
+test('GNOME Shell: its idle time, and its lock screen\'s announcements, repeats included', {
+  skip: need('gnome-shell', 'Xwayland', 'gdbus', 'dbus-monitor', REPEATER) }, () => inSession(null, async (session) => {
+  const [idle, moved] = await look(async () => {
+    bus.connect();
+    const MUTTER = '/org/gnome/Mutter';
+    const call = (service, object, face, member, body = '()') =>
+      bus.call(`org.gnome.Mutter.${service}`, object, `org.gnome.Mutter.${face}`, member, body);
+    const idleTime = () => call('IdleMonitor', `${MUTTER}/IdleMonitor/Core`, 'IdleMonitor', 'GetIdletime');
+    const ask = () => Math.floor(/\d+/.exec(idleTime())[0] / 1000);
+    const sample = () => [ask(), kiv.getInputInfo().last.input, ask()];
+    await until(() => ask() >= 2, { timeout: 20000, what: 'two idle seconds' });
+    const seen = sample();
+    const remote = /'(.+)'/.exec(call('RemoteDesktop', `${MUTTER}/RemoteDesktop`, 'RemoteDesktop', 'CreateSession'))[1];
+    const send = (member, body) => call('RemoteDesktop', remote, 'RemoteDesktop.Session', member, body);
+    send('Start');
+    send('NotifyPointerMotionRelative', '(5.0, 5.0)');
+    report([seen, sample()]);
+    send('Stop');
+    bus.close();
+  }, { env: session.env });
+  for (const [least, seconds, most] of [idle, moved]) assert.ok(least <= seconds && seconds <= most, `${idle} ${moved}`);
+  assert.ok(moved[1] < idle[1], 'a movement ends the idle time');
+  if (!canLockGnome()) return;
   // The service that other programs talk to repeats what the shell says.
-  test('its lock screen\'s announcements are the events, repeats included', {
-    skip: !canLockGnome() && 'no lock screen without systemd or root' }, async () => {
-    const [program, ...args] = /^Exec=(.*)$/m.exec(fs.readFileSync(REPEATER, 'utf8'))[1].split(' ');
-    const helper = start(program, args, { env: session.env });
-    try {
-      const saver = (member, ...values) => call(session.env, 'org.gnome.ScreenSaver', '/org/gnome/ScreenSaver',
-        `org.gnome.ScreenSaver.${member}`, ...values);
-      const set = (active) => saver('SetActive', String(active));
-      await untilReady(helper, () => saver('GetActive').catch(() => ''), 'the shell\'s answer through the service');
-      const all = await compare(session.env, { lock: () => set(true), unlock: () => set(false), least: 2 });
-      assert.strictEqual(all.length, 4, JSON.stringify(all));
-    } finally {
-      await helper.stop();
-    }
-  });
-});
-
-describe('KWin', { skip: need(KWIN, 'Xwayland', 'gdbus', 'dbus-monitor') }, () => {
-  test('its lock screen\'s announcements on the listed path are the events', async () => {
-    const session = await startCompositor('kwin', { lockScreen: true });
-    try {
-      const all = await compare(session.env, {
-        lock: () => call(session.env, 'org.freedesktop.ScreenSaver', '/org/freedesktop/ScreenSaver',
-          'org.freedesktop.ScreenSaver.SetActive', 'true'),
-        unlock: () => session.send('Unlock'),
-      });
-      // It tells each change on a second path, which nobody listens to.
-      assert.deepStrictEqual(all.map(([object]) => object).sort(), [
-        '/ScreenSaver', '/ScreenSaver', '/org/freedesktop/ScreenSaver', '/org/freedesktop/ScreenSaver']);
-    } finally {
-      await session.stop();
-    }
-  });
-});
+  const [program, ...args] = /^Exec=(.*)$/m.exec(fs.readFileSync(REPEATER, 'utf8'))[1].split(' ');
+  const helper = start(program, args, { env: session.env });
+  try {
+    const gnome = (...call) => saver(session, 'org.gnome.ScreenSaver', ...call);
+    await untilReady(helper, () => gnome('GetActive'), 'the shell\'s answer through the service');
+    assert.strictEqual(await compare(session, (active) => gnome('SetActive', String(active)), 2), 4);
+  } finally {
+    await helper.stop();
+  }
+}, compositor('gnome')));

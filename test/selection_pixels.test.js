@@ -1,74 +1,66 @@
 'use strict';
 
 const assert = require('assert');
-const { after, before, test } = require('node:test');
-const { runCase } = require('./helpers/case');
-const { startSession } = require('./helpers/session');
+const { test } = require('node:test');
+const { share } = require('./helpers/suite');
 
-let session;
-before(async () => { session = await startSession({ screens: ['640x480x24'], wm: false, bus: false }); });
-after(() => session.stop());
+/* global act, client, openSelection, settle */
+const shared = share({ screens: ['640x480x24'], wm: false, bus: false });
 
 // Replays a story on the real overlay and on the reference and compares the screen after each step.
 const replay = async (story) => {
-  const { act, crop, difference, openSelection, settle } = require('./overlay');
+  const { crop, difference } = require('./overlay');
   const { OverlayReference } = require('./overlay_reference');
   const { paint } = require('../../bench/pictures');
   const [width, height] = [640, 480];
-  host.startLoop();
-  kiv.setupLogger(() => {});
-  kiv.init();
-  const client = X.open(process.env.DISPLAY);
-  const root = client.rootWindow(0);
-  const screen = (w = width, h = height) => client.getImage(root, 0, 0, w, h);
   const background = paint('busy', width, height);
+  const screen = (w = width, h = height) => client.getImage(client.rootWindow(0), 0, 0, w, h);
   let reference = new OverlayReference(screen(), width, height);
   let selection;
   // Where the overlay's corner stands on the screen.
   let corner = { x: 0, y: 0 };
-  // What a larger window shows beyond the picture is not drawn anew.
-  const shown = () => [width + corner.x, height + corner.y];
-  const expected = () => crop(reference.pixels, reference.surface.width, -corner.x, -corner.y, ...shown());
-  const wrong = [];
-  const compare = async (what) => {
-    const wanted = expected();
-    let pixels = null;
-    const same = () => (pixels = difference(screen(...shown()), wanted)) === 0;
-    await until(same, { timeout: 4000 }).catch(() => wrong.push(`${what}: ${pixels} pixels`));
-  };
-  for (const [index, step] of story.entries()) {
-    const [what, ...numbers] = step.split(' ');
-    const [x, y, w, h] = numbers.map(Number);
-    if (what === 'start') {
+  const steps = {
+    async start(x, y) {
       act(client, `m ${x} ${y}`);
       if (selection) reference = reference.next(screen());
       selection = await openSelection(client);
       corner = { x: 0, y: 0 };
       reference.configure(width, height, x, y);
-    } else if (what === 'm') {
-      act(client, step);
+    },
+    m(x, y) {
+      act(client, `m ${x} ${y}`);
       reference.motion(x - corner.x, y - corner.y);
-    } else if (what === 'p') {
-      const { x: px, y: py } = client.pointer();
-      act(client, step);
-      reference.press(px - corner.x, py - corner.y);
-    } else if (what === 'r') {
-      act(client, step);
-      await settle(selection);
-      continue;
-    } else if (what === 'resize') {
+    },
+    p(button = 1) {
+      const { x, y } = client.pointer();
+      act(client, `p ${button}`);
+      reference.press(x - corner.x, y - corner.y);
+    },
+    resize(x, y, w, h) {
       client.moveResize(selection.id, x, y, w, h);
       corner = { x, y };
       const pointer = client.pointer();
       reference.configure(w, h, pointer.x, pointer.y);
-    }
-    await compare(`${index}: ${step}`);
+    },
+    async r() {
+      act(client, 'r', 'r 3');
+      await settle(selection);
+    },
+  };
+  const wrong = [];
+  for (const step of story) {
+    const [what, ...numbers] = step.split(' ');
+    await steps[what](...numbers.map(Number));
+    if (what === 'r') continue;
+    // What a larger window shows beyond the picture is not drawn anew.
+    const shown = [width + corner.x, height + corner.y];
+    const wanted = crop(reference.pixels, reference.surface.width, -corner.x, -corner.y, ...shown);
+    let pixels = null;
+    const same = () => (pixels = difference(screen(...shown), wanted)) === 0;
+    await until(same, { timeout: 4000 }).catch(() => wrong.push(`${wrong.length}: ${step}: ${pixels} pixels`));
   }
-  report({ wrong, steps: story.length });
-  act(client, 'r', 'r 3');
+  report(wrong);
   background.close();
-  client.close();
-  kiv.teardown();
 };
 
 const STORIES = {
@@ -88,22 +80,16 @@ const STORIES = {
     'start 5 6', 'm 100 100', 'p', 'm 150 160', 'resize -40 -40 720 560', 'm 90 110', 'm 600 440', 'm 601 440',
     'm 600 441', 'm 500 400', 'p 3', 'm 600 440', 'm 590 430', 'm 0 0', 'r',
   ],
+  // Two pixels to a point: the picture is shown pixel for pixel, and the pointer moves over it in
+  // steps of the real screen's pixels.
+  'GDK_SCALE=2': [
+    'start 300 205', 'm 101 101', 'm 205 156', 'p', 'm 320 301', 'm 301 200', 'm 103 303', 'm 639 479', 'm 411 355', 'r',
+  ],
 };
 
 for (const [name, story] of Object.entries(STORIES)) {
   test(`exact pixels: ${name}`, async () => {
-    const { json, stderr } = await runCase(replay, { env: session.env, args: [story], timeout: 120000 });
-    assert.deepStrictEqual(json, { wrong: [], steps: story.length }, stderr);
+    const env = { ...shared.session.env, GDK_SCALE: name === 'GDK_SCALE=2' ? '2' : '1' };
+    assert.deepStrictEqual(await shared.hosted(replay, { env, args: [story], timeout: 120000 }), []);
   });
 }
-
-// With two pixels to a point the picture is shown pixel for pixel, and the pointer moves over it in
-// steps of the real screen's pixels.
-test('GDK_SCALE=2 shows and cuts out the same pixels', async () => {
-  const env = { ...session.env, GDK_SCALE: '2' };
-  const { json, stderr } = await runCase(replay, { env, args: [[
-    'start 300 205', 'm 101 101', 'm 205 156', 'p', 'm 320 301', 'm 301 200', 'm 103 303', 'm 639 479', 'm 411 355', 'r',
-  ]] });
-  assert.deepStrictEqual(json.wrong, [], stderr);
-});
-

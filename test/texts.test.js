@@ -1,133 +1,114 @@
 'use strict';
 
 const assert = require('assert');
-const { after, before, test } = require('node:test');
-const { runCase } = require('./helpers/case');
-const { startSession } = require('./helpers/session');
+const { test } = require('node:test');
+const { share } = require('./helpers/suite');
 
-let session;
-before(async () => { session = await startSession(); });
-after(() => session.stop());
-const run = (source, options) => runCase(source, { env: session.env, ...options });
-
-test('title and command line of the active window', async () => {
-  const { json } = await run(async () => {
-    const { activeWindow } = require('./windows');
-    kiv.init();
-    const window = await activeWindow({ title: 'Grüße — 日本', pid: process.pid });
-    const snap = kiv.getScreenSnap('desktop', true);
-    report({ title: snap.activeWindowTitle, process: snap.activeProcessName,
-      expected: require('fs').readFileSync('/proc/self/cmdline', 'utf8').split('\n')[0].replace(/[ \t\n]+$/, '') });
-    window.close();
-    kiv.teardown();
-  });
-  assert.strictEqual(json.title, 'Grüße — 日本');
-  assert.strictEqual(json.process, json.expected);
-  assert.ok(json.process.includes('\0'));
-});
-
-// What windows may claim: [what, properties, title, process, log lines]. `kernel` is a pid whose
-// command line is empty.
-const int32 = (...values) => Buffer.from(new Int32Array(values).buffer);
+/* global activeWindow, client, log */
+const { hosted } = share();
 const NAME = '_NET_WM_NAME';
 const PID = '_NET_WM_PID';
 const U = 'Undefined';
-const LIES = [
-  ['nothing at all', [], U, U, ['XGetWP2r1:0:0', 'XGetWP4r1:0']],
-  ['an empty title', [[NAME, 'UTF8_STRING', 8, []]], '', U, ['XGetWP2r1:0:0']],
-  ['a title with a NUL', [[NAME, 'UTF8_STRING', 8, [...Buffer.from('one\0two')]]], 'one', U, ['XGetWP2r1:0:0']],
-  ['a title that is not UTF-8', [[NAME, 'STRING', 8, [0x41, 0xff, 0xc3, 0x42]]], 'A��B', U, ['XGetWP2r1:0:0']],
-  ['a title of 32-bit items', [[NAME, 'CARDINAL', 32, [...int32(0x41424344)]]], 'DCBA', U,
-    ['XGetWP2r1:0:0', 'XGetWP4r1:32']],
-  ['a pid of -1', [[PID, 'CARDINAL', 32, [...int32(-1)]]], U, U, ['XGetWP4r1:0']],
-  ['a pid of nobody', [[PID, 'CARDINAL', 32, [...int32(2147483647)]]], U, U, ['XGetWP4r1:0']],
-  ['a pid of one byte', [[PID, 'CARDINAL', 8, [255]]], U, null, ['XGetWP2r1:8:1', 'XGetWP4r1:0']],
-  ['two pids', [[PID, 'CARDINAL', 32, [...int32(-1, 1)]]], U, U, ['XGetWP2r1:32:2', 'XGetWP4r1:0']],
-  ['a pid that is there but empty', [[PID, 'CARDINAL', 32, []]], U, null, ['XGetWP2r1:32:0', 'XGetWP4r1:0']],
+const NO_PID = 'warn XGetWP2r1:0:0';
+const cardinals = (...values) => [...Buffer.from(new Int32Array(values).buffer)];
+// What windows claim, and what the snapshot and the log say of it.
+const CLAIMS = [
+  ['nothing at all', [], U, U, [NO_PID, 'warn XGetWP4r1:0']],
+  ['a title', [[NAME, 'UTF8_STRING', 8, [...Buffer.from('Grüße — 日本')]]], 'Grüße — 日本', U, [NO_PID]],
+  ['an empty title', [[NAME, 'UTF8_STRING', 8, []]], '', U, [NO_PID]],
+  ['a title with a NUL', [[NAME, 'UTF8_STRING', 8, [...Buffer.from('one\0two')]]], 'one', U, [NO_PID]],
+  ['a title that is not UTF-8', [[NAME, 'STRING', 8, [0x41, 0xff, 0xc3, 0x42]]], 'A��B', U, [NO_PID]],
+  ['a title of 32-bit items', [[NAME, 'CARDINAL', 32, cardinals(0x41424344)]], 'DCBA', U, [NO_PID, 'warn XGetWP4r1:32']],
+  ['its process', [[PID, 'CARDINAL', 32, 'own']], U, 'own', ['warn XGetWP4r1:0']],
+  ['a pid of nobody', [[PID, 'CARDINAL', 32, cardinals(2147483647)]], U, U, ['warn XGetWP4r1:0']],
+  ['a pid of one byte', [[PID, 'CARDINAL', 8, [255]]], U, null, ['warn XGetWP2r1:8:1', 'warn XGetWP4r1:0']],
+  ['two pids', [[PID, 'CARDINAL', 32, cardinals(-1, 1)]], U, U, ['warn XGetWP2r1:32:2', 'warn XGetWP4r1:0']],
 ];
 
-test('windows that lie end in the log', async () => {
-  const { json } = await run(async (lies) => {
-    const { activeWindow } = require('./windows');
-    let lines = [];
-    kiv.setupLogger((level, text) => lines.push(`${level} ${text}`));
-    kiv.init();
-    const seen = [];
-    for (const properties of lies) {
-      const window = await activeWindow({
-        properties: properties.map(([name, type, format, bytes]) => [name, type, format, Buffer.from(bytes)]),
-      });
+test('titles and command lines of active windows, lies included', async () => {
+  const { seen, own, long } = await hosted(async (claims) => {
+    const results = [];
+    for (const properties of claims) {
+      const self = Buffer.from(new Int32Array([process.pid]).buffer);
+      const window = await activeWindow({ properties: properties.map(([name, type, format, bytes]) =>
+        [name, type, format, bytes === 'own' ? self : Buffer.from(bytes)]) });
       // A window manager may fill in what is missing.
       for (const name of ['_NET_WM_NAME', '_NET_WM_PID']) {
-        if (!properties.some(([given]) => given === name)) window.client.deleteProperty(window.id, name);
+        if (!properties.some(([given]) => given === name)) client.deleteProperty(window.id, name);
       }
-      window.client.sync();
-      lines = [];
+      log.length = 0;
       const snap = kiv.getScreenSnap('desktop', true);
-      seen.push([snap.activeWindowTitle, snap.activeProcessName, lines]);
+      results.push([snap.activeWindowTitle, snap.activeProcessName, log.slice()]);
       window.close();
     }
-    report(seen);
-    kiv.teardown();
-  }, { args: [LIES.map(([, properties]) => properties)] });
-  LIES.forEach(([what, , title, process, lines], i) => {
-    assert.strictEqual(json[i][0], title, what);
-    if (process !== null) assert.strictEqual(json[i][1], process, what);
-    assert.deepStrictEqual(json[i][2], lines.map((line) => `warn ${line}`), what);
+    const title = 'x'.repeat(1 << 20);
+    await activeWindow({ title });
+    report({ seen: results, long: kiv.getScreenSnap('desktop', true).activeWindowTitle === title,
+      own: require('fs').readFileSync('/proc/self/cmdline', 'utf8').split('\n')[0].replace(/[ \t\n]+$/, '') });
+  }, { args: [CLAIMS.map(([, properties]) => properties)] });
+  CLAIMS.forEach(([what, , title, process, lines], i) => {
+    const command = process === null ? seen[i][1] : process;
+    assert.deepStrictEqual(seen[i], [title, command === 'own' ? own : command, lines], what);
   });
+  assert.ok(own.includes('\0') && long);
 });
 
 test('a root window that lies, and windows that die while they are read', async () => {
-  const { json, code, stderr } = await run(async () => {
-    host.startLoop();
-    kiv.init();
-    const client = X.open(process.env.DISPLAY);
-    const root = client.rootWindow(0);
-    const lines = new Set();
-    kiv.setupLogger((level, text) => lines.add(text));
-    const ACTIVE = '_NET_ACTIVE_WINDOW';
+  assert.deepStrictEqual(await hosted(() => {
     const claim = (type, format, data) => {
-      lines.clear();
-      client.setProperty(root, ACTIVE, type, format, data);
-      client.sync();
+      log.length = 0;
+      client.setProperty(client.rootWindow(0), '_NET_ACTIVE_WINDOW', type, format, data);
       const snap = kiv.getScreenSnap('desktop', true);
-      return [snap.activeWindowTitle, snap.activeProcessName, ...lines];
+      return [snap.activeWindowTitle, snap.activeProcessName, ...log];
     };
-    const dead = client.createWindow({ x: 0, y: 0, width: 10, height: 10 });
+    const dead = client.createWindow({});
     client.destroy(dead);
-    const seen = {
-      dead: claim('WINDOW', 32, Buffer.from(new Uint32Array([dead]).buffer)),
-      two: claim('WINDOW', 32, Buffer.from(new Uint32Array([dead, dead]).buffer)),
-      byte: claim('STRING', 8, Buffer.from('x')),
-      empty: claim('WINDOW', 32, Buffer.alloc(0)),
-    };
-    client.deleteProperty(root, ACTIVE);
-    client.close();
-    report(seen);
-    kiv.teardown();
-  });
-  const U2 = [U, U];
-  assert.deepStrictEqual(json, {
-    dead: U2,
-    two: [...U2, 'XGetWP1r4:32:2'],
-    byte: [...U2, 'XGetWP1r4:8:1'],
-    empty: [...U2, 'Get Active Task info: c-error'],
-  }, stderr);
-  assert.strictEqual(code, 0);
+    report([claim('WINDOW', 32, Buffer.from(new Uint32Array([dead]).buffer)),
+      claim('WINDOW', 32, Buffer.from(new Uint32Array([dead, dead]).buffer)),
+      claim('STRING', 8, Buffer.from('x')), claim('WINDOW', 32, Buffer.alloc(0))]);
+  }), [[U, U], [U, U, 'warn XGetWP1r4:32:2'], [U, U, 'warn XGetWP1r4:8:1'], [U, U, 'warn Get Active Task info: c-error']]);
 });
 
-test('a title of a megabyte', async () => {
-  const { json } = await run(async () => {
-    const { activeWindow } = require('./windows');
-    kiv.setupLogger(() => {});
-    kiv.init();
-    const window = await activeWindow({});
-    const title = 'x'.repeat(1 << 20);
-    window.client.setProperty(window.id, '_NET_WM_NAME', 'UTF8_STRING', 8, Buffer.from(title));
-    window.client.sync();
-    report(kiv.getScreenSnap('desktop', true).activeWindowTitle === title);
-    window.close();
-    kiv.teardown();
+test('the helpers: items of every width, and what is not there', async () => {
+  assert.deepStrictEqual(await hosted(() => {
+    internals.xOpen(process.env.DISPLAY);
+    const id = client.createWindow({});
+    const bytes = { 8: Buffer.from('a\0b'), 16: Buffer.from(new Uint16Array([1, 0xffff, 3]).buffer),
+      32: Buffer.from(new Uint32Array([1, 0xffffffff, 0x80000000]).buffer) };
+    const read = (property, window = id) => {
+      const { items, count, format } = internals.xProperty(window, property);
+      return [items.toString('latin1'), count, format];
+    };
+    const wrong = Object.keys(bytes).filter((format) => {
+      client.setProperty(id, `KIV_${format}`, 'CARDINAL', Number(format), bytes[format]);
+      const wanted = [bytes[format].toString('latin1'), 3, Number(format)];
+      return [read(`KIV_${format}`), read(client.atom(`KIV_${format}`))].some((seen) => String(seen) !== String(wanted));
+    });
+    const absent = [read(client.atom('KIV_NOTHING')), read('KIV_8', 0)];
+    client.destroy(id);
+    // An error is the process's to handle.
+    report([wrong, ...absent, read('KIV_8'), internals.xErrors()]);
+  }), [[], ['', 0, 0], ['', 0, 0], ['', 0, 77], 1]);
+});
+
+test('the helpers: under a reparenting window manager the top-level window is the frame', async () => {
+  const { title, command, isFrame, ends } = await hosted(async () => {
+    internals.xOpen(process.env.DISPLAY);
+    const root = client.rootWindow(0);
+    const { id } = await activeWindow({ title: 'Grüße', pid: process.pid });
+    const found = internals.xTopLevel(true);
+    const dead = client.createWindow({});
+    client.destroy(dead);
+    const find = (guarded, ...values) => {
+      client.setProperty(root, '_NET_ACTIVE_WINDOW', 'WINDOW', 32, Buffer.from(new Uint32Array(values).buffer));
+      const { window, title: name } = internals.xTopLevel(guarded);
+      return [window, name, internals.xErrors() > 0];
+    };
+    report({ title: found.title, command: [found.process, require('fs').readFileSync('/proc/self/cmdline', 'utf8')],
+      isFrame: found.window !== id && client.parent(found.window) === root,
+      ends: [find(true, 0), find(true, dead), find(false, dead)] });
   });
-  assert.strictEqual(json, true);
+  const own = command[1].split('\n')[0].replace(/[ \t\n]+$/, '');
+  assert.deepStrictEqual([title, command[0], isFrame], ['Grüße', own, true]);
+  assert.deepStrictEqual(ends, [[0, 'before', false], [0, '', false], [0, '', true]]);
 });

@@ -20,6 +20,7 @@ function prepareSockets() {
   if (process.getuid() === 0) fs.chmodSync('/tmp/.X11-unix', 0o1777);
 }
 
+/** A call's reply, as gdbus prints it; empty when it failed. */
 async function gdbus(env, destination, object, method, ...args) {
   const command = ['call', '--session', '--timeout', '5', '--dest', destination,
     '--object-path', object, '--method', method, ...args];
@@ -30,17 +31,10 @@ async function gdbus(env, destination, object, method, ...args) {
   }
 }
 
-function childrenOf(pid) {
-  try {
-    return fs.readFileSync(`/proc/${pid}/task/${pid}/children`, 'utf8').split(' ').filter(Boolean).map(Number);
-  } catch (error) {
-    return [];
-  }
-}
-
 // A shell that hangs while it starts a program leaves that half-made process behind.
 async function stopWithChildren(compositor) {
-  const children = childrenOf(compositor.pid);
+  const listed = `/proc/${compositor.pid}/task/${compositor.pid}/children`;
+  const children = fs.existsSync(listed) ? fs.readFileSync(listed, 'utf8').split(' ').filter(Boolean).map(Number) : [];
   await compositor.stop(2000);
   const left = () => children.filter(alive);
   await until(() => left().length === 0, { timeout: 3000 }).catch(() => {
@@ -124,22 +118,20 @@ async function startCompositor(kind, { size = '1280x720', trusting = false, lock
   prepareSockets();
   for (let attempt = 1; ; ++attempt) {
     const session = await startSession({ display: false });
-    const system = lockScreen ? await startSystemServices(session.env) : await startBus();
-    if (!lockScreen) session.env.DBUS_SYSTEM_BUS_ADDRESS = system.address;
-    const stops = [session.stop, system.stop];
-    const stop = async () => {
-      while (stops.length > 0) await stops.pop()();
-    };
-    Object.assign(session.env, { XDG_SESSION_TYPE: 'wayland', LIBGL_ALWAYS_SOFTWARE: '1' });
-    if (trusting) session.env.KWIN_SCREENSHOT_NO_PERMISSION_CHECKS = '1';
+    const { env, stops } = session;
     try {
+      const system = lockScreen ? await startSystemServices(env) : await startBus();
+      stops.push(system.stop);
+      if (!lockScreen) env.DBUS_SYSTEM_BUS_ADDRESS = system.address;
+      Object.assign(env, { XDG_SESSION_TYPE: 'wayland', LIBGL_ALWAYS_SOFTWARE: '1' });
+      if (trusting) env.KWIN_SCREENSHOT_NO_PERMISSION_CHECKS = '1';
       stops.push(await STARTERS[kind](session, { size, lockScreen }));
-      return { env: session.env, folder: session.folder, stop, send: system.send };
+      return { ...session, send: system.send };
     } catch (error) {
-      await stop();
+      await session.stop();
       if (attempt >= ATTEMPTS[kind]) throw error;
     }
   }
 }
 
-module.exports = { GNOME_BACKGROUND, KWIN, canLockGnome, startCompositor };
+module.exports = { GNOME_BACKGROUND, KWIN, canLockGnome, gdbus, startCompositor };

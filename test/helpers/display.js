@@ -20,54 +20,28 @@ function startXvfb({ screens = ['1280x800x24'], extraArgs = [] } = {}) {
   return startServer('Xvfb', [...sizes.flat(), ...extraArgs]);
 }
 
-const monitorSection = (index) => `
-Section "Monitor"
-  Identifier "monitor${index}"
-  HorizSync 1-2000
-  VertRefresh 1-1000
-EndSection`;
-
 // Where there is a set-uid wrapper, it refuses whoever does not sit at the console.
 const XORG = fs.existsSync('/usr/lib/xorg/Xorg') ? '/usr/lib/xorg/Xorg' : 'Xorg';
 
 function dummyConfiguration(width, height, count) {
   const used = [...Array(count).keys()];
-  const options = used.map((index) => `  Option "Monitor-DUMMY${index}" "monitor${index}"`);
-  return `
-Section "ServerFlags"
-  Option "AutoAddDevices" "false"
-  Option "AutoAddGPU" "false"
-  Option "DontVTSwitch" "true"
-EndSection
-${used.map(monitorSection).join('')}
-Section "Device"
-  Identifier "card"
-  Driver "dummy"
-  VideoRam 256000
-${options.join('\n')}
-EndSection
-Section "Screen"
-  Identifier "screen"
-  Device "card"
-  Monitor "monitor0"
-  DefaultDepth 24
-  SubSection "Display"
-    Depth 24
-    Virtual ${width} ${height}
-  EndSubSection
-EndSection
-`;
+  const section = (name, ...lines) => [`Section "${name}"`, ...lines, 'EndSection'].join('\n');
+  return [
+    section('ServerFlags', ...['AutoAddDevices', 'AutoAddGPU'].map((name) => `Option "${name}" "false"`),
+      'Option "DontVTSwitch" "true"'),
+    ...used.map((index) => section('Monitor', `Identifier "monitor${index}"`, 'HorizSync 1-2000', 'VertRefresh 1-1000')),
+    section('Device', 'Identifier "card"', 'Driver "dummy"', 'VideoRam 256000',
+      ...used.map((index) => `Option "Monitor-DUMMY${index}" "monitor${index}"`)),
+    section('Screen', 'Identifier "screen"', 'Device "card"', 'Monitor "monitor0"', 'DefaultDepth 24',
+      'SubSection "Display"', 'Depth 24', `Virtual ${width} ${height}`, 'EndSubSection'),
+  ].join('\n');
 }
 
 /** Lays out the monitors of a dummy server; may be called again for another layout. */
 function layOut(display, monitors) {
   const env = { ...baseEnv(), DISPLAY: display };
   const xrandr = (...args) => execFileSync('xrandr', args, { env, encoding: 'utf8', timeout: 10000 });
-  const before = xrandr();
-  const outputs = before.match(/^DUMMY\d+/gm) || [];
-  if (outputs.length < monitors.length) {
-    throw new Error(`the dummy driver offers ${outputs.length} outputs, not ${monitors.length}`);
-  }
+  const outputs = xrandr().match(/^DUMMY\d+/gm);
   const change = [];
   monitors.forEach(({ width, height, x = 0, y = 0 }, index) => {
     const mode = `${width}x${height}_kiv`;
@@ -96,23 +70,16 @@ async function startXorgDummy({ monitors }) {
   const width = Math.max(3840, ...monitors.map((one) => (one.x || 0) + one.width));
   const height = Math.max(2160, ...monitors.map((one) => (one.y || 0) + one.height));
   fs.writeFileSync(file, dummyConfiguration(width, height, monitors.length));
-  let server = null;
+  const args = ['-config', file, '-configdir', folder, '-logfile', path.join(folder, 'log'), '-novtswitch'];
+  const server = await startServer(XORG, args);
+  const stop = () => server.stop().then(remove);
   try {
-    server = await startServer(XORG, [
-      '-config', file, '-configdir', folder, '-logfile', path.join(folder, 'log'), '-novtswitch',
-    ]);
     layOut(server.display, monitors);
   } catch (error) {
-    if (server) await server.stop();
-    remove();
+    await stop();
     throw error;
   }
-  return {
-    display: server.display,
-    pid: server.pid,
-    layOut: (next) => layOut(server.display, next),
-    stop: () => server.stop().then(remove),
-  };
+  return { ...server, layOut: (next) => layOut(server.display, next), stop };
 }
 
 module.exports = { startXvfb, startXorgDummy };

@@ -10,13 +10,7 @@ function paeth(a, b, c) {
   return pb <= pc ? b : c;
 }
 
-const PREDICTORS = [
-  () => 0,
-  (a) => a,
-  (a, b) => b,
-  (a, b) => (a + b) >> 1,
-  paeth,
-];
+const PREDICTORS = [() => 0, (a) => a, (a, b) => b, (a, b) => (a + b) >> 1, paeth];
 
 /** { width, height, channels, pixels } of an 8-bit RGB or RGBA PNG without interlacing. */
 function decodePng(file) {
@@ -53,17 +47,7 @@ function pixelAt({ width, channels, pixels }, x, y) {
   return [...pixels.slice(at, at + 3)];
 }
 
-// Largest entry of the standard luminance table, which libjpeg scales by the quality.
-const LARGEST = 121;
-
-function qualityOf(table) {
-  return [...Array(101).keys()].slice(1).find((quality) => {
-    const scale = quality < 50 ? Math.floor(5000 / quality) : 200 - quality * 2;
-    return Math.min(255, Math.floor((LARGEST * scale + 50) / 100)) === Math.max(...table);
-  });
-}
-
-/** { width, height, quality } of a JPEG; the quality as its luminance table tells. */
+/** { width, height, quality } of a JPEG of a quality up to 50, as its luminance table tells. */
 function jpegInfo(file) {
   if (file.readUInt16BE(0) !== 0xffd8) throw new Error('not a JPEG');
   const info = {};
@@ -71,7 +55,8 @@ function jpegInfo(file) {
     const marker = file[at + 1];
     const body = at + 4;
     if (marker === 0xdb && (file[body] & 0x0f) === 0 && !info.quality) {
-      info.quality = qualityOf(file.slice(body + 1, body + 65));
+      // The standard table begins with 16; libjpeg scales it by 50 / quality.
+      info.quality = 800 / file[body + 1];
     } else if (marker >= 0xc0 && marker <= 0xc2) {
       info.height = file.readUInt16BE(body + 1);
       info.width = file.readUInt16BE(body + 3);

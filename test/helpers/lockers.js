@@ -2,6 +2,7 @@
 
 const fs = require('fs');
 const path = require('path');
+const { gdbus } = require('./compositors');
 const { start, untilReady } = require('./processes');
 const { startSession } = require('./session');
 const { SESSION, startSystemServices } = require('./system-services');
@@ -20,50 +21,35 @@ async function watchAnnouncements(env) {
   return { all, stop: monitor.stop };
 }
 
-// It asks loginctl for its session, which refuses where systemd does not run, and cannot unlock
-// without a picture of the user.
-function prepareCinnamon({ env, folder }) {
-  const programs = path.join(folder, 'bin');
-  fs.mkdirSync(programs);
-  fs.writeFileSync(path.join(programs, 'loginctl'), '#!/bin/sh\necho c1\n', { mode: 0o755 });
-  fs.writeFileSync(path.join(env.HOME, '.face'), Buffer.from(FACE, 'base64'));
-  Object.assign(env, { PATH: `${programs}:${env.PATH}`, XDG_CURRENT_DESKTOP: 'X-Cinnamon' });
-}
-
-function prepareLight({ env }) {
-  Object.assign(env, { XDG_SESSION_PATH: SESSION, XDG_SEAT_PATH: '/org/freedesktop/DisplayManager/Seat0' });
-}
-
 const LOCKERS = {
-  'light-locker': { name: 'org.freedesktop.ScreenSaver', prepare: prepareLight },
-  'cinnamon-screensaver': { name: 'org.cinnamon.ScreenSaver', prepare: prepareCinnamon },
+  'light-locker': ['org.freedesktop.ScreenSaver', ({ env }) => {
+    Object.assign(env, { XDG_SESSION_PATH: SESSION, XDG_SEAT_PATH: '/org/freedesktop/DisplayManager/Seat0' });
+  }],
+  // It asks loginctl for its session, which refuses where systemd does not run, and cannot unlock
+  // without a picture of the user.
+  'cinnamon-screensaver': ['org.cinnamon.ScreenSaver', ({ env, folder }) => {
+    fs.writeFileSync(path.join(folder, 'loginctl'), '#!/bin/sh\necho c1\n', { mode: 0o755 });
+    fs.writeFileSync(path.join(env.HOME, '.face'), Buffer.from(FACE, 'base64'));
+    Object.assign(env, { PATH: `${folder}:${env.PATH}`, XDG_CURRENT_DESKTOP: 'X-Cinnamon' });
+  }],
 };
 
 /** A private X11 session with a real screen locker. */
 async function startLocker(command) {
-  const { name, prepare } = LOCKERS[command];
+  const [name, prepare] = LOCKERS[command];
   const session = await startSession({ wm: false });
-  const stops = [session.stop];
-  const stop = async () => {
-    while (stops.length > 0) await stops.pop()();
-  };
   try {
     prepare(session);
-    stops.push((await startSystemServices(session.env)).stop);
+    session.stops.push((await startSystemServices(session.env)).stop);
     const locker = start(command, [], { env: session.env });
-    stops.push(locker.stop);
-    const owned = ['call', '--session', '--dest', 'org.freedesktop.DBus', '--object-path', '/',
-      '--method', 'org.freedesktop.DBus.NameHasOwner', name];
-    await untilReady(locker, async () => {
-      const asking = start('gdbus', owned, { env: session.env });
-      await asking.exited;
-      return /true/.test(asking.output);
-    }, `the owner of ${name}`);
+    session.stops.push(locker.stop);
+    const owned = () => gdbus(session.env, 'org.freedesktop.DBus', '/', 'org.freedesktop.DBus.NameHasOwner', name);
+    await untilReady(locker, async () => /true/.test(await owned()), `the owner of ${name}`);
   } catch (error) {
-    await stop();
+    await session.stop();
     throw error;
   }
-  return { env: session.env, stop };
+  return session;
 }
 
 module.exports = { startLocker, watchAnnouncements };

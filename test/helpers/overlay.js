@@ -55,19 +55,15 @@ async function openSelection(client, { callback } = {}) {
 /** Moves, presses and releases the real pointer: 'm x y', 'p [button]', 'r [button]'. */
 function act(client, ...steps) {
   for (const step of steps) {
-    const [what, ...numbers] = step.split(' ');
-    const [a, b] = numbers.map(Number);
+    const [what, a, b] = step.split(' ').map((word, i) => (i ? Number(word) : word));
     if (what === 'm') client.motion(a, b);
-    if (what === 'p') client.button(a || 1, true);
-    if (what === 'r') client.button(a || 1, false);
+    else client.button(a || 1, what === 'p');
   }
-  client.sync();
 }
 
 function key(client, code) {
   client.key(code, true);
   client.key(code, false);
-  client.sync();
 }
 
 const ESCAPE = 9;
@@ -103,7 +99,9 @@ function difference(a, b) {
 /** Cuts a rectangle out of a BGRX picture. */
 function crop(bytes, stride, x, y, width, height) {
   const rows = [];
-  for (let row = y; row < y + height; ++row) rows.push(bytes.slice((row * stride + x) * 4, (row * stride + x + width) * 4));
+  for (let row = y; row < y + height; ++row) {
+    rows.push(bytes.slice((row * stride + x) * 4, (row * stride + x + width) * 4));
+  }
   return Buffer.concat(rows);
 }
 
@@ -127,4 +125,4 @@ async function desktop(client, width, height) {
   return { id, draw };
 }
 
-module.exports = { ESCAPE, act, bgrx, crop, desktop, difference, findOverlay, key, onScreen, openSelection, settle };
+module.exports = { ESCAPE, act, bgrx, crop, desktop, difference, findOverlay, key, openSelection, settle };

@@ -20,7 +20,6 @@ function lazy(name, load) {
 lazy('kiv', () => require(path.join(build, 'kiv_native.node')));
 lazy('host', () => require(path.join(root, 'host', 'index.js')));
 lazy('bus', () => require(path.join(build, 'dbus_peer.node')));
-lazy('internals', () => require(path.join(build, 'kiv_internals.node')));
 lazy('X', () => require(path.join(build, 'x_client.node')));
 lazy('internals', () => require(path.join(build, 'kiv_internals.node')));
 global.require = require;

@@ -54,6 +54,8 @@ function start(command, args = [], { env = baseEnv(), cwd, stdio = ['ignore', 'p
   });
   started.stop = async (grace = 5000) => {
     if (!running.has(started)) return;
+    // Else nothing might keep the caller alive until then.
+    child.ref();
     child.kill('SIGTERM');
     const timer = setTimeout(() => child.kill('SIGKILL'), grace);
     await gone;

@@ -11,7 +11,8 @@ const { startWindowManager } = require('./wm');
 /**
  * A desktop of its own: folders, display, bus and window manager; nothing of the user's. `screens`
  * are Xvfb's sizes; `monitors` starts a real multi-monitor server instead; `wm` may name a window
- * manager; with display, wm or bus false that part is missing and cannot be reached.
+ * manager; with display, wm or bus false that part is missing and cannot be reached. What is added
+ * to `stops` ends before the rest does.
  */
 async function startSession({
   display = true, screens, extraArgs, monitors, wm = true, bus = true,
@@ -36,7 +37,7 @@ async function startSession({
     DBUS_SESSION_BUS_ADDRESS: `unix:path=${inside('no-session-bus')}`,
     DBUS_SYSTEM_BUS_ADDRESS: `unix:path=${inside('no-system-bus')}`,
   };
-  const session = { env, folder, stop };
+  const session = { env, folder, stop, stops };
   try {
     if (display) {
       const server = await (monitors ? startXorgDummy({ monitors }) : startXvfb({ screens, extraArgs }));

@@ -1,7 +1,7 @@
 'use strict';
 
 const { startCase } = require('./case');
-const { baseEnv, start } = require('./processes');
+const { baseEnv, start, untilReady } = require('./processes');
 
 /* global X, until */
 // A window mapped while the window manager starts may be missed: map it anew until one is taken.
@@ -35,16 +35,16 @@ const probe = async () => {
 async function startWindowManager(display, name = 'openbox') {
   const env = typeof display === 'string' ? { ...baseEnv(), DISPLAY: display } : display;
   const manager = start(name, [], { env });
-  const fail = async (reason) => {
-    await manager.stop();
-    throw new Error(`${name} does not manage windows: ${reason}\n${manager.output}`);
-  };
   const probing = startCase(probe, { env });
-  manager.child.once('exit', () => probing.stop());
-  const { code, stderr } = await probing.done.catch((error) => fail(error.message));
-  if (manager.result || manager.child.exitCode !== null) await fail('it ended');
-  if (code !== 0) await fail(stderr);
-  return { pid: manager.pid, stop: manager.stop };
+  try {
+    await untilReady(manager, () => probing.result, 'a window that it manages', 30000);
+  } finally {
+    await probing.stop();
+  }
+  const { code, stderr } = await probing.done;
+  if (code === 0) return { pid: manager.pid, stop: manager.stop };
+  await manager.stop();
+  throw new Error(`${name} does not manage windows: ${stderr}\n${manager.output}`);
 }
 
 module.exports = { startWindowManager };

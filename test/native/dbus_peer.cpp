@@ -27,9 +27,11 @@ std::mutex answers_mutex;
 std::map<std::string, Answer> answers;  // by "path interface.member"
 GDBusConnection* bus = nullptr;
 
-std::string Text(v8::Local<v8::Value> value) {
-  const Nan::Utf8String text(value);
-  return std::string(*text, static_cast<size_t>(text.length()));
+std::string Text(v8::Local<v8::Value> value) { return *Nan::Utf8String(value); }
+
+// The first three arguments: path, interface, member.
+std::string Key(const CallInfo& info) {
+  return Text(info[0]) + " " + Text(info[1]) + "." + Text(info[2]);
 }
 
 bool Throw(GError* error) {
@@ -75,14 +77,12 @@ GDBusMessage* OnMessage(GDBusConnection* connection, GDBusMessage* message, gboo
   answer.calls.push_back(Describe(arguments));
   CopyToLastArgument(answer.copy, arguments);
   if (!answer.hang) {
-    GDBusMessage* reply = nullptr;
-    if (!answer.error_name.empty()) {
-      reply = g_dbus_message_new_method_error_literal(message, answer.error_name.c_str(),
-                                                      answer.body.c_str());
-    } else {
-      reply = g_dbus_message_new_method_reply(message);
-      g_dbus_message_set_body(
-          reply, g_variant_parse(nullptr, answer.body.c_str(), nullptr, nullptr, nullptr));
+    const char* body = answer.body.c_str();
+    GDBusMessage* reply = answer.error_name.empty() ? g_dbus_message_new_method_reply(message)
+                                                    : g_dbus_message_new_method_error_literal(
+                                                          message, answer.error_name.c_str(), body);
+    if (answer.error_name.empty()) {
+      g_dbus_message_set_body(reply, g_variant_parse(nullptr, body, nullptr, nullptr, nullptr));
     }
     g_dbus_connection_send_message(connection, reply, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
                                    nullptr);
@@ -105,45 +105,29 @@ void Connect(const CallInfo& info) {
   g_dbus_connection_add_filter(bus, OnMessage, nullptr, nullptr);
 }
 
-// own(name)
-void Own(const CallInfo& info) {
-  GError* error = nullptr;
-  GVariant* reply =
-      g_dbus_connection_call_sync(bus, "org.freedesktop.DBus", "/", "org.freedesktop.DBus",
-                                  "RequestName", g_variant_new("(su)", Text(info[0]).c_str(), 4U),
-                                  nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
-  if (!Throw(error)) g_variant_unref(reply);
-}
-
 // answer(path, interface, member, {body, error, hang, copy})
 void SetAnswer(const CallInfo& info) {
   const auto how = info[3].As<v8::Object>();
   const auto get = [&](const char* key) {
-    return Nan::Get(how, Nan::New(key).ToLocalChecked()).ToLocalChecked();
+    const auto value = Nan::Get(how, Nan::New(key).ToLocalChecked()).ToLocalChecked();
+    return value->IsUndefined() ? std::string() : Text(value);
   };
-  Answer answer;
-  if (!get("body")->IsUndefined()) answer.body = Text(get("body"));
-  if (!get("error")->IsUndefined()) answer.error_name = Text(get("error"));
-  if (!get("copy")->IsUndefined()) answer.copy = Text(get("copy"));
-  answer.hang = Nan::To<bool>(get("hang")).FromJust();
   const std::lock_guard<std::mutex> lock(answers_mutex);
-  answers[Text(info[0]) + " " + Text(info[1]) + "." + Text(info[2])] = answer;
+  answers[Key(info)] = {get("body"), get("error"), get("copy"), !get("hang").empty(), {}};
 }
 
 // calls(path, interface, member): how often it has been called since its answer was set.
 void Calls(const CallInfo& info) {
   const std::lock_guard<std::mutex> lock(answers_mutex);
-  info.GetReturnValue().Set(static_cast<uint32_t>(
-      answers[Text(info[0]) + " " + Text(info[1]) + "." + Text(info[2])].calls.size()));
+  info.GetReturnValue().Set(static_cast<uint32_t>(answers[Key(info)].calls.size()));
 }
 
 // argumentsOf(path, interface, member): the arguments of each of those calls, as text.
 void ArgumentsOf(const CallInfo& info) {
   const std::lock_guard<std::mutex> lock(answers_mutex);
-  const auto& calls = answers[Text(info[0]) + " " + Text(info[1]) + "." + Text(info[2])].calls;
   const auto result = Nan::New<v8::Array>();
-  for (uint32_t i = 0; i < calls.size(); ++i) {
-    Nan::Set(result, i, Nan::New(calls[i]).ToLocalChecked());
+  for (const std::string& call : answers[Key(info)].calls) {
+    Nan::Set(result, result->Length(), Nan::New(call).ToLocalChecked());
   }
   info.GetReturnValue().Set(result);
 }
@@ -159,6 +143,16 @@ void Call(const CallInfo& info) {
   if (Throw(error)) return;
   info.GetReturnValue().Set(Nan::New(Describe(reply)).ToLocalChecked());
   g_variant_unref(reply);
+}
+
+// own(name): on return the bus knows it.
+void Own(const CallInfo& info) {
+  GError* error = nullptr;
+  GVariant* reply =
+      g_dbus_connection_call_sync(bus, "org.freedesktop.DBus", "/", "org.freedesktop.DBus",
+                                  "RequestName", g_variant_new("(su)", Text(info[0]).c_str(), 4U),
+                                  nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
+  if (!Throw(error)) g_variant_unref(reply);
 }
 
 // emit(path, interface, member, body, times): body is the text of a tuple, or empty for none.

@@ -39,10 +39,6 @@ int IntArgument(const CallInfo& info, int index) {
   return Nan::To<int32_t>(info[index]).FromMaybe(0);
 }
 
-void Set(v8::Local<v8::Object> object, const char* key, v8::Local<v8::Value> value) {
-  Nan::Set(object, Nan::New(key).ToLocalChecked(), value);
-}
-
 v8::Local<v8::Value> CopyOf(const kiv::ScreenSnap::image_data& block) {
   const auto* bytes = reinterpret_cast<const char*>(block.buffer.get());
   return Nan::CopyBuffer(bytes, static_cast<uint32_t>(block.size)).ToLocalChecked();
@@ -80,9 +76,9 @@ void Encode(const CallInfo& info) {
                         static_cast<unsigned>(IntArgument(info, 3)),
                         Nan::To<bool>(info[4]).FromJust(), Nan::To<bool>(info[5]).FromJust());
   const auto result = Nan::New<v8::Object>();
-  Set(result, "filename", kiv::ToJsString(snap.filename));
-  Set(result, "image", CopyOf(snap.image));
-  Set(result, "thumbnail", CopyOf(snap.thumbnail));
+  kiv::SetKey(result, "filename", kiv::ToJsString(snap.filename));
+  kiv::SetKey(result, "image", CopyOf(snap.image));
+  kiv::SetKey(result, "thumbnail", CopyOf(snap.thumbnail));
   info.GetReturnValue().Set(result);
 }
 
@@ -119,44 +115,11 @@ void SinkNanoseconds(const CallInfo& info) {
   info.GetReturnValue().Set(static_cast<double>(uv_hrtime() - start));
 }
 
-std::shared_ptr<kiv::DbusScreenshot> backend;
 std::weak_ptr<kiv::DbusScreenshot> selecting;
 
 void ReleaseRuntime() {
-  backend.reset();
   agent.OnRuntimeEnd();
   kiv::LogMessage::Setup(nullptr);
-}
-
-void SetupLogger(const CallInfo& info) { kiv::LogMessage::Setup(kiv::FunctionArgument(info, 0)); }
-
-// createBackend(): what the session's compositor is; the backend is kept for the calls below.
-void CreateBackend(const CallInfo& info) {
-  const kiv::EntryScope entry;
-  backend = kiv::DbusScreenshot::Create();
-  if (!backend) return info.GetReturnValue().SetNull();
-  const bool gnome = dynamic_cast<kiv::GnomeDbusScreenshot*>(backend.get()) != nullptr;
-  const auto result = Nan::New<v8::Object>();
-  Set(result, "name", kiv::ToJsString(gnome ? "gnome" : "plasma"));
-  Set(result, "selects", Nan::New(backend->SnapSelectionSupported()));
-  info.GetReturnValue().Set(result);
-}
-
-void DropBackend(const CallInfo& /*info*/) { backend.reset(); }
-
-void TemporaryName(const CallInfo& info) {
-  info.GetReturnValue().Set(kiv::ToJsString(backend->GetTmpFileName()));
-}
-
-// snapDisplay(): the size of the backend's picture of the active display, or null.
-void SnapDisplay(const CallInfo& info) {
-  const kiv::EntryScope entry;
-  const auto pixbuf = kiv::AdoptGObject(backend->SnapActiveDisplay());
-  if (!pixbuf) return info.GetReturnValue().SetNull();
-  const auto size = Nan::New<v8::Array>();
-  Nan::Set(size, 0, Nan::New(gdk_pixbuf_get_width(pixbuf.get())));
-  Nan::Set(size, 1, Nan::New(gdk_pixbuf_get_height(pixbuf.get())));
-  info.GetReturnValue().Set(size);
 }
 
 // selectArea(function): starts a selection as an accepted request does; nobody but the request
@@ -175,54 +138,42 @@ void SelectArea(const CallInfo& info) {
   chosen->SnapSelection(&agent.data_, context.release());
 }
 
-// selectionBackendAlive(): whether the last selection's backend still exists.
-void SelectionBackendAlive(const CallInfo& info) {
-  info.GetReturnValue().Set(!selecting.expired());
-}
-
-// unrefHandles(): nothing keeps the loop alive any more.
-void UnrefHandles(const CallInfo& /*info*/) {
-  uv_walk(
-      uv_default_loop(), [](uv_handle_t* handle, void*) { uv_unref(handle); }, nullptr);
-}
-
-void GuardIsFree(const CallInfo& info) { info.GetReturnValue().Set(agent.SnapGuardIsFree()); }
-
-kiv::PackageFamily Family(const CallInfo& info) {
-  return *Nan::Utf8String(info[0]) == std::string("deb") ? kiv::PackageFamily::kDebian
-                                                         : kiv::PackageFamily::kRpm;
-}
-
-// template("deb" or "rh"): the array's bytes.
-void Template(const CallInfo& info) {
-  const std::string_view text = kiv::UpgradeTemplate(Family(info));
-  info.GetReturnValue().Set(
-      Nan::CopyBuffer(text.data(), static_cast<uint32_t>(text.size())).ToLocalChecked());
-}
-
-// script("deb" or "rh", package, log): filled, for process 1.
+// script(package, log): the one for Debian, filled, for process 1.
 void Script(const CallInfo& info) {
-  const kiv::UpgradeRun run = {1, *Nan::Utf8String(info[1]), *Nan::Utf8String(info[2]), false};
-  info.GetReturnValue().Set(kiv::ToJsString(kiv::UpgradeScript(Family(info), run)));
+  const kiv::UpgradeRun run = {1, *Nan::Utf8String(info[0]), *Nan::Utf8String(info[1]), false};
+  info.GetReturnValue().Set(kiv::ToJsString(kiv::UpgradeScript(kiv::PackageFamily::kDebian, run)));
 }
+
+struct Method {
+  const char* name;
+  Nan::FunctionCallback run;
+};
+
+const Method kMethods[] = {
+    {"encode", Encode},
+    {"sink", Sink},
+    {"sinkNanoseconds", SinkNanoseconds},
+    {"script", Script},
+    {"selectArea", SelectArea},
+    {"setupLogger",
+     [](const CallInfo& info) { kiv::LogMessage::Setup(kiv::FunctionArgument(info, 0)); }},
+    // Whether the last selection's backend still exists.
+    {"selectionBackendAlive",
+     [](const CallInfo& info) { info.GetReturnValue().Set(!selecting.expired()); }},
+    {"guardIsFree",
+     [](const CallInfo& info) { info.GetReturnValue().Set(agent.SnapGuardIsFree()); }},
+    // Nothing keeps the loop alive any more.
+    {"unrefHandles",
+     [](const CallInfo& /*info*/) {
+       const auto unref = [](uv_handle_t* handle, void* /*data*/) { uv_unref(handle); };
+       uv_walk(uv_default_loop(), unref, nullptr);
+     }},
+};
 
 void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
   kiv::OnModuleRegistered(ReleaseRuntime);
-  Nan::SetMethod(exports, "encode", Encode);
-  Nan::SetMethod(exports, "sink", Sink);
-  Nan::SetMethod(exports, "template", Template);
-  Nan::SetMethod(exports, "script", Script);
+  for (const Method& method : kMethods) Nan::SetMethod(exports, method.name, method.run);
   AddX11Helpers(exports);
-  Nan::SetMethod(exports, "sinkNanoseconds", SinkNanoseconds);
-  Nan::SetMethod(exports, "setupLogger", SetupLogger);
-  Nan::SetMethod(exports, "createBackend", CreateBackend);
-  Nan::SetMethod(exports, "dropBackend", DropBackend);
-  Nan::SetMethod(exports, "temporaryName", TemporaryName);
-  Nan::SetMethod(exports, "snapDisplay", SnapDisplay);
-  Nan::SetMethod(exports, "selectArea", SelectArea);
-  Nan::SetMethod(exports, "selectionBackendAlive", SelectionBackendAlive);
-  Nan::SetMethod(exports, "unrefHandles", UnrefHandles);
-  Nan::SetMethod(exports, "guardIsFree", GuardIsFree);
 }
 
 }  // namespace
