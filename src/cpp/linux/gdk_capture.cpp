@@ -1,11 +1,6 @@
 #include "gdk_capture.h"
 
-#include <X11/Xatom.h>
 #include <gdk/gdkx.h>
-
-#include <optional>
-
-#include "tools_x11_linux.h"
 
 namespace kiv {
 
@@ -34,50 +29,12 @@ GdkRectangle AreaOf(GdkWindow* root) {
   return area;
 }
 
-// In points from the root window's corner; nothing when no window is active. Through Xlib: for
-// every window that gdk_screen_get_active_window has named GDK 3.24 keeps a GdkWindow until it
-// hears of the window's end, which nobody asks the server to tell it. A test counts them.
-std::optional<GdkRectangle> ActiveWindowArea(GdkScreen* screen, int scale) {
-  if (!gdk_x11_screen_supports_net_wm_hint(screen,
-                                           gdk_atom_intern_static_string("_NET_ACTIVE_WINDOW"))) {
-    return std::nullopt;
-  }
-  Display* display = GDK_SCREEN_XDISPLAY(screen);
-  const Window root = GDK_WINDOW_XID(gdk_screen_get_root_window(screen));
-  const auto active =
-      tools_x11::read_property(display, root, gdk_x11_get_xatom_by_name("_NET_ACTIVE_WINDOW"));
-  const Window window = active.status == Success ? active.FirstItem() : None;
-  if (active.type != XA_WINDOW || active.format != 32 || window == None) return std::nullopt;
-  Window ignored = None;
-  int x = 0;
-  int y = 0;
-  unsigned width = 0;
-  unsigned height = 0;
-  unsigned border = 0;
-  unsigned depth = 0;
-  if (!XGetGeometry(display, window, &ignored, &x, &y, &width, &height, &border, &depth) ||
-      !XTranslateCoordinates(display, window, root, 0, 0, &x, &y, &ignored)) {
-    return std::nullopt;
-  }
-  return GdkRectangle{x / scale, y / scale, static_cast<int>(width) / scale,
-                      static_cast<int>(height) / scale};
-}
-
-// The monitor that shows most of the area, or the one nearest to its middle.
-int MonitorAt(GdkScreen* screen, const GdkRectangle& area) {
-  int best = -1;
-  int most = 0;
-  for (int i = 0; i < gdk_screen_get_n_monitors(screen); ++i) {
-    GdkRectangle monitor = {};
-    gdk_screen_get_monitor_geometry(screen, i, &monitor);
-    GdkRectangle common = {};
-    if (!gdk_rectangle_intersect(&area, &monitor, &common)) continue;
-    if (common.width * common.height <= most) continue;
-    most = common.width * common.height;
-    best = i;
-  }
-  if (best >= 0) return best;
-  return gdk_screen_get_monitor_at_point(screen, area.x + area.width / 2, area.y + area.height / 2);
+// GDK keeps its record of another client's window until it hears of the window's end, which the
+// server tells those who ask.
+void AskForTheEndOf(GdkWindow* window) {
+  const int asked = gdk_window_get_events(window);
+  if ((asked & GDK_STRUCTURE_MASK) != 0) return;
+  gdk_window_set_events(window, static_cast<GdkEventMask>(asked | GDK_STRUCTURE_MASK));
 }
 
 }  // namespace
@@ -94,10 +51,12 @@ GdkRectangle ActiveDisplayArea() {
   if (!root) return {};
   const GdkErrorTrap trap;
   GdkScreen* screen = gdk_window_get_screen(root);
-  const auto active = ActiveWindowArea(screen, gdk_window_get_scale_factor(root));
+  const auto active = AdoptGObject(gdk_screen_get_active_window(screen));
   if (!active) return AreaOf(root);
+  AskForTheEndOf(active.get());
   GdkRectangle area = {};
-  gdk_screen_get_monitor_geometry(screen, MonitorAt(screen, *active), &area);
+  gdk_screen_get_monitor_geometry(screen, gdk_screen_get_monitor_at_window(screen, active.get()),
+                                  &area);
   return area;
 }
 
