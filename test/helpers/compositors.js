@@ -83,7 +83,8 @@ idle-delay=uint32 0
   return stop;
 }
 
-async function startKwin({ env, folder }, { size }) {
+async function startKwin(session, { size }) {
+  const { env, folder } = session;
   // A copy has no file capabilities, which a container may forbid.
   const program = path.join(folder, 'kwin_wayland');
   fs.copyFileSync(KWIN, program);
@@ -100,6 +101,7 @@ mv '${told}.new' '${told}'\n`, { mode: 0o755 });
   }
   await untilReady(kwin, async () => /screenshotFullscreen/.test(await gdbus(env, 'org.kde.KWin', '/Screenshot',
     'org.freedesktop.DBus.Introspectable.Introspect')), 'the screenshot service', 20000);
+  session.compositorPid = kwin.pid;
   return () => stopWithChildren(kwin);
 }
 

@@ -43,6 +43,7 @@ async function startSession({
       const server = await (monitors ? startXorgDummy({ monitors }) : startXvfb({ screens, extraArgs }));
       stops.push(server.stop);
       env.DISPLAY = session.display = server.display;
+      session.serverPid = server.pid;
       if (server.layOut) session.layOut = server.layOut;
     }
     if (bus) {
