@@ -161,6 +161,12 @@
           'libraries': ['-ldl'],
         },
         {
+          # For LD_PRELOAD; no add-on.
+          'target_name': 'kiv_allocations',
+          'sources': ['test/native/allocations.cpp'],
+          'libraries': ['-ldl'],
+        },
+        {
           'target_name': 'x_client',
           'sources': ['test/native/x_client.cpp'],
           'cflags': ['<!@(pkg-config --cflags-only-I x11 xtst xi xres xscrnsaver | sed s/-I/-isystem/g)'],

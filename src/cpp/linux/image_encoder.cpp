@@ -45,9 +45,11 @@ void Save(GdkPixbuf* pixbuf, const Format& format, ScreenSnap::image_data* block
   const char* keys[] = {format.quality ? "quality" : nullptr, nullptr};
   const char* values[] = {format.quality, nullptr};
   ByteSink sink;
-  gdk_pixbuf_save_to_callbackv(pixbuf, FetchPixbufImageCallback, &sink, format.type,
-                               const_cast<char**>(keys), const_cast<char**>(values),
-                               CollectError(error));
+  const bool saved = gdk_pixbuf_save_to_callbackv(pixbuf, FetchPixbufImageCallback, &sink,
+                                                  format.type, const_cast<char**>(keys),
+                                                  const_cast<char**>(values), CollectError(error));
+  // What the saver for PNG says when it gets no memory itself is nothing.
+  if (!saved && !*error) SetOutOfMemory(CollectError(error));
   try {
     sink.Finish(block);
   } catch (const std::bad_alloc&) {
