@@ -19,8 +19,11 @@ const WORK = {
     kiv.getScreenSnapAsync('desktop', done);
     setImmediate(done, { width: 0, height: 0, data: Buffer.alloc(0) });
   });`,
-  'a selection': `const take = async () => {
+  'a selection': `const screen = () => client.getImage(client.rootWindow(0), 0, 0, 200, 160);
+  const bare = screen();
+  const take = async () => {
     let result = null;
+    await until(() => screen().equals(bare), { what: 'a screen without the last overlay' });
     kiv.getScreenSnapAsync('selection', (snap) => { result = snap; });
     const free = () => { let busy = true; kiv.getScreenSnapAsync('display', () => { busy = false; }); return !busy; };
     const id = await until(() => result || findOverlay(client));

@@ -28,7 +28,7 @@ let stood = 0;
 /** A case that awaits fault() once: resolves when it does so. `go()` lets it go on. */
 async function standing(source, options) {
   const file = path.join(options.env.HOME, `go-${++stood}`);
-  const started = startCase(`const GO = '${file}'; ${HELD} ${source}`, options);
+  const started = startCase(`const GO = '${file}'; ${HELD} { ${source} }`, options);
   await started.reported(1, { timeout: 20000 });
   started.go = () => fs.writeFileSync(file, '');
   return started;

@@ -72,8 +72,11 @@ void HandleNextEvent(DesktopSessionData* data) {
   if (!XGetEventData(display, cookie)) return;
   RawPress press;
   if (cookie->evtype == XI_RawKeyPress || cookie->evtype == XI_RawButtonPress) {
-    const auto* raw = static_cast<const XIRawEvent*>(cookie->data);
-    press = {cookie->evtype, raw->detail, raw->sourceid, raw->time};
+    press.type = cookie->evtype;
+    // Null where Xlib had no memory for it. A press it is all the same.
+    if (const auto* raw = static_cast<const XIRawEvent*>(cookie->data)) {
+      press = {cookie->evtype, raw->detail, raw->sourceid, raw->time};
+    }
   }
   // Freed before anything that may close the connection.
   XFreeEventData(display, cookie);

@@ -1,5 +1,9 @@
 #include "session_bus.h"
 
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -54,9 +58,25 @@ class Deadline {
   std::thread thread_;
 };
 
+// GLib ends the process when it finds no descriptor for a main context of its own, as every call
+// needs one.
+bool HasDescriptors() {
+  constexpr int kEnough = 12;
+  int taken[kEnough];
+  int count = 0;
+  while (count < kEnough && (taken[count] = eventfd(0, EFD_CLOEXEC)) >= 0) ++count;
+  for (int i = 0; i < count; ++i) close(taken[i]);
+  return count == kEnough;
+}
+
 }  // namespace
 
 GObjectPtr<GDBusConnection> ConnectSessionBus(GErrorPtr* error) {
+  if (!HasDescriptors()) {
+    g_set_error_literal(CollectError(error), G_IO_ERROR, G_IO_ERROR_TOO_MANY_OPEN_FILES,
+                        g_strerror(EMFILE));
+    return nullptr;
+  }
   const Deadline deadline;
   auto bus =
       AdoptGObject(g_bus_get_sync(G_BUS_TYPE_SESSION, deadline.cancellable(), CollectError(error)));
