@@ -1,6 +1,6 @@
 {
   'variables': {
-    # Development builds add -Werror and the test-only add-ons: configure -- -Dkiv_dev=1
+    # Development builds add -Werror and the add-ons of tests, benchmarks and examples: configure -- -Dkiv_dev=1
     'kiv_dev%': 0,
     'nan_dir': '<!(node -p "path.dirname(require.resolve(\'nan\'))")',
     'module_libs': 'gtk+-3.0 gio-2.0 gdk-pixbuf-2.0 cairo x11 xi xscrnsaver xinerama',
@@ -148,6 +148,13 @@
           'defines': ['GDK_VERSION_MIN_REQUIRED=GDK_VERSION_3_18'],
           'cflags': ['<!@(pkg-config --cflags-only-I gtk+-3.0 x11 | sed s/-I/-isystem/g)'],
           'libraries': ['<!@(pkg-config --libs gtk+-3.0 x11)'],
+        },
+        {
+          'target_name': 'example_button_window',
+          'sources': ['examples/selection-button/button_window.cpp'],
+          'defines': ['<@(oldest_releases)'],
+          'cflags': ['<!@(pkg-config --cflags-only-I gtk+-3.0 | sed s/-I/-isystem/g)'],
+          'libraries': ['<!@(pkg-config --libs gtk+-3.0)'],
         },
         {
           'target_name': 'kiv_faults',
