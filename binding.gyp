@@ -1,6 +1,7 @@
 {
   'variables': {
-    # Development builds add -Werror and the test-only add-ons: configure -- -Dkiv_dev=1
+    # Development builds add -Werror and the add-ons of tests, benchmarks and examples:
+    # configure -- -Dkiv_dev=1
     'kiv_dev%': 0,
     'nan_dir': '<!(node -p "path.dirname(require.resolve(\'nan\'))")',
     'module_libs': 'gtk+-3.0 gio-2.0 gdk-pixbuf-2.0 cairo x11 xi xscrnsaver xinerama',
@@ -154,6 +155,13 @@
           'sources': ['bench/native/soak.cpp'],
           'cflags': ['<!@(pkg-config --cflags-only-I gio-2.0 x11 xtst | sed s/-I/-isystem/g)'],
           'libraries': ['<!@(pkg-config --libs gio-2.0 x11 xtst)'],
+        },
+        {
+          'target_name': 'example_button_window',
+          'sources': ['examples/selection-button/button_window.cpp'],
+          'defines': ['<@(oldest_releases)'],
+          'cflags': ['<!@(pkg-config --cflags-only-I gtk+-3.0 | sed s/-I/-isystem/g)'],
+          'libraries': ['<!@(pkg-config --libs gtk+-3.0)'],
         },
         {
           'target_name': 'kiv_faults',

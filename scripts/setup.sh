@@ -181,7 +181,7 @@ build_for_runtime_locked() {
   local folder=$PWD/.cache/runtime-$1 prefix=$2
   say "building for Node $1"
   mkdir -p "$folder"
-  cp -ru binding.gyp package.json index.js src host bench test "$folder"
+  cp -ru binding.gyp package.json index.js src host bench examples test "$folder"
   ln -sfn "$PWD/node_modules" "$folder/node_modules"
   (
     cd "$folder"
