@@ -3,6 +3,9 @@
     # Development builds add -Werror and the add-ons of tests, benchmarks and examples:
     # configure -- -Dkiv_dev=1
     'kiv_dev%': 0,
+    # The fuzzer's add-on, for clang only: scripts/fuzz
+    'kiv_fuzz%': 0,
+    'kiv_fuzz_engine%': '',
     'nan_dir': '<!(node -p "path.dirname(require.resolve(\'nan\'))")',
     'module_libs': 'gtk+-3.0 gio-2.0 gdk-pixbuf-2.0 cairo x11 xi xscrnsaver xinerama',
     # The oldest releases that are supported; newer calls warn, later deprecations do not.
@@ -181,6 +184,26 @@
           'libraries': ['<!@(pkg-config --libs x11 xtst xi xres xscrnsaver)'],
         },
       ],
+    }],
+    ['kiv_fuzz==1', {
+      'targets': [{
+        # The module once more, with libFuzzer, which sees the way that an input takes through it.
+        'target_name': 'kiv_fuzz',
+        'dependencies': ['upgrade_templates'],
+        'sources': ['fuzz/native/fuzz.cpp', 'fuzz/native/bus.cpp', 'fuzz/native/files.cpp',
+                    'fuzz/native/host_functions.cpp', 'fuzz/native/properties.cpp',
+                    '<@(module_sources)'],
+        'defines': ['<@(oldest_releases)'],
+        'cflags': [
+          '<!@(pkg-config --cflags-only-I <(module_libs) | sed s/-I/-isystem/g)',
+          '-fno-omit-frame-pointer',
+          '-fsanitize=fuzzer-no-link,address,undefined', '-fno-sanitize=vptr,function',
+          '-fno-sanitize-recover=all',
+        ],
+        # libFuzzer's entry points must win over the empty ones in the preloaded sanitizer.
+        'ldflags': ['-fsanitize=address,undefined', '-shared-libasan', '-Wl,--exclude-libs,ALL'],
+        'libraries': ['<(kiv_fuzz_engine)', '<!@(pkg-config --libs <(module_libs))', '-ldl'],
+      }],
     }],
   ],
 }

@@ -213,3 +213,37 @@ build_for_runtime() {
   prefix=$(cached_node "$1")
   locked build_for_runtime_locked "$1" "$prefix"
 }
+
+# Sets FUZZ_ENGINE and FUZZ_SANITIZER, the libraries of the clang at hand.
+need_fuzz_engine() {
+  local machine runtime
+  machine=$(uname -m)
+  need_packages clang:@clang
+  runtime=$(clang -print-file-name="libclang_rt.fuzzer_no_main-$machine.a")
+  # Part of clang's own package, or of one beside it, from release to release.
+  [ -e "$runtime" ] || need_packages "libclang-rt-$(clang -dumpversion | cut -d. -f1)-dev"
+  FUZZ_ENGINE=$(clang -print-file-name="libclang_rt.fuzzer_no_main-$machine.a")
+  FUZZ_SANITIZER=$(clang -print-file-name="libclang_rt.asan-$machine.so")
+  [ -e "$FUZZ_ENGINE" ] && [ -e "$FUZZ_SANITIZER" ] || die "clang comes without its libFuzzer"
+}
+
+# The fuzzer's add-on, by another compiler in a folder of its own.
+build_fuzz_locked() {
+  local folder=$PWD/.cache/fuzz
+  say "building the fuzzer"
+  mkdir -p "$folder/fuzz"
+  cp -ru binding.gyp package.json src "$folder"
+  cp -ru fuzz/native "$folder/fuzz"
+  ln -sfn "$PWD/node_modules" "$folder/node_modules"
+  (
+    cd "$folder"
+    export CC=clang CXX=clang++
+    if [ ! -e build/Makefile ] || [ binding.gyp -nt build/Makefile ]; then
+      "${NODE_GYP[@]}" configure --silent "--nodedir=$NODE_PREFIX" -- -Dkiv_fuzz=1 -Dkiv_dev=1 \
+        "-Dkiv_fuzz_engine=$FUZZ_ENGINE" >&2
+    fi
+    make -s -C build -j 2 BUILDTYPE=Release kiv_fuzz >&2
+  ) || die "the fuzzer's build failed"
+}
+
+build_fuzz() { locked build_fuzz_locked; }
