@@ -1,5 +1,6 @@
 // One add-on that is the module, libFuzzer and the targets.
 
+#include <glib.h>
 #include <nan.h>
 
 // The module is registered by this add-on's own registration.
@@ -82,7 +83,7 @@ void WithBytes(const CallInfo& info) {
 
 void SetVictim(const CallInfo& info) { fuzz::SetVictim(Nan::To<int32_t>(info[0]).FromJust()); }
 
-void Iterate(const CallInfo& /*info*/) { g_main_context_iteration(nullptr, FALSE); }
+void Iterate(const CallInfo& /*info*/) { g_main_context_iteration(nullptr, false); }
 
 void Settle(const CallInfo& /*info*/) { fuzz::Settle(); }
 
@@ -110,7 +111,7 @@ void Check(bool held, const char* what) {
 
 void Settle() {
   constexpr int kTurns = 50;
-  for (int i = 0; i < kTurns && g_main_context_iteration(nullptr, FALSE); ++i) {
+  for (int i = 0; i < kTurns && g_main_context_iteration(nullptr, false); ++i) {
   }
   // The main script never returns, so this is the only loop of libuv.
   uv_run(uv_default_loop(), UV_RUN_NOWAIT);

@@ -34,7 +34,10 @@ bool Behave() {
 
 void Answer(std::string& out) {
   Behave();
-  if (!steps) return out.assign("text/");
+  if (!steps) {
+    out = "text/";
+    return;
+  }
   if (steps->ConsumeBool()) out = steps->ConsumeRandomLengthString();
   if (steps->ConsumeIntegralInRange(0, 20) == 0) out.append(size_t{1} << 20, '\xff');
 }
