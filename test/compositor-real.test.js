@@ -7,6 +7,7 @@ const path = require('path');
 const { describe, test } = require('node:test');
 const { GNOME_BACKGROUND, KWIN, startCompositor } = require('./helpers/compositors');
 const { need } = require('./helpers/need');
+const { NODE } = require('./helpers/processes');
 const { share } = require('./helpers/suite');
 const { until } = require('./helpers/until');
 
@@ -65,7 +66,7 @@ describe('KWin', { skip: need(KWIN, 'Xwayland', 'kbuildsycoca5', 'gdbus') }, () 
     fs.writeFileSync(path.join(folder, 'kiv-test.desktop'), `[Desktop Entry]
 Type=Application
 Name=Test
-Exec=${fs.realpathSync(process.execPath)}
+Exec=${fs.realpathSync(NODE)}
 X-KDE-DBUS-Restricted-Interfaces=org.kde.kwin.Screenshot
 `);
     execFileSync('kbuildsycoca5', [], { env, timeout: 20000, stdio: 'pipe' });

@@ -5,6 +5,7 @@
 const assert = require('assert');
 const { describe, test } = require('node:test');
 const { startCase } = require('./helpers/case');
+const { NODE } = require('./helpers/processes');
 const { inSession, share, withStandIn } = require('./helpers/suite');
 const { startSession } = require('./helpers/session');
 
@@ -121,7 +122,7 @@ test('GNOME Shell writes nothing, refuses, or cannot be told the path; KWin neve
   assert.deepStrictEqual(await run(() => {
     serve('gnome');
     report([kiv.getScreenSnap('desktop').width, argumentsOf('gnome', 'Screenshot'), log]);
-  }, { node: 'sh', nodeArgs: ['-c', 'TMPDIR=$(printf "/tmp/\\377") exec "$0" "$@"', process.execPath] }),
+  }, { node: 'sh', nodeArgs: ['-c', 'TMPDIR=$(printf "/tmp/\\377") exec "$0" "$@"', NODE] }),
   [0, [], ['error DBUS Screenshot: no usable name for a temporary file']]);
 
   const [width, lines, time] = await run(() => {

@@ -5,7 +5,7 @@ const fs = require('fs');
 const path = require('path');
 const { after, before, test } = require('node:test');
 const { runCase } = require('./helpers/case');
-const { baseEnv, start, untilReady } = require('./helpers/processes');
+const { NODE, baseEnv, start, untilReady } = require('./helpers/processes');
 const { sanitizerEnv } = require('./helpers/sanitizer');
 const { startSession } = require('./helpers/session');
 const { jpegInfo } = require('./helpers/images');
@@ -19,7 +19,7 @@ const inside = (name) => path.join(session.folder, name);
 // An example as a person starts it, but on the build under test. `leaks` as for a case.
 function example(name, args, { env = {}, leaks = true } = {}) {
   const build = process.env.KIV_BUILD || 'Release';
-  return start(process.env.KIV_NODE || process.execPath,
+  return start(NODE,
     ['-r', './test/helpers/use_build.js', `examples/${name}`, ...args],
     { env: { ...baseEnv(), KIV_BUILD: build, ...sanitizerEnv({ leaks }), ...session.env, ...env }, cwd: ROOT });
 }

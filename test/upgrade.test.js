@@ -9,7 +9,7 @@ const path = require('path');
 const { after, before, test } = require('node:test');
 const { makeBox, needBox } = require('./helpers/box');
 const { runCase, startCase } = require('./helpers/case');
-const { alive, baseEnv } = require('./helpers/processes');
+const { NODE, alive, baseEnv } = require('./helpers/processes');
 const { inSession, look } = require('./helpers/suite');
 const { until } = require('./helpers/until');
 
@@ -36,7 +36,7 @@ const write = (file, text = '') => {
   fs.writeFileSync(file, text, { mode: 0o755 });
   return file;
 };
-const wrapper = (name, text) => write(box.inside(name), `#!/bin/bash\n${text}'${process.execPath}' "$@"\n`);
+const wrapper = (name, text) => write(box.inside(name), `#!/bin/bash\n${text}'${NODE}' "$@"\n`);
 // Even a script that a failing case left behind finds nothing to install with.
 const safe = () => ({ HOME: box.inside('home'), PATH: idle, KIV_RECORD: '/dev/null', KIV_NOW: String(process.pid) });
 

@@ -7,6 +7,7 @@ const path = require('path');
 const { test } = require('node:test');
 const { needBox } = require('../helpers/box');
 const { nothingLeft, standing, whatIsThere } = require('../helpers/faults');
+const { NODE } = require('../helpers/processes');
 const { inSession, withHost, withStandIn } = require('../helpers/suite');
 
 // Descriptors that are left beyond the highest that is open.
@@ -64,7 +65,7 @@ function withFullFolder(session, folder) {
   fs.mkdirSync(folder, { recursive: true });
   const script = path.join(session.folder, 'full');
   fs.writeFileSync(script, `#!/bin/sh
-exec unshare --mount --propagation private sh -c 'mount -t tmpfs -o size=8k none "${folder}" && exec "$0" "$@"' "${process.env.KIV_NODE || process.execPath}" "$@"
+exec unshare --mount --propagation private sh -c 'mount -t tmpfs -o size=8k none "${folder}" && exec "$0" "$@"' "${NODE}" "$@"
 `, { mode: 0o755 });
   return script;
 }

@@ -4,6 +4,7 @@ const { spawnSync } = require('child_process');
 const fs = require('fs');
 const os = require('os');
 const path = require('path');
+const { NODE } = require('./processes');
 
 const ROOT = path.join(__dirname, '..', '..');
 const BASE = ['ps', 'which', 'grep', 'rm', 'tee', 'bash', 'cat'];
@@ -69,7 +70,7 @@ function makeBox({ machine = ['sudo', 'dpkg', 'apt-get'] } = {}) {
   script(inside('tool'), TOOL);
   for (const name of machine) script(inside('machine', name), TOOL);
   script(inside('enter'), ENTER(folder));
-  script(inside('node'), `#!/bin/bash\nexec '${inside('enter')}' '${process.execPath}' "$@"\n`);
+  script(inside('node'), `#!/bin/bash\nexec '${inside('enter')}' '${NODE}' "$@"\n`);
   return {
     folder,
     inside,

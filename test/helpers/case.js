@@ -1,7 +1,7 @@
 'use strict';
 
 const path = require('path');
-const { baseEnv, start } = require('./processes');
+const { NODE, baseEnv, start } = require('./processes');
 const { sanitizerEnv } = require('./sanitizer');
 const { until } = require('./until');
 
@@ -28,7 +28,7 @@ function reportsIn(text) {
  * own memory is not freed then.
  */
 function startCase(source, {
-  env, args = [], timeout = 30000, node = process.env.KIV_NODE || process.execPath, nodeArgs = [],
+  env, args = [], timeout = 30000, node = NODE, nodeArgs = [],
   leaks = true,
 } = {}) {
   const kind = kindOf(source);

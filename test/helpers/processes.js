@@ -5,6 +5,8 @@ const fs = require('fs');
 const { until } = require('./until');
 
 const running = new Set();
+/** What loads the module: a runtime that may be older than the test runner's. */
+const NODE = process.env.KIV_NODE || process.execPath;
 
 /** What every child gets; nothing of the user's session. */
 function baseEnv() {
@@ -99,4 +101,4 @@ for (const [signal, code] of [['SIGINT', 130], ['SIGTERM', 143], ['SIGHUP', 129]
   process.once(signal, () => process.exit(code));
 }
 
-module.exports = { baseEnv, start, untilReady, alive };
+module.exports = { NODE, baseEnv, start, untilReady, alive };
