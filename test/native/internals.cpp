@@ -9,6 +9,7 @@
 
 #include "../../src/cpp/addon.h"
 #include "../../src/cpp/js_callback.h"
+#include "../../src/cpp/linux/active_window.h"
 #include "../../src/cpp/linux/byte_sink.h"
 #include "../../src/cpp/linux/dbus_screenshot.h"
 #include "../../src/cpp/linux/glib_ptr.h"
@@ -16,13 +17,14 @@
 #include "../../src/cpp/linux/upgrade_script.h"
 #include "../../src/cpp/logging.h"
 #include "../../src/cpp/screen_snap.h"
+#include "../../src/cpp/snap_result.h"
 #include "internals_x11.h"
 
 namespace {
 
 using kiv::CallInfo;
 
-// An agent of this add-on's own, never set up: it keeps the record and the guard.
+// An agent of this add-on's own, for the record and the guard; set up by activeTask() alone.
 kiv::DesktopSessionAgent agent;
 
 }  // namespace
@@ -144,6 +146,16 @@ void Script(const CallInfo& info) {
   info.GetReturnValue().Set(kiv::ToJsString(kiv::UpgradeScript(kiv::PackageFamily::kDebian, run)));
 }
 
+// activeTask(): what every snapshot begins with, alone.
+void ActiveTask(const CallInfo& info) {
+  if (!agent.data_.display) agent.Setup();
+  kiv::FetchActiveTaskInfo(&agent.data_);
+  const auto result = Nan::New<v8::Object>();
+  kiv::SetText(result, "title", agent.data_.snap.activeWindowTitle);
+  kiv::SetText(result, "process", agent.data_.snap.activeProcessName);
+  info.GetReturnValue().Set(result);
+}
+
 struct Method {
   const char* name;
   Nan::FunctionCallback run;
@@ -154,6 +166,7 @@ const Method kMethods[] = {
     {"sink", Sink},
     {"sinkNanoseconds", SinkNanoseconds},
     {"script", Script},
+    {"activeTask", ActiveTask},
     {"selectArea", SelectArea},
     {"setupLogger",
      [](const CallInfo& info) { kiv::LogMessage::Setup(kiv::FunctionArgument(info, 0)); }},
