@@ -69,7 +69,7 @@ export interface InputInfo {
 /**
  * Announces that the screen was locked or unlocked by calling its own `emit` with "screen_lock" or
  * "screen_unlock". The module gives it no `emit`: make it an event emitter. The newest object gets
- * the events, for as long as JavaScript keeps it.
+ * the events, until it or an older one is collected: keep one, and keep it.
  */
 export class ScreenLockMonitor {
   constructor();

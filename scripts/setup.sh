@@ -224,7 +224,9 @@ need_fuzz_engine() {
   [ -e "$runtime" ] || need_packages "libclang-rt-$(clang -dumpversion | cut -d. -f1)-dev"
   FUZZ_ENGINE=$(clang -print-file-name="libclang_rt.fuzzer_no_main-$machine.a")
   FUZZ_SANITIZER=$(clang -print-file-name="libclang_rt.asan-$machine.so")
-  [ -e "$FUZZ_ENGINE" ] && [ -e "$FUZZ_SANITIZER" ] || die "clang comes without its libFuzzer"
+  if [ ! -e "$FUZZ_ENGINE" ] || [ ! -e "$FUZZ_SANITIZER" ]; then
+    die "clang comes without its libFuzzer"
+  fi
 }
 
 # The fuzzer's add-on, by another compiler in a folder of its own.
