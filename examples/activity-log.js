@@ -87,6 +87,8 @@ let stopped = false;
 function stop() {
   if (stopped) return;
   stopped = true;
+  // That this function holds the monitor keeps it from being collected, and its events coming.
+  monitor.removeAllListeners();
   write('stop');
   kiv.teardown();
   fs.closeSync(file);

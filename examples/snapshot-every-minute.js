@@ -93,4 +93,10 @@ monitor.on('screen_unlock', () => { locked = false; });
 
 tick();
 kiv.setInterval(tick, options.every * 1000);
-for (const signal of ['SIGINT', 'SIGTERM', 'SIGHUP']) process.once(signal, () => kiv.teardown());
+
+function stop() {
+  // That this function holds the monitor keeps it from being collected, and its events coming.
+  monitor.removeAllListeners();
+  kiv.teardown();
+}
+for (const signal of ['SIGINT', 'SIGTERM', 'SIGHUP']) process.once(signal, stop);

@@ -8,6 +8,7 @@ const { runCase } = require('./helpers/case');
 const { NODE, baseEnv, start, untilReady } = require('./helpers/processes');
 const { sanitizerEnv } = require('./helpers/sanitizer');
 const { startSession } = require('./helpers/session');
+const { look } = require('./helpers/suite');
 const { jpegInfo } = require('./helpers/images');
 
 const ROOT = path.join(__dirname, '..');
@@ -26,21 +27,23 @@ function example(name, args, { env = {}, leaks = true } = {}) {
 
 // Signals reach an example from the moment its match rules are at the bus: they are repeated until
 // the text that `seen` looks for says so.
-const lock = (active, seen) => runCase(async (state, file, count) => {
+const lock = (active, seen) => look(async (state, file, count) => {
   const { readFileSync } = require('fs');
   bus.connect(process.env.DBUS_SESSION_BUS_ADDRESS);
   await until(() => {
     for (let i = 0; i < 2; ++i) bus.emit('/org/gnome/ScreenSaver', 'org.gnome.ScreenSaver', 'ActiveChanged', `(${state},)`);
     return !file || readFileSync(file, 'utf8').split(state ? '"lock"' : '"unlock"').length > count;
   }, { what: `the screen ${state ? 'locked' : 'unlocked'}` });
+  report(true);
 }, { env: session.env, args: [active, ...seen] });
-const press = (keys, clicks) => runCase((letters, buttons) => {
+const press = (keys, clicks) => look((letters, buttons) => {
   const client = X.open(process.env.DISPLAY);
   const both = (method, code) => { client[method](code, true); client[method](code, false); };
   for (let i = 0; i < letters; ++i) both('key', client.keycode('a'));
   for (let i = 0; i < buttons; ++i) both('button', 1);
   client.sync();
   client.close();
+  report(true);
 }, { env: session.env, args: [keys, clicks] });
 
 test('activity log: every key and click once, changes of the lock once, all of it kept', async () => {

@@ -106,6 +106,7 @@ test('GNOME Shell: its idle time, and its lock screen\'s announcements, repeats 
     const send = (member, body) => call('RemoteDesktop', remote, 'RemoteDesktop.Session', member, body);
     send('Start');
     send('NotifyPointerMotionRelative', '(5.0, 5.0)');
+    await until(() => ask() === 0, { what: 'the movement to have arrived' });
     report([seen, sample()]);
     send('Stop');
     bus.close();
