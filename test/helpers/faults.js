@@ -14,7 +14,14 @@ const { until } = require('./until');
 const HELD = `
   const fs = require('fs');
   const count = (folder) => fs.readdirSync(folder).length;
-  const held = () => ({ descriptors: count('/proc/self/fd'), threads: count('/proc/self/task'),
+  const windows = () => {
+    let client;
+    try { client = X.open(process.env.DISPLAY); } catch (error) { return 0; }
+    const { resources } = client.resourcesOfProcess(process.pid);
+    client.close();
+    return resources.WINDOW || 0;
+  };
+  const held = () => ({ windows: windows(), descriptors: count('/proc/self/fd'), threads: count('/proc/self/task'),
     files: count(process.env.TMPDIR), memory: Math.round(process.memoryUsage().rss / 2 ** 20) });
   const fault = () => { report('ready'); return until(() => fs.existsSync(GO), { timeout: 60000, what: 'the fault' }); };
   /** Waits until no more is held than before, memory within what a runtime keeps for itself. */
