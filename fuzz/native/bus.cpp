@@ -270,7 +270,11 @@ void Signals(const uint8_t* data, size_t size) {
   g_dbus_connection_emit_signal(peer, g_dbus_connection_get_unique_name(bus.get()), kDonePath,
                                 kDoneInterface, "Done", nullptr, nullptr);
   g_dbus_connection_flush_sync(peer, nullptr, nullptr);
-  Await([&] { return done || g_dbus_connection_is_closed(bus.get()); }, "a lost signal");
+  // The daemon shows a peer out that sends what it does not like.
+  const auto over = [&] {
+    return done || g_dbus_connection_is_closed(bus.get()) || g_dbus_connection_is_closed(peer);
+  };
+  Await(over, "a lost signal");
   g_dbus_connection_signal_unsubscribe(bus.get(), id);
 }
 

@@ -125,4 +125,4 @@ async function desktop(client, width, height) {
   return { id, draw };
 }
 
-module.exports = { ESCAPE, act, bgrx, crop, desktop, difference, findOverlay, key, openSelection, settle };
+module.exports = { ESCAPE, act, bgrx, crop, desktop, difference, findOverlay, onScreen, key, openSelection, settle };
