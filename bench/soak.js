@@ -9,7 +9,7 @@ const path = require('path');
 const option = (name) => process.argv.includes(`--${name}`);
 const DAYS = {
   whole: { minutes: 480, events: 1e6, ticks: 10000, locks: 5000, selections: 200, restartEvery: 10, windowEvery: 5 },
-  short: { minutes: 48, events: 1e5, ticks: 1000, locks: 500, selections: 20, restartEvery: 2, windowEvery: 5 },
+  short: { minutes: 96, events: 1e5, ticks: 1000, locks: 500, selections: 40, restartEvery: 2, windowEvery: 5 },
   valgrind: { minutes: 10, events: 3000, ticks: 100, locks: 60, selections: 10, restartEvery: 4, windowEvery: 3 },
 };
 const day = DAYS[option('valgrind') ? 'valgrind' : option('short') ? 'short' : 'whole'];

@@ -121,6 +121,8 @@ module.exports = async (width, height) => {
 
     async sample() {
       let last = null;
+      // GDK has a record of the window that is active, or was when a snapshot was taken.
+      kiv.getScreenSnap('display', true);
       // Closed connections and windows go in their own time.
       return until(async () => {
         const before = last && JSON.stringify([last.GObjects, last.descriptors, last['loop handles']]);

@@ -26,7 +26,7 @@ const HELD = `
   const fault = () => { report('ready'); return until(() => fs.existsSync(GO), { timeout: 60000, what: 'the fault' }); };
   /** Waits until no more is held than before, memory within what a runtime keeps for itself. */
   const released = (before) => until(() => Object.entries(held()).every(([name, now]) =>
-    now <= before[name] + (name === 'memory' ? 32 : 0)), { what: () => 'no more than ' + JSON.stringify(before) })
+    now <= before[name] + (name === 'memory' ? 32 : 0)))
     .catch(() => { throw new Error(JSON.stringify(before) + ' became ' + JSON.stringify(held())); });
 `;
 
