@@ -108,7 +108,8 @@ test('snapshots: dated, limited in number, none while idle or locked', async () 
 });
 
 test('a button click, a dragged rectangle, the picture in a file and in the window', async () => {
-  const window = example('selection-button', [session.folder]);
+  // What fontconfig has found out about fonts stays.
+  const window = example('selection-button', [session.folder], { leaks: false });
   const { json, stderr } = await runCase(async (pid, folder) => {
     const { readdirSync, readFileSync } = require('fs');
     const { ESCAPE, act, bgrx, crop, key } = require('./overlay');
