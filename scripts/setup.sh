@@ -62,6 +62,12 @@ apt_get() {
   "${as[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq -o DPkg::Lock::Timeout=600 "$@" >&2
 }
 
+# Names what this release of the system was found not to have, so that it is looked for once.
+left_out_file() {
+  # shellcheck source=/dev/null
+  printf '.cache/left-out-%s\n' "$(. /etc/os-release && printf '%s-%s' "$ID" "${VERSION_ID:-}")"
+}
+
 # For need_packages: takes out of `missing` what this release of the system does not have.
 drop_unknown() {
   local name known=()
@@ -70,6 +76,7 @@ drop_unknown() {
       known+=("$name")
     else
       say "there is no package $name here; what needs it is left out"
+      if [ -n "$updated" ]; then printf '%s\n' "$name" >>"$left_out"; fi
     fi
   done
   missing=("${known[@]}")
@@ -77,14 +84,21 @@ drop_unknown() {
 
 # The desktops of the tests come and go with releases: SKIP_UNKNOWN=1 goes on without them.
 need_packages() {
-  local entry missing=()
-  for entry; do have_package "$entry" || missing+=("${entry%%:*}"); done
+  local entry updated='' left_out='' missing=()
+  if [ -n "${SKIP_UNKNOWN:-}" ]; then left_out=$(left_out_file); fi
+  for entry; do
+    have_package "$entry" || grep -qsx -- "${entry%%:*}" "${left_out:-/dev/null}" ||
+      missing+=("${entry%%:*}")
+  done
   [ ${#missing[@]} -gt 0 ] || return 0
   command -v apt-get >/dev/null || die "please install: ${missing[*]}"
   say "installing ${missing[*]}"
   # A stale list is good enough when the packages are still there.
-  apt_get update || say "apt-get update failed; going on with the lists at hand"
-  if [ -n "${SKIP_UNKNOWN:-}" ]; then drop_unknown; fi
+  if apt_get update; then updated=1; else say "apt-get update failed; going on with the lists at hand"; fi
+  if [ -n "$left_out" ]; then
+    mkdir -p .cache
+    drop_unknown
+  fi
   [ ${#missing[@]} -gt 0 ] || return 0
   apt_get install -y --no-install-recommends "${missing[@]}" ||
     die "could not install ${missing[*]}; please install them by hand"

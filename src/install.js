@@ -67,4 +67,5 @@ const { status } = spawnSync(process.execPath,
   [nodeGyp, 'rebuild', '--loglevel=error', `--jobs=${process.env.JOBS || 'max'}`, `--nodedir=${headers}`],
   // binding.gyp runs `node`, which has to be this one or at least one.
   { cwd: ROOT, stdio: 'inherit', env: Object.assign({}, process.env, { PATH: `${path.dirname(NODE)}:${process.env.PATH}` }) });
-if (status !== 0) fail(`the build failed (Node ${VERSION}, ${nodeGyp})`);
+// An old npm brings an old node-gyp, which takes no new Python.
+if (status !== 0) fail(`the build failed (Node ${VERSION}, ${nodeGyp}); npm_config_node_gyp and PYTHON name others`);

@@ -6,25 +6,28 @@ const fs = require('fs');
 const path = require('path');
 const { after, test } = require('node:test');
 const { temporaryFolder } = require('./helpers/folder');
-const { baseEnv, start } = require('./helpers/processes');
+const { NODE, baseEnv, start } = require('./helpers/processes');
 
 const ROOT = path.join(__dirname, '..');
 const { path: folder, remove } = temporaryFolder('package');
 after(remove);
 
-// No registry to be reached, nothing of the user's configuration or of what npm has kept.
+// Nothing to be reached, for npm or node-gyp, and nothing of the user's configuration or of what npm has
+// kept.
+const nowhere = 'http://127.0.0.1:9/';
 const env = {
   ...baseEnv(), HOME: folder, npm_config_cache: path.join(folder, 'cache'), npm_config_offline: 'true',
-  npm_config_registry: 'http://127.0.0.1:9/', npm_config_update_notifier: 'false', npm_config_audit: 'false',
+  npm_config_registry: nowhere, npm_config_update_notifier: 'false', npm_config_audit: 'false',
+  http_proxy: nowhere, https_proxy: nowhere,
 };
 
-async function run(command, args, cwd, timeout = 300000) {
-  const started = start(command, args, { env, cwd });
-  const timer = setTimeout(() => started.stop(), timeout);
+async function run(command, args, cwd, { status = 0, more = {} } = {}) {
+  const started = start(command, args, { env: { ...env, ...more }, cwd });
+  const timer = setTimeout(() => started.stop(), 300000);
   const { code } = await started.exited;
   clearTimeout(timer);
-  assert.strictEqual(code, 0, `${command} ${args.join(' ')}\n${started.output}`);
-  return started.text[1];
+  assert.strictEqual(code, status, `${command} ${args.join(' ')}\n${started.output}`);
+  return started.text[status === 0 ? 1 : 2];
 }
 
 const listed = (...folders) => execFileSync('git', ['ls-files', '-co', '--exclude-standard', ...folders], { cwd: ROOT, encoding: 'utf8' })
@@ -51,4 +54,12 @@ test('the package: what is in it, and that it installs, builds and loads with no
   const [keys, wayland, loop] = JSON.parse(text);
   assert.deepStrictEqual(keys.sort(), Object.keys(require('../build/Release/kiv_native.node')).sort());
   assert.deepStrictEqual([wayland, loop], [false, false]);
+  assert.ok(!fs.existsSync(path.join(folder, '.cache/node-gyp')), 'no headers were fetched');
+});
+
+test('a machine that lacks what the build needs is told all of it at once', async () => {
+  const nodeGyp = path.join(__dirname, 'helpers/until.js'); // does nothing, should it come to that
+  const more = { CXX: '/nonexistent', PKG_CONFIG_LIBDIR: folder, npm_config_nodedir: folder, npm_config_node_gyp: nodeGyp };
+  const said = await run(NODE, ['src/install.js'], ROOT, { status: 1, more });
+  assert.match(said, /^kiv_native: cannot be built here, please install: g\+\+, libgtk-3-dev, libxi-dev, libxss-dev, libxinerama-dev\n$/);
 });
