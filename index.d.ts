@@ -144,7 +144,9 @@ export function setInterval(callback: () => void, interval: number): void;
  * Starts the script that installs a .deb or .rpm file once this process has ended, and then the
  * application again when `relaunch` is true. 0 when the script waits; -1 when the path is refused
  * or no process can be started, with the reason in the log. Calling it twice starts two scripts.
- * @param path May hold letters, digits, bytes above 0x7f and `/._-+~:@%=,`; no leading `-`.
+ * @param path Should be absolute: `pkexec` runs the installation in another folder. May hold
+ *   letters, digits, bytes above 0x7f and `/._-+:@%=,`; no leading `-`; `~` only after a letter or
+ *   a digit, where no shell expands it.
  */
 export function upgrade(path: string, relaunch?: boolean): 0 | -1;
 
