@@ -66,7 +66,7 @@ int DesktopSessionAgent::Connect() {
   SubscribeLockSignals(&data_);
 
   if (!OpenXConnection(&data_)) return 1;
-  data_.timer_fd = timerfd_create(CLOCK_REALTIME, 0);
+  data_.timer_fd = timerfd_create(CLOCK_REALTIME, TFD_CLOEXEC);
   if (data_.timer_fd == -1) return 1;
   SelectRawInput(data_.display);
   InternAtoms(&data_);
