@@ -5,6 +5,8 @@
 
 #include <cstring>
 
+#include "../log_request_ids.h"
+#include "../logging.h"
 #include "desktop_session_agent_linux.h"
 #include "user_selection_helper_linux.h"
 #include "x_error_guard.h"
@@ -101,13 +103,19 @@ void Drain(DesktopSessionData* data) {
   AfterRoundTrip(data);
 }
 
+// What does not need the X server goes on: the timer, lock events, the bus.
+void OnDisplayLost(DesktopSessionData* data) {
+  data->ReleaseDisplay();
+  LogMessage(LogMessage::error).stream() << kLoggingRequestId_DisplayLost;
+}
+
 void PollCallback(uv_poll_t* handle, int status, int /*events*/) {
   auto* data = static_cast<DesktopSessionData*>(handle->data);
   if (status < 0) {
     StopInputPoll(data);
     // Where the server is gone, Xlib has to see it, too.
     if (data->HasDisplay()) XPending(data->display);
-    if (data->display_lost) data->ReleaseTimerAndDisplay();
+    if (data->display_lost) OnDisplayLost(data);
     return;
   }
   Drain(data);
@@ -115,10 +123,7 @@ void PollCallback(uv_poll_t* handle, int status, int /*events*/) {
 
 void OnWake(uv_async_t* handle) {
   auto* data = static_cast<DesktopSessionData*>(handle->data);
-  if (data->display_lost) {
-    data->ReleaseTimerAndDisplay();
-    return;
-  }
+  if (data->display_lost) return OnDisplayLost(data);
   if (data->x_poll_active) Drain(data);
 }
 
