@@ -182,15 +182,12 @@ describe('on a small screen', () => {
   ]) {
     test(`a start that fails, and the next one: ${what}`, async () => {
       const { lines, results } = await shared.look((number) => {
-        const { RTLD_NOW, RTLD_GLOBAL } = require('os').constants.dlopen;
-        const faults = { exports: {} };
-        const file = require('path').resolve('build', process.env.KIV_BUILD, 'kiv_faults.node');
-        process.dlopen(faults, file, RTLD_NOW | RTLD_GLOBAL);
+        faults;
         host.startLoop();
         const seen = { lines: [], results: [] };
         kiv.setupLogger((level, text) => /Screensnap|OnScreenSnap/.test(text) && seen.lines.push(`${level} ${text}`));
         for (let i = 0; i < 2; ++i) {
-          faults.exports.failNewPixbuf(number);
+          faults.failNewPixbuf(number);
           kiv.getScreenSnapAsync('selection',
             ({ errorCode, width, data }) => seen.results.push([errorCode, width, data.length]));
         }
@@ -200,6 +197,55 @@ describe('on a small screen', () => {
       assert.deepStrictEqual([lines, results], [[...once, ...once], [[FAILED, 0, 0], [FAILED, 0, 0]]]);
     });
   }
+
+  test('a selection that the logger ends while it starts or is encoded completes once, and leaves no bytes', async () => {
+    const results = await Promise.all([['x11', 'Fetch image error'], ['wayland', 'DBUS Screenshot']].map(([type, line]) =>
+      shared.look(async (begin) => {
+        const { act, findOverlay } = require('./overlay');
+        faults.failSave();
+        host.startLoop();
+        const seen = { codes: [], ends: 0 };
+        kiv.setupLogger((level, text) => {
+          if (text.startsWith(begin)) kiv.teardown();
+          if (text.startsWith('OnScreenSnapCompleted')) seen.ends += 1;
+        });
+        kiv.init();
+        kiv.getScreenSnapAsync('selection', ({ errorCode, data }) => seen.codes.push(errorCode, data.length));
+        const client = X.open(process.env.DISPLAY);
+        if (seen.codes.length === 0) {
+          await until(() => findOverlay(client), { what: 'the overlay' });
+          act(client, 'm 40 50', 'm 41 50', 'p', 'm 90 99', 'r');
+        }
+        await until(() => seen.codes.length > 0, { what: 'the end of the selection' });
+        kiv.setupLogger(() => {});
+        seen.next = kiv.getScreenSnap('desktop').data.toString();
+        client.close();
+        report(seen);
+      }, { args: [line], env: { ...shared.session.env, XDG_SESSION_TYPE: type } })));
+    assert.deepStrictEqual(results, [{ codes: [FAILED, 0], ends: 1, next: 'partial' }, { codes: [FAILED, 0], ends: 1, next: '' }]);
+  });
+
+  test('nothing of a selection is left to a loop that its completion runs', async () => {
+    assert.strictEqual(await shared.look(() => {
+      faults;
+      host.startLoop();
+      host.stopLoop();
+      kiv.setupLogger(() => {});
+      let code;
+      kiv.getScreenSnapAsync('selection', ({ errorCode }) => {
+        for (let i = 0; i < 100; ++i) faults.iterate();
+        code = errorCode;
+      });
+      const client = X.open(process.env.DISPLAY);
+      const before = client.getImage(client.rootWindow(0), 0, 0, 320, 240);
+      const end = Date.now() + 20000;
+      // The source of what is not needed before a drag waits by the first picture.
+      do faults.iterate(); while (client.getImage(client.rootWindow(0), 0, 0, 320, 240).equals(before) && Date.now() < end);
+      faults.destroyWindows();
+      client.close();
+      report(code);
+    }), FAILED);
+  });
 
   test('many selections leave no window, surface, cursor, picture or file', async () => {
     const sanitized = process.env.KIV_SANITIZE === '1';

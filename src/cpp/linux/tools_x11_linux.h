@@ -26,7 +26,7 @@ namespace tools_x11 {
 struct WindowProperty {
   int status = 0;  // Success, or the failure of the request; nothing else is set then
   Atom type = None;
-  int format = 0;  // bits of one item: 8, 16 or 32; 0 when the window has no such property
+  int format = 0;           // bits of one item: 8, 16 or 32; 0 when the window has no such property
   unsigned long count = 0;  // items read
   unsigned long total = 0;  // items of the property
   kiv::XPtr<unsigned char> data;  // null when there is none
