@@ -95,7 +95,8 @@ export function getProcessHandlesInfo(pid: number): ProcessHandlesInfo;
 /**
  * Takes a picture of the whole desktop, or of the monitor that shows the active window, fitted into
  * 1920 x 1080, while the caller waits. PNG unless `jpeg` is true. A Wayland session gives the whole
- * desktop for both, where its compositor lets the program in (see the README).
+ * desktop for both, where its compositor lets the program in (see the README). While a selection is
+ * open, it replaces the title and process that the selection will report.
  * @throws Error for any other type.
  */
 export function getScreenSnap(type: 'desktop' | 'display', jpeg?: boolean): SnapBuffers;

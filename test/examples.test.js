@@ -4,7 +4,7 @@ const assert = require('assert');
 const fs = require('fs');
 const path = require('path');
 const { after, before, test } = require('node:test');
-const { runCase } = require('./helpers/case');
+const { startCase } = require('./helpers/case');
 const { NODE, baseEnv, start, untilReady } = require('./helpers/processes');
 const { sanitizerEnv } = require('./helpers/sanitizer');
 const { startSession } = require('./helpers/session');
@@ -18,10 +18,10 @@ after(() => session.stop());
 const inside = (name) => path.join(session.folder, name);
 
 // An example as a person starts it, but on the build under test. `leaks` as for a case.
-function example(name, args, { env = {}, leaks = true } = {}) {
+function example(name, args, { env = {}, leaks = true, preload = [] } = {}) {
   const build = process.env.KIV_BUILD || 'Release';
   return start(NODE,
-    ['-r', './test/helpers/use_build.js', `examples/${name}`, ...args],
+    ['-r', './test/helpers/use_build.js', ...preload, `examples/${name}`, ...args],
     { env: { ...baseEnv(), KIV_BUILD: build, ...sanitizerEnv({ leaks }), ...session.env, ...env }, cwd: ROOT });
 }
 
@@ -111,9 +111,10 @@ test('snapshots: dated, limited in number, none while idle or locked', async () 
 
 test('a button click, a dragged rectangle, the picture in a file and in the window', async () => {
   // What fontconfig has found out about fonts stays.
-  const window = example('selection-button', [session.folder], { leaks: false });
-  const { json, stderr } = await runCase(async (pid, folder) => {
-    const { readdirSync, readFileSync } = require('fs');
+  const window = example('snapshot-every-minute.js', [session.folder, '--every', '1', '--idle', '9999'],
+    { leaks: false, preload: ['-r', './examples/selection-button'] });
+  const started = startCase(async (pid, folder) => {
+    const { existsSync, readdirSync, readFileSync } = require('fs');
     const { ESCAPE, act, bgrx, crop, key } = require('./overlay');
     const client = X.open(process.env.DISPLAY);
     const root = client.rootWindow(0);
@@ -151,6 +152,8 @@ test('a button click, a dragged rectangle, the picture in a file and in the wind
         await until(() => own(true), { timeout: 2000 }).catch(() => {});
       }
       await until(() => greens(whole()) < 1000, { what: 'a dimmed desktop' });
+      report('open');
+      await until(() => existsSync(`${folder}/skipped`), { what: 'a snapshot that was skipped' });
       steps();
       await until(what);
     };
@@ -164,9 +167,14 @@ test('a button click, a dragged rectangle, the picture in a file and in the wind
     report({ same, length: picture.length, saved: saved().length });
     client.close();
   }, { env: session.env, args: [window.pid, session.folder], timeout: 60000 });
+  await started.reported();
+  await untilReady(window, () => /skipped: a selection is open/.test(window.output), 'a snapshot that is skipped');
+  fs.writeFileSync(inside('skipped'), '');
+  const { json, stderr } = await started.done;
   assert.deepStrictEqual(json, { same: true, length: 100 * 70 * 4, saved: 1 }, `${stderr}\n${window.output}`);
   assert.deepStrictEqual(await window.exited, { code: 0, signal: null }, window.output);
-  assert.match(window.output, /^100 × 70, saved as .*\/rectangle-\d+\.png\nCancelled\n$/);
+  const said = window.output.replace(/^(skipped|.*\.jpg): .*\n/gm, '');
+  assert.match(said, /^100 × 70, saved as .*\/rectangle-\d+\.png\nCancelled\n$/);
 });
 
 test('what goes wrong is told', async () => {
