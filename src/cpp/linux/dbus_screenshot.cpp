@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "../event_scope.h"
 #include "../log_request_ids.h"
 #include "../logging.h"
 #include "../snap_completion.h"
@@ -182,6 +183,7 @@ void GnomeDbusScreenshot::SnapSelection(DesktopSessionData* data, void* callback
 }
 
 void GnomeDbusScreenshot::select_area_done(GObject* source, GAsyncResult* result, void* user_data) {
+  const EventScope event_scope;
   const std::unique_ptr<AreaRequest> request(static_cast<AreaRequest*>(user_data));
   GErrorPtr error;
   GVariantPtr reply(

@@ -5,6 +5,7 @@
 
 #include <cstring>
 
+#include "../event_scope.h"
 #include "../log_request_ids.h"
 #include "../logging.h"
 #include "desktop_session_agent_linux.h"
@@ -110,6 +111,7 @@ void OnDisplayLost(DesktopSessionData* data) {
 }
 
 void PollCallback(uv_poll_t* handle, int status, int /*events*/) {
+  const EventScope event_scope;
   auto* data = static_cast<DesktopSessionData*>(handle->data);
   if (status < 0) {
     StopInputPoll(data);
@@ -122,6 +124,7 @@ void PollCallback(uv_poll_t* handle, int status, int /*events*/) {
 }
 
 void OnWake(uv_async_t* handle) {
+  const EventScope event_scope;
   auto* data = static_cast<DesktopSessionData*>(handle->data);
   if (data->display_lost) return OnDisplayLost(data);
   if (data->x_poll_active) Drain(data);

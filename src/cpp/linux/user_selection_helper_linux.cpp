@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "../event_scope.h"
 #include "../log_request_ids.h"
 #include "../logging.h"
 #include "../snap_completion.h"
@@ -30,14 +31,17 @@ gboolean button_press_event(GtkWidget* /*widget*/, GdkEventButton* event, gpoint
 }
 
 gboolean button_release_event(GtkWidget* /*widget*/, GdkEventButton* event, gpointer data) {
+  const EventScope event_scope;
   return Self(data)->on_button_release_event(event);
 }
 
 gboolean key_press_event(GtkWidget* /*widget*/, GdkEventKey* event, gpointer data) {
+  const EventScope event_scope;
   return Self(data)->on_key_press_event(event);
 }
 
 gboolean focus_out_event(GtkWidget* /*widget*/, GdkEvent* event, gpointer data) {
+  const EventScope event_scope;
   return Self(data)->on_focus_out_event(event);
 }
 
@@ -55,13 +59,20 @@ gboolean configure_event(GtkWidget* widget, GdkEventConfigure* event, gpointer d
 
 // Closed by the window manager, or taken off the screen by somebody else.
 gboolean closed_event(GtkWidget* /*widget*/, GdkEvent* /*event*/, gpointer data) {
+  const EventScope event_scope;
   Self(data)->Fail();
   return TRUE;
 }
 
-void destroyed(GtkWidget* /*widget*/, gpointer data) { Self(data)->Fail(); }
+void destroyed(GtkWidget* /*widget*/, gpointer data) {
+  const EventScope event_scope;
+  Self(data)->Fail();
+}
 
-void monitors_changed(GdkScreen* /*screen*/, gpointer data) { Self(data)->on_monitors_changed(); }
+void monitors_changed(GdkScreen* /*screen*/, gpointer data) {
+  const EventScope event_scope;
+  Self(data)->on_monitors_changed();
+}
 
 gboolean prepare_base(gpointer data) {
   Self(data)->PrepareBase();
