@@ -29,9 +29,9 @@ void OnRuntimeEnd(void* /*unused*/) {
 }  // namespace
 
 void OnModuleRegistered(void (*release)()) {
+  if (module_context) return;
   module_isolate = v8::Isolate::GetCurrent();
-  if (!module_context) module_context = new Nan::Persistent<v8::Context>();
-  module_context->Reset(Nan::GetCurrentContext());
+  module_context = new Nan::Persistent<v8::Context>(Nan::GetCurrentContext());
   release_module = release;
   node::AddEnvironmentCleanupHook(module_isolate, OnRuntimeEnd, nullptr);
 }

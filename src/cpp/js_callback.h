@@ -11,8 +11,8 @@ namespace kiv {
 
 // The one door into JavaScript, and what has to be told about the runtime's life.
 
-// Remembers the runtime; called once by the register function. `release` runs while the isolate is
-// still alive and must let go of every persistent handle.
+// Remembers the runtime; called by the register function, again when it loads the module again.
+// `release` runs while the isolate is still alive and must let go of every persistent handle.
 void OnModuleRegistered(void (*release)());
 
 // A callback that owns `value`; empty when it is not a function.
