@@ -93,6 +93,27 @@ describe('with a window manager', () => {
     assert.deepStrictEqual([rest, code], ['', 0]);
   });
 
+  for (const open of ['openModalWindow', 'openMenu']) {
+    test(`with the host's own window open (${open}) the overlay gets the pointer and the keys, before init too`, async () => {
+      assert.deepStrictEqual(await hosted(async (method) => {
+        kiv.teardown();
+        faults[method]();
+        const codes = [];
+        for (const end of [() => act(client, 'm 41 50', 'm 40 50', 'p', 'm 90 99', 'r'), () => key(client, ESCAPE)]) {
+          kiv.getScreenSnapAsync('selection', ({ errorCode, width }) => codes.push(errorCode, width));
+          // Once it is there a line of its cross runs through the top row.
+          const row = () => client.getImage(client.rootWindow(0), 0, 1, 640, 1);
+          await until(() => { act(client, 'm 300 200', 'm 301 200'); return row()[301 * 4] === 255; }, { what: 'the overlay' });
+          const known = codes.length;
+          end();
+          await until(() => codes.length > known, { what: 'the end of the selection' });
+          await until(() => !row().includes(255), { what: 'no overlay' });
+        }
+        report(codes);
+      }, { args: [open] }), [COMPLETED, 50, CANCELLED, 0]);
+    });
+  }
+
   const BOTH = [[COMPLETED, 80, 60, true], [CANCELLED, 0, 0, false]];
   test('what JavaScript does inside the completion and the logger', async () => {
     const { events, ...outcomes } = await hosted(async () => {

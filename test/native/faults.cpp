@@ -36,6 +36,23 @@ void DestroyWindows(const Nan::FunctionCallbackInfo<v8::Value>& /*info*/) {
   g_list_free(windows);
 }
 
+// What a host may have open when a selection starts; both take pointer and keys for themselves.
+void OpenModalWindow(const Nan::FunctionCallbackInfo<v8::Value>& /*info*/) {
+  GtkWidget* window = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+  gtk_window_set_modal(GTK_WINDOW(window), TRUE);
+  gtk_widget_set_size_request(window, 60, 40);
+  gtk_widget_show_all(window);
+}
+
+void OpenMenu(const Nan::FunctionCallbackInfo<v8::Value>& /*info*/) {
+  GtkWidget* menu = gtk_menu_new();
+  gtk_menu_shell_append(GTK_MENU_SHELL(menu), gtk_menu_item_new_with_label("item"));
+  gtk_widget_show_all(menu);
+  G_GNUC_BEGIN_IGNORE_DEPRECATIONS
+  gtk_menu_popup(GTK_MENU(menu), nullptr, nullptr, nullptr, nullptr, 0, GDK_CURRENT_TIME);
+  G_GNUC_END_IGNORE_DEPRECATIONS
+}
+
 void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
   // failNewPixbuf(n): the n-th coming call of gdk_pixbuf_new has no memory.
   Nan::SetMethod(exports, "failNewPixbuf", FailNewPixbuf);
@@ -47,6 +64,8 @@ void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void*
   // iterate(): one round of a GLib loop beneath JavaScript, as a modal dialog runs it.
   Nan::SetMethod(exports, "iterate",
                  [](const auto& /*info*/) { g_main_context_iteration(nullptr, FALSE); });
+  Nan::SetMethod(exports, "openModalWindow", OpenModalWindow);
+  Nan::SetMethod(exports, "openMenu", OpenMenu);
   // destroyWindows(): destroys every top-level window of the process.
   Nan::SetMethod(exports, "destroyWindows", DestroyWindows);
 }

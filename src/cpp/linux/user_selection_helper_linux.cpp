@@ -92,6 +92,19 @@ bool MonitorExists(GdkScreen* screen, const GdkRectangle& wanted) {
   return SameArea(DesktopArea(), wanted);
 }
 
+// An open menu of the host's keeps pointer and keyboard from every other window.
+void CloseMenus() {
+  GList* windows = gtk_window_list_toplevels();
+  g_list_foreach(
+      windows, [](gpointer window, gpointer) { g_object_ref(window); }, nullptr);
+  for (const GList* entry = windows; entry; entry = entry->next) {
+    GtkWindowGroup* group = gtk_window_get_group(GTK_WINDOW(entry->data));
+    GtkWidget* grabbing = gtk_window_group_get_current_grab(group);
+    if (GTK_IS_MENU_SHELL(grabbing)) gtk_menu_shell_cancel(GTK_MENU_SHELL(grabbing));
+  }
+  g_list_free_full(windows, g_object_unref);
+}
+
 // Pixels from the root window's corner, `scale` to a point.
 std::pair<int, int> PointerPosition(int scale) {
   GdkDeviceManager* manager = gdk_display_get_device_manager(gdk_display_get_default());
@@ -126,6 +139,9 @@ void UserSelectionImpLinux::start_selection(void* context) {
   current_x_ = anchor_x_ = current_y_ = anchor_y_ = 0;
   blended_pixbuf_ = MakeDimmed(base_pixbuf_).release();
   if (!blended_pixbuf_) return FailStart(kLoggingRequestId_ScreenSnapCreateBlandedPixmapError);
+  CloseMenus();
+  // A menu's end may call anything of the host's.
+  if (!IsOpen(request)) return;
   OpenWindow();
 }
 
@@ -153,6 +169,9 @@ void UserSelectionImpLinux::OpenWindow() {
   gdk_error_trap_push();
   window_ = gtk_window_new(GTK_WINDOW_TOPLEVEL);
   g_object_ref(window_);
+  // A modal window or a menu of the host's takes the events of its own window group only.
+  const auto group = AdoptGObject(gtk_window_group_new());
+  gtk_window_group_add_window(group.get(), GTK_WINDOW(window_));
   scale_ = gtk_widget_get_scale_factor(window_);
   const int width = ToPoints(right_);
   const int height = ToPoints(bottom_);
