@@ -46,7 +46,7 @@ void OpenModalWindow(const Nan::FunctionCallbackInfo<v8::Value>& /*info*/) {
 
 void OpenMenu(const Nan::FunctionCallbackInfo<v8::Value>& /*info*/) {
   GtkWidget* menu = gtk_menu_new();
-  gtk_menu_shell_append(GTK_MENU_SHELL(menu), gtk_menu_item_new_with_label("item"));
+  gtk_menu_shell_append(GTK_MENU_SHELL(menu), gtk_menu_item_new());
   gtk_widget_show_all(menu);
   G_GNUC_BEGIN_IGNORE_DEPRECATIONS
   gtk_menu_popup(GTK_MENU(menu), nullptr, nullptr, nullptr, nullptr, 0, GDK_CURRENT_TIME);
