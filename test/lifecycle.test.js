@@ -85,7 +85,7 @@ test('init and teardown, in any order and number, leave nothing behind', () => s
     kiv.teardown();
     kiv.init();
     kiv.teardown();
-    await until(() => descriptors() <= before, { timeout: 5000, what: `${before} descriptors, not ${descriptors()}` });
+    await until(() => descriptors() <= before, { what: `${before} descriptors, not ${descriptors()}` });
   }
   report(true);
 }));

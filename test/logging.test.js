@@ -72,7 +72,7 @@ test('a script that is terminated in a callback or a conversion neither catches 
     kiv.getScreenSnapAsync('desktop', () => seen.entered.push('next'));
     report(seen);
     kiv.teardown();
-  }, { timeout: 60000 });
+  });
   assert.deepStrictEqual({ outcomes, caught, entered },
     { outcomes: [true, true, true], caught: [], entered: ['logger', 'completion', 'conversion', 'next'] });
 });

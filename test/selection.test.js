@@ -82,7 +82,7 @@ describe('with a window manager', () => {
         if (!free) outcomes[name].push('the guard is taken');
       }
       report(outcomes);
-    }), { args: [ENDINGS], timeout: 120000 });
+    }), { args: [ENDINGS] });
     assert.ok(json, stderr);
     for (const [name, [, expected]] of Object.entries(ENDINGS)) {
       if (expected) assert.deepStrictEqual(json[name], expected, name);
@@ -288,7 +288,7 @@ describe('on a small screen', () => {
           fs.readdirSync(process.env.TMPDIR).length], status('VmRSS')]);
       }
       report(samples);
-    }, { args: [count], nodeArgs: ['--expose-gc'], timeout: 280000 });
+    }, { args: [count], nodeArgs: ['--expose-gc'], timeout: 600000 });
     assert.deepStrictEqual(last[0], first[0]);
     // Each captured picture alone takes 225 kB and its dimmed copy as much.
     const pictures = (last[1] - first[1]) / 225;

@@ -43,7 +43,7 @@ const safe = () => ({ HOME: box.inside('home'), PATH: idle, KIV_RECORD: '/dev/nu
 /** A script ends by itself once the process that it waits for has ended. */
 async function ended(pids) {
   try {
-    for (const pid of pids) await until(() => !alive(pid), { timeout: 30000, what: `the end of script ${pid}` });
+    for (const pid of pids) await until(() => !alive(pid), { what: `the end of script ${pid}` });
   } finally {
     for (const pid of pids.filter(alive)) process.kill(pid, 'SIGKILL');
   }

@@ -321,6 +321,9 @@ gboolean UserSelectionImpLinux::on_key_press_event(GdkEventKey* event) {
 }
 
 gboolean UserSelectionImpLinux::on_focus_out_event(GdkEvent* /*event*/) {
+  // A window that appears may lose the focus and get it back; on a slow host that takes longer than
+  // the grace, which therefore begins with the first picture.
+  if (!shown_) return TRUE;
   timeval now = {};
   gettimeofday(&now, nullptr);
   const gint64 elapsed = (static_cast<gint64>(now.tv_sec) - start_time_.tv_sec) * 1'000'000 +
@@ -354,8 +357,6 @@ gboolean UserSelectionImpLinux::on_configure_event(GtkWidget* widget,
 
 gboolean UserSelectionImpLinux::on_cairo_draw_event(GtkWidget* /*widget*/, cairo_t* cr) {
   if (surface_) PaintFrom(cr, surface_);
-  // A window that appears may lose the focus and get it back; on a slow host that takes longer than
-  // the grace, which therefore begins anew with the first picture.
   if (!std::exchange(shown_, true)) gettimeofday(&start_time_, nullptr);
   // Not needed before a drag, so it does not delay the first picture.
   if (context_ && !base_source_ && prepare_base_id_ == 0) {
