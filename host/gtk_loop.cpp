@@ -4,7 +4,6 @@
 #include <gtk/gtk.h>
 #include <nan.h>
 #include <sys/epoll.h>
-#include <unistd.h>
 #include <uv.h>
 
 #include <algorithm>
@@ -14,47 +13,15 @@
 #include <utility>
 #include <vector>
 
+#include "../src/cpp/unique_fd.h"
+#include "../src/cpp/uv_ptr.h"
+
 namespace {
 
-class FileDescriptor {
- public:
-  explicit FileDescriptor(int fd) : fd_(fd) {}
-  ~FileDescriptor() {
-    if (fd_ >= 0) close(fd_);
-  }
-  FileDescriptor(const FileDescriptor&) = delete;
-  FileDescriptor(FileDescriptor&&) = delete;
-  FileDescriptor& operator=(const FileDescriptor&) = delete;
-  FileDescriptor& operator=(FileDescriptor&&) = delete;
-
-  int get() const { return fd_; }
-
- private:
-  int fd_;
-};
-
-// libuv refers to a handle until its close callback has run, so only that callback frees it.
-struct UvCloser {
-  template <typename Handle>
-  void operator()(Handle* handle) const {
-    uv_close(reinterpret_cast<uv_handle_t*>(handle),
-             [](uv_handle_t* closed) { delete reinterpret_cast<Handle*>(closed); });
-  }
-};
-
-template <typename Handle>
-using UvPtr = std::unique_ptr<Handle, UvCloser>;
-
-// Empty when libuv refuses. The handle never keeps the process alive.
-template <typename Handle, typename... Arguments>
-UvPtr<Handle> MakeHandle(int (*init)(uv_loop_t*, Handle*, Arguments...), void* data,
-                         Arguments... arguments) {
-  auto handle = std::make_unique<Handle>();
-  if (init(Nan::GetCurrentEventLoop(), handle.get(), arguments...) != 0) return nullptr;
-  handle->data = data;
-  uv_unref(reinterpret_cast<uv_handle_t*>(handle.get()));
-  return UvPtr<Handle>(handle.release());
-}
+using kiv::MakeUvHandle;
+using kiv::UniqueFd;
+using kiv::UvPtr;
+using kiv::UvUnref;
 
 struct ContextReleaser {
   void operator()(GMainContext* context) const { g_main_context_release(context); }
@@ -114,7 +81,7 @@ class DescriptorMirror {
                         [fd](const epoll_event& event) { return event.data.fd == fd; });
   }
 
-  FileDescriptor epoll_{epoll_create1(EPOLL_CLOEXEC)};
+  UniqueFd epoll_{epoll_create1(EPOLL_CLOEXEC)};
   std::vector<epoll_event> watched_;
 };
 
@@ -124,11 +91,17 @@ class GlibInUv {
   const char* Start() {
     if (!context_) return "The default GLib main context belongs to another thread";
     if (mirror_.get() < 0) return "No epoll descriptor";
-    prepare_ = MakeHandle(uv_prepare_init, this);
-    check_ = MakeHandle(uv_check_init, this);
-    timer_ = MakeHandle(uv_timer_init, this);
-    poll_ = MakeHandle(uv_poll_init, this, mirror_.get());
+    uv_loop_t* const loop = Nan::GetCurrentEventLoop();
+    prepare_ = MakeUvHandle(uv_prepare_init, loop, this);
+    check_ = MakeUvHandle(uv_check_init, loop, this);
+    timer_ = MakeUvHandle(uv_timer_init, loop, this);
+    poll_ = MakeUvHandle(uv_poll_init, loop, this, mirror_.get());
     if (!prepare_ || !check_ || !timer_ || !poll_) return "No libuv handle";
+    // None of them keeps the process alive.
+    UvUnref(prepare_);
+    UvUnref(check_);
+    UvUnref(timer_);
+    UvUnref(poll_);
 
     uv_prepare_start(prepare_.get(), [](uv_prepare_t* handle) {
       static_cast<GlibInUv*>(handle->data)->BeforePoll();

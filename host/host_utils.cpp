@@ -6,17 +6,15 @@
 
 #include <cstdint>
 #include <exception>
-#include <memory>
 #include <string>
+
+#include "../src/cpp/linux/glib_ptr.h"
 
 #define KIV_HOST_FUNCTION extern "C" __attribute__((visibility("default")))
 
 namespace {
 
-struct GFreer {
-  void operator()(void* memory) const { g_free(memory); }
-};
-using GCharPtr = std::unique_ptr<char, GFreer>;
+using kiv::GCharPtr;
 
 // The callers are C-linkage borrowers that expect no exception; what does not fit is left empty.
 void Assign(std::string& out, const char* text, const char* suffix = "") noexcept {

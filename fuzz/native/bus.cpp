@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "../../src/cpp/addon.h"
+#include "../../src/cpp/conversions.h"
 #include "../../src/cpp/linux/dbus_idletime.h"
 #include "../../src/cpp/linux/dbus_screenshot.h"
 #include "../../src/cpp/linux/glib_ptr.h"

@@ -121,12 +121,12 @@ void Properties(const uint8_t* data, size_t size) {
   FuzzedDataProvider bytes(data, size);
   const auto title = stranger.Lie(&bytes);
   kiv::DesktopSessionData& record = kiv::Agent().data_;
-  kiv::FetchActiveTaskInfo(&record);
-  Check(!title || record.snap.activeWindowTitle == *title, "another title");
-  const kiv::XErrorGuard guard(record.display);
-  tools_x11::find_top_level_active_window(record.display, &record);
+  Display* const display = record.display();
+  Check(!title || kiv::ReadActiveTask(display, record).title == *title, "another title");
+  const kiv::XErrorGuard guard(display);
+  tools_x11::find_top_level_active_window(display, &record);
   for (const char* name : kNames) {
-    tools_x11::get_property(record.display, DefaultRootWindow(record.display), name);
+    tools_x11::get_property(display, DefaultRootWindow(display), name);
   }
 }
 

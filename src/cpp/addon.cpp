@@ -1,7 +1,10 @@
 #include "addon.h"
 
-#include "input_calls.h"
+#include <utility>
+
+#include "conversions.h"
 #include "js_callback.h"
+#include "js_runtime.h"
 #include "logging.h"
 #include "screen_lock_monitor.h"
 #include "snap_calls.h"
@@ -42,6 +45,36 @@ void IsWayland(const CallInfo& info) {
 
 void SetupLogger(const CallInfo& info) { LogMessage::Setup(FunctionArgument(info, 0)); }
 
+double SecondsOrMinusOne(const OptionalSeconds& seconds) {
+  return seconds.set ? static_cast<double>(seconds.value) : -1.0;
+}
+
+void GetInputInfo(const CallInfo& info) {
+  const EntryScope entry;
+  desktop_session_agent.UpdateLastTimes();
+  const DesktopSessionData& data = desktop_session_agent.data_;
+  const v8::Local<v8::Object> last = Nan::New<v8::Object>();
+  SetKey(last, "input", SecondsOrMinusOne(data.last_input));
+  SetKey(last, "keyPress", SecondsOrMinusOne(data.last_key_press));
+  SetKey(last, "mouseClick", SecondsOrMinusOne(data.last_mouse_click));
+  SetKey(last, "mouseMove", SecondsOrMinusOne(data.last_mouse_move));
+  const v8::Local<v8::Object> result = Nan::New<v8::Object>();
+  SetKey(result, "last", last);
+  SetKey(result, "keyboardActivity", static_cast<double>(data.keyboard_activity));
+  SetKey(result, "mouseActivity", static_cast<double>(data.mouse_activity));
+  info.GetReturnValue().Set(result);
+}
+
+void SetInterval(const CallInfo& info) {
+  const EntryScope entry;
+  auto callback = FunctionArgument(info, 0);
+  const auto interval = IntegerArgument(info, 1);
+  if (!interval) return;
+  // The low 32 bits count.
+  const auto milliseconds = static_cast<int32_t>(static_cast<uint32_t>(*interval));
+  desktop_session_agent.SetInterval(std::move(callback), milliseconds);
+}
+
 void GetProcessHandlesInfo(const CallInfo& info) {
   const EntryScope entry;
   const v8::Local<v8::Object> result = Nan::New<v8::Object>();
@@ -60,6 +93,13 @@ void GetProcessHandlesInfo(const CallInfo& info) {
   info.GetReturnValue().Set(result);
 }
 
+void Upgrade(const CallInfo& info) {
+  const EntryScope entry;
+  const auto path = StringArgument(info, 0);
+  if (!path) return;
+  info.GetReturnValue().Set(desktop_session_agent.Upgrade(*path, BooleanArgument(info, 1)));
+}
+
 void ExportScreenLockMonitor(v8::Local<v8::Object> exports) {
   const Nan::HandleScope scope;
   const auto name = Nan::New("ScreenLockMonitor").ToLocalChecked();
@@ -69,19 +109,12 @@ void ExportScreenLockMonitor(v8::Local<v8::Object> exports) {
   Nan::Set(exports, name, Nan::GetFunction(monitor).ToLocalChecked());
 }
 
-void Upgrade(const CallInfo& info) {
-  const EntryScope entry;
-  const auto path = StringArgument(info, 0);
-  if (!path) return;
-  info.GetReturnValue().Set(desktop_session_agent.Upgrade(*path, BooleanArgument(info, 1)));
-}
-
 void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
   // Handles live on the default loop, and a worker's thread is not its thread.
   if (Nan::GetCurrentEventLoop() != uv_default_loop()) {
     return Nan::ThrowError("kiv_native works on the main thread only");
   }
-  OnModuleRegistered(ReleaseRuntime);
+  JsRuntime::Get().Start(ReleaseRuntime);
   ExportScreenLockMonitor(exports);
   Nan::SetMethod(exports, "init", Init);
   Nan::SetMethod(exports, "getInputInfo", GetInputInfo);

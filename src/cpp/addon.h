@@ -1,7 +1,6 @@
 #ifndef SRC_CPP_ADDON_H_
 #define SRC_CPP_ADDON_H_
 
-#include "arguments.h"
 #include "linux/desktop_session_agent_linux.h"
 
 namespace kiv {

@@ -1,9 +1,9 @@
 #include "js_callback.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "event_scope.h"
+#include "js_runtime.h"
 
 namespace kiv {
 
@@ -11,57 +11,15 @@ namespace {
 
 constexpr char kAsyncResourceName[] = "nan:Callback:Call";
 
-v8::Isolate* module_isolate = nullptr;
-// Null before registration and after the runtime's end. Never destroyed: the handle is reset by the
-// clean-up hook, and a static destructor would run after the isolate.
-Nan::Persistent<v8::Context>* module_context = nullptr;
-void (*release_module)() = nullptr;
 EntryScope* current_entry = nullptr;
-
-void OnRuntimeEnd(void* /*unused*/) {
-  if (release_module) release_module();
-  module_context->Reset();
-  delete module_context;
-  module_context = nullptr;
-  module_isolate = nullptr;
-}
 
 }  // namespace
 
-void OnModuleRegistered(void (*release)()) {
-  if (module_context) return;
-  module_isolate = v8::Isolate::GetCurrent();
-  module_context = new Nan::Persistent<v8::Context>(Nan::GetCurrentContext());
-  release_module = release;
-  node::AddEnvironmentCleanupHook(module_isolate, OnRuntimeEnd, nullptr);
-}
-
-std::unique_ptr<Nan::Callback> MakeCallback(v8::Local<v8::Value> value) {
-  if (!value->IsFunction()) return nullptr;
-  return std::make_unique<Nan::Callback>(value.As<v8::Function>());
-}
-
-v8::Local<v8::String> ToJsString(const std::string& bytes) {
-  const auto length =
-      static_cast<int>(std::min<size_t>(bytes.size(), static_cast<size_t>(v8::String::kMaxLength)));
-  return Nan::New<v8::String>(bytes.data(), length).FromMaybe(Nan::EmptyString());
-}
-
-void SetKey(v8::Local<v8::Object> object, const char* key, v8::Local<v8::Value> value) {
-  Nan::Set(object, Nan::New(key).ToLocalChecked(), value);
-}
-
-void SetKey(v8::Local<v8::Object> object, const char* key, double value) {
-  SetKey(object, key, v8::Local<v8::Value>(Nan::New(value)));
-}
-
-bool RuntimeIsAlive() { return module_context && v8::Isolate::GetCurrent() == module_isolate; }
-
 JsScope::JsScope() {
-  if (!RuntimeIsAlive() || !EntryScope::CanEnter()) return;
+  if (!JsRuntime::Get().IsAlive() || !EntryScope::CanEnter()) return;
   handles_.emplace();
-  if (!module_isolate->InContext()) {
-    entered_ = Nan::New(*module_context);
+  if (!v8::Isolate::GetCurrent()->InContext()) {
+    entered_ = JsRuntime::Get().context();
     entered_->Enter();
   }
   usable_ = true;
@@ -72,7 +30,7 @@ JsScope::~JsScope() {
 }
 
 void JsScope::Call(const Nan::Callback& callback, int argc, v8::Local<v8::Value>* argv) {
-  if (callback.IsEmpty()) return;
+  if (!usable_ || callback.IsEmpty()) return;
   Call(callback.GetFunction(), Nan::GetCurrentContext()->Global(), argc, argv);
 }
 
@@ -111,9 +69,9 @@ EntryScope::EntryScope() : outer_(current_entry) { current_entry = this; }
 
 EntryScope::~EntryScope() {
   current_entry = outer_;
+  // Thrown like an exception, a termination could be caught by the script that it is to end.
   if (IsTerminated()) {
-    // Thrown like an exception, a termination could be caught by the script that it is to end.
-    module_isolate->TerminateExecution();
+    JsRuntime::Get().Terminate();
     return;
   }
   if (!held_.IsEmpty()) Nan::ThrowError(Nan::New(held_));
@@ -127,7 +85,7 @@ void EntryScope::Hold(v8::Local<v8::Value> exception) {
 EntryScope* EntryScope::Current() { return current_entry; }
 
 bool EntryScope::CanEnter() {
-  if (module_isolate->IsExecutionTerminating()) return false;
+  if (JsRuntime::Get().IsTerminating()) return false;
   return !current_entry || !current_entry->IsTerminated();
 }
 

@@ -3,33 +3,14 @@
 
 #include <nan.h>
 
-#include <memory>
 #include <optional>
-#include <string>
 
 namespace kiv {
 
-// The one door into JavaScript, and what has to be told about the runtime's life.
-
-// Remembers the runtime; called by the register function, again when it loads the module again.
-// `release` runs while the isolate is still alive and must let go of every persistent handle.
-void OnModuleRegistered(void (*release)());
-
-// A callback that owns `value`; empty when it is not a function.
-std::unique_ptr<Nan::Callback> MakeCallback(v8::Local<v8::Value> value);
-
-// Bytes taken as UTF-8; invalid sequences become replacement characters, NULs are kept.
-v8::Local<v8::String> ToJsString(const std::string& bytes);
-
-void SetKey(v8::Local<v8::Object> object, const char* key, v8::Local<v8::Value> value);
-void SetKey(v8::Local<v8::Object> object, const char* key, double value);
-
-// False once the runtime is going away: its handles must not be touched any more.
-bool RuntimeIsAlive();
+// The one door into JavaScript, and what becomes of the exceptions raised behind it.
 
 // Handles and a context for a call that may start outside of JavaScript. Nothing may be made or
-// called when it is not usable(): the runtime is going away, or the script beneath is being
-// terminated.
+// called when it is not usable(): the runtime is going away, or it is ending the script beneath.
 class JsScope {
  public:
   JsScope();
@@ -40,7 +21,7 @@ class JsScope {
   bool usable() const { return usable_; }
 
   // Calls with the global object as receiver, or with `receiver`. The callback may be replaced or
-  // deleted by the call itself. An exception is handed to the host exactly once: inside an exported
+  // deleted by the call itself. An exception reaches the host exactly once: inside an exported
   // function when that function returns, otherwise as an uncaught exception at once. After the call
   // anything may have happened, teardown included.
   void Call(const Nan::Callback& callback, int argc, v8::Local<v8::Value>* argv);
@@ -72,9 +53,9 @@ class EntryScope {
   // The script was terminated, by a vm's time limit say: no JavaScript runs until this has ended.
   void SetTerminated() { terminated_ = true; }
 
-  // The innermost exported function under way, or null; null as well in an event's handler.
+  // The innermost exported function under way; null when there is none, and in an event's handler.
   static EntryScope* Current();
-  // Whether the runtime lets JavaScript run.
+  // Whether JavaScript may run.
   static bool CanEnter();
 
  private:

@@ -4,6 +4,7 @@
 #include <locale>
 #include <utility>
 
+#include "conversions.h"
 #include "js_callback.h"
 
 namespace kiv {

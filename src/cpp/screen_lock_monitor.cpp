@@ -10,24 +10,34 @@ namespace kiv {
 
 namespace {
 
-// Monitors whose JavaScript objects have not been collected: the runtime does not collect them when
-// it ends.
-std::set<ScreenLockMonitor*> live_monitors;
+// The monitors that exist.
+class LiveMonitors {
+ public:
+  void Add(ScreenLockMonitor* monitor) { monitors_.insert(monitor); }
+  void Remove(ScreenLockMonitor* monitor) { monitors_.erase(monitor); }
+  // Each removes itself.
+  void DeleteAll() {
+    while (!monitors_.empty()) delete *monitors_.begin();
+  }
+
+ private:
+  std::set<ScreenLockMonitor*> monitors_;
+};
+
+LiveMonitors live_monitors;
 
 }  // namespace
 
 ScreenLockMonitor::ScreenLockMonitor(DesktopSessionAgent* agent) : agent_(agent) {
-  live_monitors.insert(this);
+  live_monitors.Add(this);
 }
 
 ScreenLockMonitor::~ScreenLockMonitor() {
-  live_monitors.erase(this);
+  live_monitors.Remove(this);
   if (agent_) agent_->screen_lock_monitor_ = nullptr;
 }
 
-void ScreenLockMonitor::DeleteAll() {
-  while (!live_monitors.empty()) delete *live_monitors.begin();
-}
+void ScreenLockMonitor::DeleteAll() { live_monitors.DeleteAll(); }
 
 void ScreenLockMonitor::Emit(const char* event) {
   JsScope scope;

@@ -5,7 +5,7 @@
 
 #include <memory>
 
-#include "arguments.h"
+#include "conversions.h"
 
 namespace kiv {
 
@@ -24,7 +24,7 @@ class ScreenLockMonitor : public Nan::ObjectWrap {
   void Bind(v8::Local<v8::Object> object) { Wrap(object); }
   void Emit(const char* event);
 
-  // Deletes every monitor, at the runtime's end.
+  // Deletes every monitor, at the runtime's end, which does not collect their objects.
   static void DeleteAll();
 
  private:

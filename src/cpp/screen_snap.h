@@ -12,9 +12,9 @@ namespace kiv {
 // A window's title or process that is not known.
 constexpr char kUndefined[] = "Undefined";
 
-// One snapshot: the encoded picture, its thumbnail and what was active when it was taken.
-// The agent owns the record that JavaScript's results are made from. It is no scratch space: a
-// picture is encoded into a snapshot of the caller's and published in one step.
+// One snapshot: the encoded picture, its thumbnail and what was active when it was taken. A value:
+// whoever makes one fills one of his own and publishes it to the agent's record in one step, since
+// everybody else may read the record whenever JavaScript runs.
 struct ScreenSnap {
   // A block of exactly `size` bytes from one array-new; null when empty.
   struct image_data {
@@ -24,10 +24,6 @@ struct ScreenSnap {
     // Frees a block that a JavaScript buffer has taken over; null is allowed.
     static void free_callback(char* data, void* /*hint*/) {
       delete[] reinterpret_cast<unsigned char*>(data);
-    }
-    void Clear() {
-      buffer.reset();
-      size = 0;
     }
   };
 
@@ -40,7 +36,7 @@ struct ScreenSnap {
   image_data thumbnail;
 };
 
-// Moves a picture (size, blocks and, where one was set, the file's name) into the record; who was
+// Moves a picture (size, blocks and, where one was set, the file's name) into the record; what was
 // active stays. A picture of width and height 0 says that there is none.
 inline void PublishPicture(ScreenSnap* record, ScreenSnap picture) {
   record->width = picture.width;
@@ -48,6 +44,24 @@ inline void PublishPicture(ScreenSnap* record, ScreenSnap picture) {
   if (!picture.filename.empty()) record->filename = std::move(picture.filename);
   record->image = std::move(picture.image);
   record->thumbnail = std::move(picture.thumbnail);
+}
+
+// The same, what was active included.
+inline void PublishSnap(ScreenSnap* record, ScreenSnap snap) {
+  record->activeWindowTitle = std::move(snap.activeWindowTitle);
+  record->activeProcessName = std::move(snap.activeProcessName);
+  PublishPicture(record, std::move(snap));
+}
+
+// Takes a published snapshot: the record keeps texts and size, and no bytes.
+inline ScreenSnap TakeSnap(ScreenSnap* record) {
+  return {record->filename,
+          record->activeWindowTitle,
+          record->activeProcessName,
+          record->width,
+          record->height,
+          std::exchange(record->image, {}),
+          std::exchange(record->thumbnail, {})};
 }
 
 }  // namespace kiv

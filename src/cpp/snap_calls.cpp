@@ -1,11 +1,11 @@
 #include "snap_calls.h"
 
-#include <exception>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include "addon.h"
+#include "conversions.h"
 #include "host_utils.h"
 #include "js_callback.h"
 #include "log_request_ids.h"
@@ -67,21 +67,6 @@ std::optional<SavedFiles> TrySaveFiles(const ScreenSnap& snap, const std::string
   }
 }
 
-// Empties the record's blocks on every way out of a call.
-class BlockGuard {
- public:
-  explicit BlockGuard(ScreenSnap* snap) : snap_(snap) {}
-  ~BlockGuard() {
-    snap_->image.Clear();
-    snap_->thumbnail.Clear();
-  }
-  BlockGuard(const BlockGuard&) = delete;
-  BlockGuard& operator=(const BlockGuard&) = delete;
-
- private:
-  ScreenSnap* snap_;
-};
-
 // What a request carries until its completion deletes it; never null, since the overlay takes null
 // for "no request". An argument that is no function makes an empty callback.
 void* RequestContext(const CallInfo& info) {
@@ -106,21 +91,20 @@ void GetScreenSnap(const CallInfo& info) {
     folder = StringArgument(info, 2);
     if (!folder) return;
   }
-  ScreenSnap* snap =
-      desktop ? Agent().SnapWholeDesktop(jpeg, true) : Agent().SnapActiveDisplay(jpeg, true);
-  const BlockGuard blocks(snap);
+  ScreenSnap snap = TakeSnap(desktop ? Agent().SnapWholeDesktop(jpeg, true)
+                                     : Agent().SnapActiveDisplay(jpeg, true));
 
   const v8::Local<v8::Object> result = Nan::New<v8::Object>();
   std::optional<SavedFiles> files;
-  if (folder && !folder->empty()) files = TrySaveFiles(*snap, *folder, jpeg);
+  if (folder && !folder->empty()) files = TrySaveFiles(snap, *folder, jpeg);
   if (files) {
-    SetText(result, "ScreenFullPath", files->image);
-    SetText(result, "ThumbnailFullPath", files->thumbnail);
-    SetText(result, "screen_hash", files->hash);
+    SetKey(result, "ScreenFullPath", files->image);
+    SetKey(result, "ThumbnailFullPath", files->thumbnail);
+    SetKey(result, "screen_hash", files->hash);
   } else {
-    SetPictures(result, snap);
+    SetPictures(result, &snap);
   }
-  SetDescription(result, *snap);
+  SetDescription(result, snap);
   info.GetReturnValue().Set(result);
 }
 

@@ -1,7 +1,7 @@
 #ifndef SRC_CPP_SNAP_CALLS_H_
 #define SRC_CPP_SNAP_CALLS_H_
 
-#include "arguments.h"
+#include "conversions.h"
 
 namespace kiv {
 

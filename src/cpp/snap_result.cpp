@@ -1,6 +1,6 @@
 #include "snap_result.h"
 
-#include "js_callback.h"
+#include "conversions.h"
 
 namespace kiv {
 
@@ -9,27 +9,17 @@ namespace {
 // The runtime owns the block from the call on, also when the call fails.
 v8::Local<v8::Value> TakeBuffer(ScreenSnap::image_data* block) {
   v8::Local<v8::Object> buffer;
-  if (block->size == 0) {
-    block->Clear();
-    if (!Nan::NewBuffer(0).ToLocal(&buffer)) return Nan::Undefined();
-    return buffer;
-  }
+  const size_t size = std::exchange(block->size, 0);
   char* bytes = reinterpret_cast<char*>(block->buffer.release());
-  const size_t size = block->size;
-  block->size = 0;
-  if (!node::Buffer::New(v8::Isolate::GetCurrent(), bytes, size,
-                         ScreenSnap::image_data::free_callback, nullptr)
-           .ToLocal(&buffer)) {
-    return Nan::Undefined();
-  }
+  const bool made = bytes ? node::Buffer::New(v8::Isolate::GetCurrent(), bytes, size,
+                                              ScreenSnap::image_data::free_callback, nullptr)
+                                .ToLocal(&buffer)
+                          : Nan::NewBuffer(0).ToLocal(&buffer);
+  if (!made) return Nan::Undefined();
   return buffer;
 }
 
 }  // namespace
-
-void SetText(v8::Local<v8::Object> result, const char* key, const std::string& bytes) {
-  SetKey(result, key, ToJsString(bytes));
-}
 
 void SetPictures(v8::Local<v8::Object> result, ScreenSnap* snap) {
   SetKey(result, "data", TakeBuffer(&snap->image));
@@ -39,9 +29,9 @@ void SetPictures(v8::Local<v8::Object> result, ScreenSnap* snap) {
 void SetDescription(v8::Local<v8::Object> result, const ScreenSnap& snap) {
   SetKey(result, "width", snap.width);
   SetKey(result, "height", snap.height);
-  SetText(result, "activeWindowTitle", snap.activeWindowTitle);
-  SetText(result, "activeProcessName", snap.activeProcessName);
-  SetText(result, "filename", snap.filename);
+  SetKey(result, "activeWindowTitle", snap.activeWindowTitle);
+  SetKey(result, "activeProcessName", snap.activeProcessName);
+  SetKey(result, "filename", snap.filename);
 }
 
 }  // namespace kiv

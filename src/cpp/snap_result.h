@@ -3,16 +3,13 @@
 
 #include <nan.h>
 
-#include <string>
-
 #include "screen_snap.h"
 
 namespace kiv {
 
 // Pieces of a snapshot's JavaScript result; each sets its keys in the order listed.
 
-void SetText(v8::Local<v8::Object> result, const char* key, const std::string& bytes);
-// "data" and "dataThumbnail": buffers that take over the record's blocks without a copy.
+// "data" and "dataThumbnail": buffers that take over the snapshot's blocks without a copy.
 void SetPictures(v8::Local<v8::Object> result, ScreenSnap* snap);
 // "width", "height", "activeWindowTitle", "activeProcessName", "filename".
 void SetDescription(v8::Local<v8::Object> result, const ScreenSnap& snap);

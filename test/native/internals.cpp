@@ -8,7 +8,9 @@
 #include <vector>
 
 #include "../../src/cpp/addon.h"
+#include "../../src/cpp/conversions.h"
 #include "../../src/cpp/js_callback.h"
+#include "../../src/cpp/js_runtime.h"
 #include "../../src/cpp/linux/active_window.h"
 #include "../../src/cpp/linux/byte_sink.h"
 #include "../../src/cpp/linux/dbus_screenshot.h"
@@ -17,7 +19,6 @@
 #include "../../src/cpp/linux/upgrade_script.h"
 #include "../../src/cpp/logging.h"
 #include "../../src/cpp/screen_snap.h"
-#include "../../src/cpp/snap_result.h"
 #include "internals_x11.h"
 
 namespace {
@@ -148,11 +149,11 @@ void Script(const CallInfo& info) {
 
 // activeTask(): what every snapshot begins with, alone.
 void ActiveTask(const CallInfo& info) {
-  if (!agent.data_.display) agent.Setup();
-  kiv::FetchActiveTaskInfo(&agent.data_);
+  if (!agent.data_.display()) agent.Setup();
+  const kiv::ActiveTask task = kiv::ReadActiveTask(agent.data_.display(), agent.data_);
   const auto result = Nan::New<v8::Object>();
-  kiv::SetText(result, "title", agent.data_.snap.activeWindowTitle);
-  kiv::SetText(result, "process", agent.data_.snap.activeProcessName);
+  kiv::SetKey(result, "title", task.title);
+  kiv::SetKey(result, "process", task.process);
   info.GetReturnValue().Set(result);
 }
 
@@ -184,7 +185,7 @@ const Method kMethods[] = {
 };
 
 void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
-  kiv::OnModuleRegistered(ReleaseRuntime);
+  kiv::JsRuntime::Get().Start(ReleaseRuntime);
   for (const Method& method : kMethods) Nan::SetMethod(exports, method.name, method.run);
   AddX11Helpers(exports);
 }

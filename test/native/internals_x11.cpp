@@ -11,7 +11,7 @@
 
 #include <optional>
 
-#include "../../src/cpp/js_callback.h"
+#include "../../src/cpp/conversions.h"
 #include "../../src/cpp/linux/desktop_session_agent_linux.h"
 #include "../../src/cpp/linux/tools_x11_linux.h"
 #include "../../src/cpp/linux/x_error_guard.h"

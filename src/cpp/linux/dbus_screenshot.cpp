@@ -10,7 +10,7 @@
 #include "../log_request_ids.h"
 #include "../logging.h"
 #include "../snap_completion.h"
-#include "desktop_session_agent_linux.h"
+#include "desktop_session_data_linux.h"
 #include "glib_ptr.h"
 #include "image_encoder.h"
 #include "picture_file.h"
@@ -36,7 +36,6 @@ constexpr char kKdeDbusFunctionScreenshotScreen[] = "screenshotScreen";
 
 constexpr char kTmpDirVariable[] = "TMPDIR";
 constexpr char kDefaultTmpDir[] = "/tmp";
-constexpr int kDefaultTimeout = -1;
 constexpr gboolean kIncludeCursor = FALSE;
 constexpr gboolean kFlash = TRUE;
 
@@ -44,47 +43,19 @@ void LogFailure(const char* message) {
   LogMessage(LogMessage::error).stream() << kLoggingRequestId_DbusScreenshotError << message;
 }
 
-struct Target {
-  const char* bus_name;
-  const char* object_path;
-  const char* interface;
-};
+constexpr BusObject kGnome = {kGnomeDbusBusName, kGnomeDbusObjectPath, kGnomeDbusInterface};
+constexpr BusObject kKde = {kKdeDbusBusName, kKdeDbusObjectPath, kKdeDbusInterface};
 
-constexpr Target kGnome = {kGnomeDbusBusName, kGnomeDbusObjectPath, kGnomeDbusInterface};
-constexpr Target kKde = {kKdeDbusBusName, kKdeDbusObjectPath, kKdeDbusInterface};
-
-// The reply, or null with the reason in `error`. Consumes floating parameters.
-GVariantPtr Call(GDBusConnection* bus, const Target& target, const char* method,
-                 GVariant* parameters, GErrorPtr* error) {
-  return GVariantPtr(g_dbus_connection_call_sync(
-      bus, target.bus_name, target.object_path, target.interface, method, parameters, nullptr,
-      G_DBUS_CALL_FLAGS_NONE, kDefaultTimeout, nullptr, CollectError(error)));
+GVariantPtr CallOrLog(const BusObject& object, const char* method, GVariant* parameters,
+                      const char* reply_type) {
+  return CallSessionBusOrLog(kLoggingRequestId_DbusScreenshotError, object, method, parameters,
+                             reply_type);
 }
 
-// The same on a connection of its own, with the reason of a failure logged.
-GVariantPtr CallOrLog(const Target& target, const char* method, GVariant* parameters) {
-  const GVariantPtr owned(parameters ? g_variant_ref_sink(parameters) : nullptr);
+bool AnswersProbe(const BusObject& object) {
+  const BusObject introspection = {object.bus_name, object.object_path, kDbusIntrospectIinterface};
   GErrorPtr error;
-  const auto bus = ConnectSessionBus(&error);
-  GVariantPtr reply;
-  if (bus) reply = Call(bus.get(), target, method, owned.get(), &error);
-  if (!reply) LogFailure(error->message);
-  return reply;
-}
-
-// A compositor of another version may answer anything.
-bool HasType(GVariant* reply, const char* type) {
-  if (g_variant_is_of_type(reply, G_VARIANT_TYPE(type))) return true;
-  LogMessage(LogMessage::error).stream()
-      << kLoggingRequestId_DbusScreenshotError << "unexpected reply of type "
-      << g_variant_get_type_string(reply) << ", wanted " << type;
-  return false;
-}
-
-bool AnswersProbe(GDBusConnection* bus, const Target& target) {
-  const Target introspection = {target.bus_name, target.object_path, kDbusIntrospectIinterface};
-  GErrorPtr error;
-  return Call(bus, introspection, kDbusIntrospect, nullptr, &error) != nullptr;
+  return CallSessionBus(introspection, kDbusIntrospect, nullptr, nullptr, &error) != nullptr;
 }
 
 // D-Bus carries UTF-8 only, and the folder's name may be anything.
@@ -134,8 +105,8 @@ std::shared_ptr<DbusScreenshot> DbusScreenshot::Create() {
       LogFailure(error->message);
       return nullptr;
     }
-    gnome = AnswersProbe(bus.get(), kGnome);
-    plasma = AnswersProbe(bus.get(), kKde);
+    gnome = AnswersProbe(kGnome);
+    plasma = AnswersProbe(kKde);
     test_interfaces = false;
   }
   if (gnome) return std::make_shared<GnomeDbusScreenshot>();
@@ -163,7 +134,7 @@ GdkPixbuf* GnomeDbusScreenshot::SnapWholeDesktop() {
   const std::string path = GetTmpFileName();
   if (!CanBeSent(path)) return nullptr;
   if (!CallOrLog(kGnome, kGnomeDbusFunctionScreenshot,
-                 g_variant_new("(bbs)", kIncludeCursor, kFlash, path.c_str()))) {
+                 g_variant_new("(bbs)", kIncludeCursor, kFlash, path.c_str()), nullptr)) {
     return nullptr;
   }
   tmp_files_.push_back(path);
@@ -191,8 +162,8 @@ void GnomeDbusScreenshot::select_area_done(GObject* source, GAsyncResult* result
   if (!reply && g_error_matches(error.get(), G_IO_ERROR, G_IO_ERROR_CANCELLED)) {
     return CompleteWithoutPicture(kSnapSelectionCancelled, request->data, request->callback);
   }
-  if (!reply) LogFailure(error->message);
-  if (!reply || !HasType(reply.get(), "(iiii)")) {
+  if (!reply || !CheckReplyType(reply.get(), "(iiii)", &error)) {
+    LogFailure(error->message);
     return CompleteWithoutPicture(kSnapSelectionFailed, request->data, request->callback);
   }
   int x = 0;
@@ -209,7 +180,7 @@ void GnomeDbusScreenshot::ScreenshotArea(int x, int y, int width, int height,
   const std::string path = GetTmpFileName();
   if (!CanBeSent(path) ||
       !CallOrLog(kGnome, kGnomeDbusFunctionScreenshotArea,
-                 g_variant_new("(iiiibs)", x, y, width, height, kFlash, path.c_str()))) {
+                 g_variant_new("(iiiibs)", x, y, width, height, kFlash, path.c_str()), nullptr)) {
     return CompleteWithoutPicture(kSnapSelectionFailed, data, callback);
   }
   tmp_files_.push_back(path);
@@ -231,8 +202,8 @@ GdkPixbuf* PlasmaDbusScreenshot::SnapActiveDisplay() {
 void PlasmaDbusScreenshot::SnapSelection(DesktopSessionData* /*data*/, void* /*callback*/) {}
 
 GdkPixbuf* PlasmaDbusScreenshot::Capture(const char* method, GVariant* parameters) {
-  const GVariantPtr reply = CallOrLog(kKde, method, parameters);
-  if (!reply || !HasType(reply.get(), "(s)")) return nullptr;
+  const GVariantPtr reply = CallOrLog(kKde, method, parameters, "(s)");
+  if (!reply) return nullptr;
   const char* path = nullptr;
   g_variant_get(reply.get(), "(&s)", &path);
   tmp_files_.emplace_back(path);

@@ -1,26 +1,65 @@
 #include "desktop_session_agent_linux.h"
 
 #include <nan.h>
-#include <sys/timerfd.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
-#include "input_activity.h"
-#include "interval_timer.h"
+#include "../event_scope.h"
+#include "../js_callback.h"
+#include "../log_request_ids.h"
+#include "../logging.h"
+#include "../screen_lock_events.h"
+#include "capture.h"
 #include "lock_watcher.h"
+#include "session_bus.h"
+#include "upgrade_launcher.h"
 #include "user_selection_helper_linux.h"
-#include "x_connection.h"
 
 namespace kiv {
+
+namespace {
+
+// Writes the active window's title and its process's command line into `snap`. The log's lines come
+// last: they enter JavaScript.
+void FetchActiveTaskInfo(DesktopSessionData* data, ScreenSnap* snap) {
+  ActiveTask task;
+  if (data->display()) task = ReadActiveTask(data->display(), *data);
+  data->x_connection.AfterRoundTrip();
+  snap->activeWindowTitle = std::move(task.title);
+  snap->activeProcessName = std::move(task.process);
+  for (const std::string& line : task.warnings) LogMessage(LogMessage::warn).stream() << line;
+}
+
+void HandleNextEvent(void* self) {
+  auto* data = static_cast<DesktopSessionData*>(self);
+  const RawPress press = TakeRawPress(data->display(), data->xi_opcode);
+  if (!IsNewPress(press, data)) return;
+  if (IsEscape(press)) data->selection->EscPressed();
+  CountPress(press, uv_hrtime(), data);
+}
+
+// What does not need the X server goes on: the timer, lock events, the bus.
+void OnDisplayLost(void* self) {
+  static_cast<DesktopSessionData*>(self)->x_connection.Close();
+  LogMessage(LogMessage::error).stream() << kLoggingRequestId_DisplayLost;
+}
+
+void OnTick(void* self) {
+  auto* data = static_cast<DesktopSessionData*>(self);
+  if (!data->interval_callback) return;
+  JsScope scope;
+  if (scope.usable()) scope.Call(*data->interval_callback, 0, nullptr);
+}
+
+}  // namespace
 
 DesktopSessionData::DesktopSessionData() : selection(new UserSelectionImpLinux(this)) {
   define_session_type();
 }
 
-// Nothing is stopped here: either the runtime's end has released everything, or the process is
-// leaving without it and the kernel does.
+// The runtime's end has released everything, or the process exits without it and the kernel does.
 DesktopSessionData::~DesktopSessionData() = default;
 
 void DesktopSessionData::define_session_type() {
@@ -30,27 +69,46 @@ void DesktopSessionData::define_session_type() {
   is_wayland = !is_x11;
 }
 
+void DesktopSessionData::SnapSelection(void* context) { selection->start_selection(context); }
+
+void DesktopSessionData::Subscribe() {
+  GErrorPtr error;
+  bus = ConnectSessionBus(&error).release();
+  if (!bus) return;
+  SubscribeLockSignals(bus, OnDBusSignalReceived, agent, subscription_ids);
+  dbus_subscribed = true;
+}
+
+void DesktopSessionData::Unsubscribe() {
+  if (!dbus_subscribed) return;
+  dbus_subscribed = false;
+  UnsubscribeLockSignals(bus, subscription_ids);
+  g_object_unref(std::exchange(bus, nullptr));
+}
+
 void DesktopSessionData::Shutdown() {
-  if (dbus_subscribed) CloseSessionBus(this);
-  ReleaseSubscriptionsAndPolls();
+  if (const auto connection = RetainGObject(bus)) {
+    Unsubscribe();
+    g_dbus_connection_close_sync(connection.get(), nullptr, nullptr);
+  }
+  x_connection.Close();
+  interval_timer.Close();
 }
 
-void DesktopSessionData::ReleaseSubscriptionsAndPolls() {
-  UnsubscribeLockSignals(this);
-  StopInputPoll(this);
-  StopTimerPoll(this);
-}
-
-void DesktopSessionData::ReleaseTimer() {
-  StopTimerPoll(this);
-  if (timer_fd < 0) return;
-  close(timer_fd);
-  timer_fd = -1;
-}
-
-void DesktopSessionData::ReleaseDisplay() {
-  StopInputPoll(this);
-  CloseXConnection(this);
+void DesktopSessionData::OnDBusSignalReceived(GDBusConnection* /*connection*/,
+                                              const char* /*sender_name*/,
+                                              const char* /*object_path*/,
+                                              const char* /*interface_name*/,
+                                              const char* signal_name, GVariant* parameters,
+                                              void* user_data) {
+  const EventScope event_scope;
+  if (!user_data) return;
+  const auto locked = ReadLockSignal(signal_name, parameters);
+  if (!locked) return;
+  LogMessage(LogMessage::info).stream() << kLoggingRequestId_SessionBusSignal;
+  const auto* agent = static_cast<DesktopSessionAgent*>(user_data);
+  if (!agent->screen_lock_monitor_) return;
+  EmitScreenLockEvent(agent->screen_lock_monitor_, *locked ? kScreenLockEvent : kScreenUnlockEvent);
 }
 
 DesktopSessionAgent::DesktopSessionAgent() { uv_mutex_init(&mutex_); }
@@ -58,41 +116,87 @@ DesktopSessionAgent::DesktopSessionAgent() { uv_mutex_init(&mutex_); }
 DesktopSessionAgent::~DesktopSessionAgent() { uv_mutex_destroy(&mutex_); }
 
 int DesktopSessionAgent::Setup() {
-  data_.ReleaseTimer();
-  data_.ReleaseSubscriptionsAndPolls();
-  data_.ReleaseDisplay();
+  data_.interval_timer.Close();
+  data_.Unsubscribe();
+  data_.x_connection.Close();
   return Connect();
 }
 
 int DesktopSessionAgent::Connect() {
   data_.agent = this;
-  SubscribeLockSignals(&data_);
+  data_.Subscribe();
 
-  if (!OpenXConnection(&data_)) return 1;
-  data_.timer_fd = timerfd_create(CLOCK_REALTIME, TFD_CLOEXEC);
-  if (data_.timer_fd == -1) return 1;
-  SelectRawInput(data_.display);
-  InternAtoms(&data_);
-  if (!StartInputPoll(&data_)) return 1;
-  if (!StartTimerPoll(&data_)) return 1;
+  _XDisplay* const display = data_.x_connection.Open();
+  if (!display) return 1;
+  const auto opcode = FindXInput(display);
+  if (!opcode) return 1;
+  data_.xi_opcode = *opcode;
+  if (!data_.interval_timer.Create()) return 1;
+  data_.screens = SelectRawInput(display);
+  static_cast<ActiveWindowAtoms&>(data_) = InternActiveWindowAtoms(display);
+  if (!data_.x_connection.StartReading({HandleNextEvent, OnDisplayLost, &data_})) return 1;
+  if (!data_.interval_timer.Watch(OnTick, &data_)) return 1;
   return 0;
 }
 
 void DesktopSessionAgent::Teardown() {
-  data_.ReleaseTimer();
+  data_.interval_timer.Close();
   data_.Shutdown();
-  data_.ReleaseDisplay();
   // Without the agent's connection Escape would no longer reach the overlay. Last, because the
   // completion may call anything.
   data_.selection->Fail();
 }
 
 void DesktopSessionAgent::OnRuntimeEnd() {
-  data_.ReleaseTimer();
-  data_.ReleaseSubscriptionsAndPolls();
-  data_.ReleaseDisplay();
+  data_.interval_timer.Close();
+  data_.Unsubscribe();
+  data_.x_connection.Close();
   data_.interval_callback.reset();
   data_.selection->Drop();
+}
+
+void DesktopSessionAgent::UpdateLastTimes() {
+  data_.last_key_press = kUnknownSeconds;
+  data_.last_mouse_click = kUnknownSeconds;
+  data_.last_mouse_move = kUnknownSeconds;
+  data_.last_input = kUnknownSeconds;
+  if (!data_.is_x11) {
+    data_.last_input = IdleTimeOfMutter();
+  } else if (data_.display()) {
+    data_.last_input = IdleTimeOfX(data_.display());
+    data_.x_connection.AfterRoundTrip();
+  }
+}
+
+void DesktopSessionAgent::SetInterval(std::unique_ptr<Nan::Callback> callback, int milliseconds) {
+  data_.interval_timer.Arm(0);
+  std::swap(data_.interval_callback, callback);
+  if (data_.interval_callback && milliseconds > 0) data_.interval_timer.Arm(milliseconds);
+}
+
+ScreenSnap* DesktopSessionAgent::SnapWholeDesktop(bool jpeg, bool limit_size) {
+  return Snap(CaptureArea::kDesktop, jpeg, limit_size);
+}
+
+ScreenSnap* DesktopSessionAgent::SnapActiveDisplay(bool jpeg, bool limit_size) {
+  return Snap(CaptureArea::kDisplay, jpeg, limit_size);
+}
+
+ScreenSnap* DesktopSessionAgent::Snap(CaptureArea area, bool jpeg, bool limit_size) {
+  data_.define_session_type();
+  ScreenSnap snap;
+  FetchActiveTaskInfo(&data_, &snap);
+  PublishPicture(&snap, CaptureScreen(area, data_.is_x11, jpeg, limit_size));
+  PublishSnap(&data_.snap, std::move(snap));
+  return &data_.snap;
+}
+
+ScreenSnap* DesktopSessionAgent::SnapSelection(void* context) {
+  data_.define_session_type();
+  // Before the overlay becomes the active window.
+  FetchActiveTaskInfo(&data_, &data_.snap);
+  data_.SnapSelection(context);
+  return &data_.snap;
 }
 
 bool DesktopSessionAgent::SnapGuardIsFree() {
@@ -110,6 +214,10 @@ void DesktopSessionAgent::SetSnapReady(bool ready) {
   uv_mutex_lock(&mutex_);
   snap_ready_ = ready;
   uv_mutex_unlock(&mutex_);
+}
+
+int DesktopSessionAgent::Upgrade(const std::string& path, bool relaunch) const {
+  return LaunchUpgrade(path, relaunch);
 }
 
 const ProcessHandlesInfo* DesktopSessionAgent::GetProcessHandlesInfo(unsigned long /*pid*/) const {

@@ -2,19 +2,11 @@
 
 #include <gdk/gdkx.h>
 
+#include "gdk_error_trap.h"
+
 namespace kiv {
 
 namespace {
-
-// Windows die and monitors change between two of GDK's requests; its own handler would end the
-// process.
-class GdkErrorTrap {
- public:
-  GdkErrorTrap() { gdk_error_trap_push(); }
-  ~GdkErrorTrap() { gdk_error_trap_pop_ignored(); }
-  GdkErrorTrap(const GdkErrorTrap&) = delete;
-  GdkErrorTrap& operator=(const GdkErrorTrap&) = delete;
-};
 
 // GDK's default root window, or null where it has none that X could give a picture of.
 GdkWindow* UsableRoot() {

@@ -5,11 +5,6 @@
 
 #include <cstring>
 
-#include "../event_scope.h"
-#include "../log_request_ids.h"
-#include "../logging.h"
-#include "desktop_session_agent_linux.h"
-#include "user_selection_helper_linux.h"
 #include "x_error_guard.h"
 
 namespace kiv {
@@ -20,9 +15,6 @@ constexpr int kEscapeKeycode = 9;
 constexpr int kWheelUp = 4;
 constexpr int kWheelDown = 5;
 constexpr uint64_t kWheelBurstGap = 1'000'000'000;
-// Longest stretch for which a flood of events may hold the loop; the rest waits one turn.
-constexpr uint64_t kDrainBudget = 4'000'000;
-constexpr unsigned kEventsPerClockReading = 64;
 
 // The id of the first device of that name, or `fallback`.
 int FindDevice(Display* display, const char* name, int fallback) {
@@ -46,93 +38,19 @@ void SelectOnEveryRoot(Display* display, XIEventMask* mask) {
   }
 }
 
-void CountButton(DesktopSessionData* data, int button) {
-  if (button != kWheelUp && button != kWheelDown) {
-    ++data->mouse_activity;
-    return;
-  }
-  const uint64_t now = uv_hrtime();
-  if (!data->wheel_seen || now - data->last_wheel_time >= kWheelBurstGap) ++data->mouse_activity;
-  data->wheel_seen = true;
-  data->last_wheel_time = now;
-}
-
-// A server sends a raw event once for every root window on which it is selected, one copy right
-// after the other; only the first counts. Two presses of one key have its release between them.
-bool IsCopy(DesktopSessionData* data, const RawPress& press) {
-  if (ScreenCount(data->display) == 1) return false;
-  const bool copy = press.type != 0 && press == data->last_press;
-  data->last_press = press;
-  return copy;
-}
-
-void HandleNextEvent(DesktopSessionData* data) {
-  Display* display = data->display;
-  XEvent event;
-  XNextEvent(display, &event);
-  XGenericEventCookie* cookie = &event.xcookie;
-  if (cookie->type != GenericEvent || cookie->extension != data->xi_opcode) return;
-  if (!XGetEventData(display, cookie)) return;
-  RawPress press;
-  if (cookie->evtype == XI_RawKeyPress || cookie->evtype == XI_RawButtonPress) {
-    press.type = cookie->evtype;
-    // Null where Xlib had no memory for it. A press it is all the same.
-    if (const auto* raw = static_cast<const XIRawEvent*>(cookie->data)) {
-      press = {cookie->evtype, raw->detail, raw->sourceid, raw->time};
-    }
-  }
-  // Freed before anything that may close the connection.
-  XFreeEventData(display, cookie);
-  if (IsCopy(data, press)) return;
-  if (press.type == XI_RawKeyPress) {
-    if (press.detail == kEscapeKeycode) data->selection->EscPressed();
-    ++data->keyboard_activity;
-  } else if (press.type == XI_RawButtonPress) {
-    CountButton(data, press.detail);
-  }
-}
-
-// What Xlib has queued needs no call.
-bool HasEvents(Display* display) { return QLength(display) > 0 || XPending(display) > 0; }
-
-void Drain(DesktopSessionData* data) {
-  const uint64_t start = uv_hrtime();
-  for (unsigned handled = 1; data->HasDisplay() && HasEvents(data->display); ++handled) {
-    HandleNextEvent(data);
-    if (handled % kEventsPerClockReading == 0 && uv_hrtime() - start > kDrainBudget) break;
-  }
-  AfterRoundTrip(data);
-}
-
-// What does not need the X server goes on: the timer, lock events, the bus.
-void OnDisplayLost(DesktopSessionData* data) {
-  data->ReleaseDisplay();
-  LogMessage(LogMessage::error).stream() << kLoggingRequestId_DisplayLost;
-}
-
-void PollCallback(uv_poll_t* handle, int status, int /*events*/) {
-  const EventScope event_scope;
-  auto* data = static_cast<DesktopSessionData*>(handle->data);
-  if (status < 0) {
-    StopInputPoll(data);
-    // Where the server is gone, Xlib has to see it, too.
-    if (data->HasDisplay()) XPending(data->display);
-    if (data->display_lost) OnDisplayLost(data);
-    return;
-  }
-  Drain(data);
-}
-
-void OnWake(uv_async_t* handle) {
-  const EventScope event_scope;
-  auto* data = static_cast<DesktopSessionData*>(handle->data);
-  if (data->display_lost) return OnDisplayLost(data);
-  if (data->x_poll_active) Drain(data);
-}
-
 }  // namespace
 
-void SelectRawInput(Display* display) {
+std::optional<int> FindXInput(Display* display) {
+  int opcode = 0;
+  int event_base = 0;
+  int error_base = 0;
+  if (!XQueryExtension(display, "XInputExtension", &opcode, &event_base, &error_base)) {
+    return std::nullopt;
+  }
+  return opcode;
+}
+
+int SelectRawInput(Display* display) {
   // A device may vanish between its look-up and the selection.
   const XErrorGuard guard(display);
   unsigned char bits[4] = {};
@@ -147,25 +65,50 @@ void SelectRawInput(Display* display) {
   mask.deviceid = FindDevice(display, "Virtual core pointer", mask.deviceid);
   SelectOnEveryRoot(display, &mask);
   XFlush(display);
+  return ScreenCount(display);
 }
 
-bool StartInputPoll(DesktopSessionData* data) {
-  data->x_poll_active = data->x_wake.Start(OnWake, data) &&
-                        data->x_poll.Start(ConnectionNumber(data->display), PollCallback, data);
-  if (!data->x_poll_active) StopInputPoll(data);
-  // The set-up's own round trips may have read events already.
-  AfterRoundTrip(data);
-  return data->x_poll_active;
+RawPress TakeRawPress(Display* display, int opcode) {
+  XEvent event;
+  XNextEvent(display, &event);
+  XGenericEventCookie* cookie = &event.xcookie;
+  if (cookie->type != GenericEvent || cookie->extension != opcode) return {};
+  if (!XGetEventData(display, cookie)) return {};
+  RawPress press;
+  if (cookie->evtype == XI_RawKeyPress || cookie->evtype == XI_RawButtonPress) {
+    press.type = cookie->evtype;
+    // Null where Xlib had no memory for it. A press it is all the same.
+    if (const auto* raw = static_cast<const XIRawEvent*>(cookie->data)) {
+      press = {cookie->evtype, raw->detail, raw->sourceid, raw->time};
+    }
+  }
+  XFreeEventData(display, cookie);
+  return press;
 }
 
-void StopInputPoll(DesktopSessionData* data) {
-  data->x_poll.Close();
-  data->x_wake.Close();
-  data->x_poll_active = false;
+bool IsNewPress(const RawPress& press, InputCounters* counters) {
+  if (counters->screens == 1) return press.type != 0;
+  const bool copy = press == counters->last_press;
+  counters->last_press = press;
+  return press.type != 0 && !copy;
 }
 
-void AfterRoundTrip(DesktopSessionData* data) {
-  if (data->display_lost || (data->display && QLength(data->display) > 0)) data->x_wake.Send();
+bool IsEscape(const RawPress& press) {
+  return press.type == XI_RawKeyPress && press.detail == kEscapeKeycode;
+}
+
+void CountPress(const RawPress& press, uint64_t now, InputCounters* counters) {
+  if (press.type == XI_RawKeyPress) {
+    ++counters->keyboard_activity;
+    return;
+  }
+  const bool wheel = press.detail == kWheelUp || press.detail == kWheelDown;
+  const bool burst =
+      wheel && counters->wheel_seen && now - counters->last_wheel_time < kWheelBurstGap;
+  if (!burst) ++counters->mouse_activity;
+  if (!wheel) return;
+  counters->wheel_seen = true;
+  counters->last_wheel_time = now;
 }
 
 }  // namespace kiv

@@ -1,58 +1,55 @@
 #include "interval_timer.h"
 
-#include <nan.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 
-#include <utility>
+#include <cstdint>
 
 #include "../event_scope.h"
-#include "../js_callback.h"
-#include "desktop_session_agent_linux.h"
 
 namespace kiv {
 
-namespace {
-
-void PollTimerCallback(uv_poll_t* handle, int status, int /*events*/) {
-  const EventScope event_scope;
-  auto* data = static_cast<DesktopSessionData*>(handle->data);
-  if (status < 0) {
-    StopTimerPoll(data);
-    return;
-  }
-  // The expirations themselves do not matter: missed periods make one call.
-  uint64_t expirations = 0;
-  int reads = 0;
-  while (read(data->timer_fd, &expirations, sizeof expirations) == sizeof expirations) ++reads;
-  if (reads == 0 || !data->interval_callback) return;
-  JsScope scope;
-  if (scope.usable()) scope.Call(*data->interval_callback, 0, nullptr);
+bool IntervalTimer::Create() {
+  Close();
+  timer_fd_.reset(timerfd_create(CLOCK_REALTIME, TFD_CLOEXEC));
+  return static_cast<bool>(timer_fd_);
 }
 
-// A period of 0 disarms. Fails without harm when there is no descriptor.
-void Arm(int fd, int milliseconds) {
+bool IntervalTimer::Watch(void (*on_tick)(void* self), void* self) {
+  on_tick_ = on_tick;
+  self_ = self;
+  timer_poll_ = MakeUvHandle(uv_poll_init, uv_default_loop(), this, timer_fd_.get());
+  if (timer_poll_ && uv_poll_start(timer_poll_.get(), UV_READABLE, OnReadable) == 0) return true;
+  timer_poll_.reset();
+  return false;
+}
+
+void IntervalTimer::Arm(int milliseconds) const {
   const timespec period = {milliseconds / 1000, milliseconds % 1000 * 1'000'000L};
   const itimerspec timer = {period, period};
-  timerfd_settime(fd, 0, &timer, nullptr);
+  timerfd_settime(timer_fd_.get(), 0, &timer, nullptr);
 }
 
-}  // namespace
-
-void DesktopSessionAgent::SetInterval(std::unique_ptr<Nan::Callback> callback, int milliseconds) {
-  Arm(data_.timer_fd, 0);
-  std::swap(data_.interval_callback, callback);
-  if (data_.interval_callback && milliseconds > 0) Arm(data_.timer_fd, milliseconds);
+void IntervalTimer::Close() {
+  timer_poll_.reset();
+  timer_fd_.reset();
 }
 
-bool StartTimerPoll(DesktopSessionData* data) {
-  data->timer_poll_active = data->timer_poll.Start(data->timer_fd, PollTimerCallback, data);
-  return data->timer_poll_active;
+void IntervalTimer::OnReadable(uv_poll_t* handle, int status, int /*events*/) {
+  const EventScope event_scope;
+  auto* timer = static_cast<IntervalTimer*>(handle->data);
+  if (status < 0) {
+    timer->timer_poll_.reset();
+  } else if (timer->TakeExpirations()) {
+    timer->on_tick_(timer->self_);
+  }
 }
 
-void StopTimerPoll(DesktopSessionData* data) {
-  data->timer_poll.Close();
-  data->timer_poll_active = false;
+bool IntervalTimer::TakeExpirations() const {
+  uint64_t expirations = 0;
+  bool any = false;
+  while (read(timer_fd_.get(), &expirations, sizeof expirations) == sizeof expirations) any = true;
+  return any;
 }
 
 }  // namespace kiv

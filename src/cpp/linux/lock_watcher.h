@@ -1,16 +1,23 @@
 #ifndef SRC_CPP_LINUX_LOCK_WATCHER_H_
 #define SRC_CPP_LINUX_LOCK_WATCHER_H_
 
+#include <gio/gio.h>
+
+#include <optional>
+
 namespace kiv {
 
-struct DesktopSessionData;
+constexpr int kLockSignalCount = 4;
 
-// Subscribes to the screen savers' signals on the session bus; without a bus nothing happens.
-void SubscribeLockSignals(DesktopSessionData* data);
-// Removes the subscriptions and drops the connection's reference. May be called again.
-void UnsubscribeLockSignals(DesktopSessionData* data);
-// Removes the subscriptions, then closes the connection, for everybody who shares it.
-void CloseSessionBus(DesktopSessionData* data);
+// Subscribes to the screen savers' signals. `user_data` stays valid until they are unsubscribed.
+void SubscribeLockSignals(GDBusConnection* bus, GDBusSignalCallback callback, void* user_data,
+                          unsigned (&subscription_ids)[kLockSignalCount]);
+void UnsubscribeLockSignals(GDBusConnection* bus,
+                            const unsigned (&subscription_ids)[kLockSignalCount]);
+
+// What a signal says: locked, unlocked, or neither. Signals come from untrusted peers: any other
+// name or shape is no event.
+std::optional<bool> ReadLockSignal(const char* signal_name, GVariant* parameters);
 
 }  // namespace kiv
 

@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <fstream>
 
+#include "../unique_fd.h"
+
 namespace kiv {
 
 namespace {
@@ -29,20 +31,6 @@ std::string RandomName() {
   for (const uint32_t number : numbers) name += kLetters[number % (sizeof kLetters - 1)];
   return name;
 }
-
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  ~Descriptor() {
-    if (fd_ >= 0) close(fd_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int get() const { return fd_; }
-
- private:
-  int fd_;
-};
 
 struct Size {
   int64_t width;
@@ -90,9 +78,9 @@ std::string UnusedPath(const std::string& directory) {
 
 GObjectPtr<GdkPixbuf> ReadPicture(const std::string& path, GErrorPtr* error) {
   // Without O_NONBLOCK the opening of a FIFO would wait for a writer.
-  const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  const UniqueFd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   struct stat info = {};
-  if (file.get() < 0 || fstat(file.get(), &info) != 0) {
+  if (!file || fstat(file.get(), &info) != 0) {
     const int code = errno;
     g_set_error(CollectError(error), G_FILE_ERROR, g_file_error_from_errno(code),
                 "The picture cannot be read: %s", g_strerror(code));

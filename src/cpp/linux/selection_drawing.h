@@ -10,17 +10,13 @@
 
 namespace kiv {
 
-// What the overlay draws, step by step. Contexts measure in pixels of the captured picture.
+// What the overlay draws, step by step. Coordinates are pixels of the captured picture.
 
 using CairoPtr = std::unique_ptr<cairo_t, FreeWith<cairo_destroy>>;
 using CairoSurfacePtr = std::unique_ptr<cairo_surface_t, FreeWith<cairo_surface_destroy>>;
 
 // The picture over black at 150/255; null when there is no memory for it.
 GObjectPtr<GdkPixbuf> MakeDimmed(GdkPixbuf* picture);
-
-// The picture as a surface on the display server's side, so that painting it costs this process
-// nothing; its pixels are those of the picture itself as a source. `scale` is the window's.
-CairoSurfacePtr PrepareSource(GdkWindow* window, GdkPixbuf* picture, int scale);
 
 struct Crectangle_d {
   double x;
@@ -33,14 +29,44 @@ struct Crectangle_d {
 // are. Several are a pixel wider or longer, to reach the lines that framed `before`.
 std::vector<Crectangle_d> UncoveredStrips(const GdkRectangle& before, const GdkRectangle& after);
 
-// White dashed lines through the pixel (x, y) across the whole surface, in the context's line
-// width. No clip may be set.
-void draw_dashed_cross(cairo_t* cr, double x, double y);
+// The off-screen picture that the overlay's window shows; always complete.
+class SelectionCanvas {
+ public:
+  // The captured picture and its dimmed copy; `scale` pixels make a point of the window.
+  SelectionCanvas(GObjectPtr<GdkPixbuf> base, GObjectPtr<GdkPixbuf> blended, int scale);
+  SelectionCanvas(const SelectionCanvas&) = delete;
+  SelectionCanvas& operator=(const SelectionCanvas&) = delete;
 
-// Fills a rectangle with `source`, whose top-left corner lies at (0, 0).
-void FillFrom(cairo_t* cr, cairo_surface_t* source, const Crectangle_d& area);
-// The same with the whole surface.
-void PaintFrom(cairo_t* cr, cairo_surface_t* source);
+  // Begins anew for a window of that size in points: the dimmed picture, and a cross at (x, y).
+  void Configure(GdkWindow* window, int width, int height, int x, int y);
+  // False before the first Configure; nothing may be drawn or shown then.
+  bool configured() const { return cr_ != nullptr; }
+
+  // Begins a step; `clear` removes what the one before drew.
+  void BeginStep(bool clear);
+  void DrawCross(int x, int y);
+  // The rectangle that is dragged out, with the cross at (x, y).
+  void DrawDragStep(int x, int y, const GdkRectangle& before, const GdkRectangle& after);
+  // Copies the picture.
+  void Show(cairo_t* cr) const;
+
+  // Makes the undimmed source, which a drag needs, beforehand.
+  void PrepareBase();
+  bool base_prepared() const { return base_source_ != nullptr; }
+
+  GdkPixbuf* picture() const { return base_pixbuf_.get(); }
+
+ private:
+  GObjectPtr<GdkPixbuf> base_pixbuf_;
+  GObjectPtr<GdkPixbuf> blended_pixbuf_;
+  int scale_;
+  GObjectPtr<GdkWindow> window_;
+  // The two pictures as the drawing's sources.
+  CairoSurfacePtr base_source_;
+  CairoSurfacePtr blended_source_;
+  CairoSurfacePtr surface_;
+  CairoPtr cr_;  // on surface_
+};
 
 }  // namespace kiv
 

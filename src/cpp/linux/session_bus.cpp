@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <utility>
 
+#include "../logging.h"
+
 namespace kiv {
 
 namespace {
@@ -13,6 +15,7 @@ namespace {
 // GLib's own limits begin once there is a connection; a daemon that hangs would hold the host for
 // as long as it does.
 constexpr guint kPatienceMilliseconds = 5000;
+constexpr int kDefaultTimeout = -1;
 
 // GLib aborts when it finds no descriptor for a main context of its own, as every synchronous call
 // needs one; opening a connection needs several more.
@@ -147,6 +150,34 @@ GObjectPtr<GDBusConnection> ConnectSessionBus(GErrorPtr* error) {
   g_dbus_connection_set_exit_on_close(bus.get(), FALSE);
   g_weak_ref_set(LastConnection(), bus.get());
   return bus;
+}
+
+GVariantPtr CallSessionBus(const BusObject& object, const char* method, GVariant* parameters,
+                           const char* reply_type, GErrorPtr* error) {
+  const GVariantPtr owned(parameters ? g_variant_ref_sink(parameters) : nullptr);
+  const auto bus = ConnectSessionBus(error);
+  if (!bus) return nullptr;
+  GVariantPtr reply(g_dbus_connection_call_sync(
+      bus.get(), object.bus_name, object.object_path, object.interface, method, owned.get(),
+      nullptr, G_DBUS_CALL_FLAGS_NONE, kDefaultTimeout, nullptr, CollectError(error)));
+  if (reply && !CheckReplyType(reply.get(), reply_type, error)) return nullptr;
+  return reply;
+}
+
+GVariantPtr CallSessionBusOrLog(const char* request_id, const BusObject& object, const char* method,
+                                GVariant* parameters, const char* reply_type) {
+  GErrorPtr error;
+  auto reply = CallSessionBus(object, method, parameters, reply_type, &error);
+  if (!reply) LogMessage(LogMessage::error).stream() << request_id << error->message;
+  return reply;
+}
+
+bool CheckReplyType(GVariant* reply, const char* reply_type, GErrorPtr* error) {
+  if (!reply_type || g_variant_is_of_type(reply, G_VARIANT_TYPE(reply_type))) return true;
+  g_set_error(CollectError(error), G_IO_ERROR, G_IO_ERROR_INVALID_DATA,
+              "unexpected reply of type %s, wanted %s", g_variant_get_type_string(reply),
+              reply_type);
+  return false;
 }
 
 }  // namespace kiv

@@ -7,10 +7,29 @@ namespace kiv {
 
 // An open connection to the session bus, or null with the reason in `error`: the one that somebody
 // got here and still holds, else the process's shared connection. A closed shared one, which GLib
-// hands out as long as anybody holds it, is replaced by a new connection. The death of the bus never
-// ends the process. A daemon that does not answer holds the caller for five seconds at most; a
-// process without descriptors for a call gets an error, since GLib would abort.
+// hands out as long as anybody holds it, is replaced by a new connection. The death of the bus
+// never ends the process. A daemon that does not answer holds the caller for five seconds at most;
+// a process without descriptors for a call gets an error, since GLib would abort.
 GObjectPtr<GDBusConnection> ConnectSessionBus(GErrorPtr* error);
+
+struct BusObject {
+  const char* bus_name;
+  const char* object_path;
+  const char* interface;
+};
+
+// Calls a method on such a connection and waits, at most for the bus's default time-out. The reply,
+// or null with the reason in `error`. A service of another version may answer anything: a reply
+// that is not of `reply_type` counts as an error; a null type takes any. Consumes floating
+// parameters.
+GVariantPtr CallSessionBus(const BusObject& object, const char* method, GVariant* parameters,
+                           const char* reply_type, GErrorPtr* error);
+// The same; the reason goes into the log, after `request_id`, which enters JavaScript.
+GVariantPtr CallSessionBusOrLog(const char* request_id, const BusObject& object, const char* method,
+                                GVariant* parameters, const char* reply_type);
+
+// False, with an error, for a reply of another type.
+bool CheckReplyType(GVariant* reply, const char* reply_type, GErrorPtr* error);
 
 }  // namespace kiv
 

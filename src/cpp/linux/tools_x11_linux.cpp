@@ -4,7 +4,7 @@
 #include <cstring>
 #include <map>
 
-#include "desktop_session_agent_linux.h"
+#include "desktop_session_data_linux.h"
 #include "process_command_line.h"
 
 namespace tools_x11 {

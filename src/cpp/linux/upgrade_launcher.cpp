@@ -1,3 +1,5 @@
+#include "upgrade_launcher.h"
+
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,12 +11,10 @@
 #include <cstring>
 #include <ctime>
 #include <optional>
-#include <string>
 #include <vector>
 
 #include "../log_request_ids.h"
 #include "../logging.h"
-#include "desktop_session_agent_linux.h"
 #include "script_process.h"
 #include "upgrade_script.h"
 
@@ -97,7 +97,7 @@ int Refuse(const char* reason, int error) {
 
 }  // namespace
 
-int DesktopSessionAgent::Upgrade(const std::string& path, bool relaunch) const {
+int LaunchUpgrade(const std::string& path, bool relaunch) {
   if (path.size() < kSuffixLength || !IsPlainPath(path)) {
     return Refuse(kLoggingRequestId_UpgradeFileNameError);
   }

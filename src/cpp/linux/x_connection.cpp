@@ -3,81 +3,140 @@
 #include <X11/Xlib.h>
 #include <dlfcn.h>
 
-#include "desktop_session_agent_linux.h"
-#include "x_error_guard.h"
+#include <utility>
+
+#include "../event_scope.h"
 
 namespace kiv {
 
 namespace {
 
+// Longest stretch for which a flood of events may hold the loop; the rest waits one iteration.
+constexpr uint64_t kDrainBudget = 4'000'000;
+constexpr unsigned kEventsPerClockReading = 64;
+
 // XIOErrorExitHandler's type, spelled out for headers older than libX11 1.7.
 using ExitHandler = void (*)(Display*, void*);
 using SetExitHandler = void (*)(Display*, ExitHandler, void*);
-
-Display* watched_display = nullptr;
-XIOErrorHandler previous_io_handler = nullptr;
-// Ours may have to stay below a handler that somebody put on top; it is never installed twice.
-bool handler_installed = false;
 
 SetExitHandler FindSetExitHandler() {
   return reinterpret_cast<SetExitHandler>(dlsym(RTLD_DEFAULT, "XSetIOErrorExitHandler"));
 }
 
-// GDK's handler ends the process before libX11 asks the connection's exit handler, so ours stands
-// before it and answers for our connection only.
-int OnIoError(Display* display) {
-  if (display == watched_display) return 0;
-  return previous_io_handler ? previous_io_handler(display) : 0;
+// libX11's process-wide handler of I/O errors. GDK's exits before libX11 asks the connection's exit
+// handler, so ours stands before it and answers for one connection only.
+class IoErrorHandler {
+ public:
+  void Watch(Display* display);
+  void Unwatch(Display* display);
+
+ private:
+  static int OnError(Display* display);
+
+  Display* watched_ = nullptr;
+  XIOErrorHandler previous_ = nullptr;
+  // Ours may have to stay below a handler that somebody put on top; it is never installed twice.
+  bool installed_ = false;
+};
+
+IoErrorHandler io_error_handler;
+
+void IoErrorHandler::Watch(Display* display) {
+  watched_ = display;
+  if (installed_) return;
+  previous_ = XSetIOErrorHandler(OnError);
+  installed_ = true;
 }
 
-void InstallIoHandler() {
-  if (handler_installed) return;
-  previous_io_handler = XSetIOErrorHandler(OnIoError);
-  handler_installed = true;
+void IoErrorHandler::Unwatch(Display* display) {
+  if (watched_ != display) return;
+  watched_ = nullptr;
+  const XIOErrorHandler current = XSetIOErrorHandler(previous_);
+  installed_ = current != OnError;
+  // Somebody put a handler above ours meanwhile; it stays, and ours below it passes everything on.
+  if (installed_) XSetIOErrorHandler(current);
 }
 
-void RemoveIoHandler() {
-  const XIOErrorHandler current = XSetIOErrorHandler(previous_io_handler);
-  handler_installed = current != OnIoError;
-  // Somebody put a handler above ours meanwhile; it stays, and ours below it hands everything on.
-  if (handler_installed) XSetIOErrorHandler(current);
+int IoErrorHandler::OnError(Display* display) {
+  const IoErrorHandler& self = io_error_handler;
+  if (display == self.watched_) return 0;
+  return self.previous_ ? self.previous_(display) : 0;
 }
 
-void OnConnectionLost(Display* /*display*/, void* lost) { *static_cast<bool*>(lost) = true; }
+// What Xlib has queued needs no call.
+bool HasEvents(Display* display) { return QLength(display) > 0 || XPending(display) > 0; }
 
 }  // namespace
 
-bool OpenXConnection(DesktopSessionData* data) {
-  data->display = XOpenDisplay(nullptr);
-  if (!data->display) return false;
+Display* XConnection::Open() {
+  Close();
+  display_ = XOpenDisplay(nullptr);
+  if (!display_) return nullptr;
   if (const SetExitHandler set_exit_handler = FindSetExitHandler()) {
-    set_exit_handler(data->display, OnConnectionLost, &data->display_lost);
-    watched_display = data->display;
-    InstallIoHandler();
+    const auto on_lost = [](Display*, void* lost) { *static_cast<bool*>(lost) = true; };
+    set_exit_handler(display_, on_lost, &lost_);
+    io_error_handler.Watch(display_);
   }
-  int event_base = 0;
-  int error_base = 0;
-  return XQueryExtension(data->display, "XInputExtension", &data->xi_opcode, &event_base,
-                         &error_base) == True;
+  return display_;
 }
 
-void CloseXConnection(DesktopSessionData* data) {
-  if (!data->display) return;
-  XCloseDisplay(data->display);
-  data->display_lost = false;
-  const bool watched = data->display == watched_display;
-  data->display = nullptr;
-  if (!watched) return;
-  watched_display = nullptr;
-  RemoveIoHandler();
+bool XConnection::StartReading(const Client& client) {
+  client_ = client;
+  wake_ = MakeUvHandle(uv_async_init, uv_default_loop(), this, uv_async_cb{OnWake});
+  UvUnref(wake_);
+  poll_ = MakeUvHandle(uv_poll_init, uv_default_loop(), this, ConnectionNumber(display_));
+  if (!wake_ || !poll_ || uv_poll_start(poll_.get(), UV_READABLE, OnReadable) != 0) {
+    StopReading();
+    return false;
+  }
+  // The round trips until now may have read events already.
+  AfterRoundTrip();
+  return true;
 }
 
-void InternAtoms(DesktopSessionData* data) {
-  const XErrorGuard guard(data->display);
-  data->atom_net_wm_pid = XInternAtom(data->display, "_NET_WM_PID", False);
-  data->atom_net_wm_name = XInternAtom(data->display, "_NET_WM_NAME", False);
-  data->atom_wm_name = XInternAtom(data->display, "_WM_NAME", False);
-  data->atom_net_active_window = XInternAtom(data->display, "_NET_ACTIVE_WINDOW", False);
+void XConnection::StopReading() {
+  poll_.reset();
+  wake_.reset();
+}
+
+void XConnection::Close() {
+  StopReading();
+  Display* const display = std::exchange(display_, nullptr);
+  if (!display) return;
+  XCloseDisplay(display);
+  io_error_handler.Unwatch(display);
+  lost_ = false;
+}
+
+void XConnection::AfterRoundTrip() {
+  if (!wake_ || !display_) return;
+  if (lost_ || QLength(display_) > 0) uv_async_send(wake_.get());
+}
+
+void XConnection::OnReadable(uv_poll_t* handle, int status, int /*events*/) {
+  const EventScope event_scope;
+  auto* self = static_cast<XConnection*>(handle->data);
+  if (status >= 0) return self->Drain();
+  self->StopReading();
+  // Where the server is gone, Xlib has to see it, too.
+  if (self->display()) XPending(self->display_);
+  if (self->lost_) self->client_.on_lost(self->client_.self);
+}
+
+void XConnection::OnWake(uv_async_t* handle) {
+  const EventScope event_scope;
+  auto* self = static_cast<XConnection*>(handle->data);
+  if (self->lost_) return self->client_.on_lost(self->client_.self);
+  self->Drain();
+}
+
+void XConnection::Drain() {
+  const uint64_t start = uv_hrtime();
+  for (unsigned handled = 1; display() && HasEvents(display_); ++handled) {
+    client_.take_event(client_.self);
+    if (handled % kEventsPerClockReading == 0 && uv_hrtime() - start > kDrainBudget) break;
+  }
+  AfterRoundTrip();
 }
 
 }  // namespace kiv

@@ -1,0 +1,33 @@
+#include "js_runtime.h"
+
+namespace kiv {
+
+JsRuntime& JsRuntime::Get() {
+  static auto* const runtime = new JsRuntime();
+  return *runtime;
+}
+
+void JsRuntime::Start(void (*release)()) {
+  if (context_) return;
+  isolate_ = v8::Isolate::GetCurrent();
+  context_ = new Nan::Persistent<v8::Context>(Nan::GetCurrentContext());
+  release_ = release;
+  node::AddEnvironmentCleanupHook(isolate_, OnEnd, this);
+}
+
+void JsRuntime::OnEnd(void* self) {
+  auto* runtime = static_cast<JsRuntime*>(self);
+  runtime->release_();
+  runtime->context_->Reset();
+  delete runtime->context_;
+  runtime->context_ = nullptr;
+  runtime->isolate_ = nullptr;
+}
+
+bool JsRuntime::IsAlive() const { return context_ && v8::Isolate::GetCurrent() == isolate_; }
+
+bool JsRuntime::IsTerminating() const { return isolate_->IsExecutionTerminating(); }
+
+void JsRuntime::Terminate() { isolate_->TerminateExecution(); }
+
+}  // namespace kiv

@@ -1,0 +1,42 @@
+#ifndef SRC_CPP_JS_RUNTIME_H_
+#define SRC_CPP_JS_RUNTIME_H_
+
+#include <nan.h>
+
+namespace kiv {
+
+// The runtime that loaded the module; it knows one at a time, on the main thread. Never destroyed,
+// so that what outlives the isolate can still ask.
+class JsRuntime {
+ public:
+  static JsRuntime& Get();
+  JsRuntime(const JsRuntime&) = delete;
+  JsRuntime& operator=(const JsRuntime&) = delete;
+
+  // Called by the register function; again, without effect, when the runtime loads the module
+  // again. `release` runs while the isolate is still alive and must drop every persistent handle.
+  void Start(void (*release)());
+
+  // False once the runtime is going away: its handles must not be touched any more.
+  bool IsAlive() const;
+  // True while the runtime ends a script, of which no more may run.
+  bool IsTerminating() const;
+  // Makes the runtime end the script beneath, also what it has caught already.
+  void Terminate();
+
+  // The module's context; only while the runtime is alive.
+  v8::Local<v8::Context> context() const { return Nan::New(*context_); }
+
+ private:
+  JsRuntime() = default;
+  ~JsRuntime() = default;
+  static void OnEnd(void* self);
+
+  v8::Isolate* isolate_ = nullptr;
+  Nan::Persistent<v8::Context>* context_ = nullptr;  // null before the start and after the end
+  void (*release_)() = nullptr;
+};
+
+}  // namespace kiv
+
+#endif  // SRC_CPP_JS_RUNTIME_H_

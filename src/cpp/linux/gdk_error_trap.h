@@ -1,0 +1,20 @@
+#ifndef SRC_CPP_LINUX_GDK_ERROR_TRAP_H_
+#define SRC_CPP_LINUX_GDK_ERROR_TRAP_H_
+
+#include <gdk/gdk.h>
+
+namespace kiv {
+
+// Windows die and monitors change between two of GDK's requests; without a trap GDK exits at such
+// an error.
+class GdkErrorTrap {
+ public:
+  GdkErrorTrap() { gdk_error_trap_push(); }
+  ~GdkErrorTrap() { gdk_error_trap_pop_ignored(); }
+  GdkErrorTrap(const GdkErrorTrap&) = delete;
+  GdkErrorTrap& operator=(const GdkErrorTrap&) = delete;
+};
+
+}  // namespace kiv
+
+#endif  // SRC_CPP_LINUX_GDK_ERROR_TRAP_H_

@@ -1,0 +1,71 @@
+#ifndef SRC_CPP_LINUX_OVERLAY_WINDOW_H_
+#define SRC_CPP_LINUX_OVERLAY_WINDOW_H_
+
+#include <gtk/gtk.h>
+
+#include "gdk_error_trap.h"
+#include "glib_ptr.h"
+
+#if !GTK_CHECK_VERSION(3, 18, 0)
+#error "kiv_native needs GTK 3.18 or later"
+#endif
+
+namespace kiv {
+
+// A window is destroyed, not only unreferenced. Somebody else may have destroyed it before.
+struct DestroyWindow {
+  void operator()(GtkWidget* window) const {
+    gtk_widget_destroy(window);
+    g_object_unref(window);
+  }
+};
+using GtkWindowPtr = std::unique_ptr<GtkWidget, DestroyWindow>;
+
+// The full-screen window over one monitor in which the person selects. Sizes are pixels; GTK
+// measures in points, scale() pixels each.
+class OverlayWindow {
+ public:
+  // Not shown yet; it will stand at `origin`, in points.
+  OverlayWindow(GdkPoint origin, int width, int height);
+  OverlayWindow(const OverlayWindow&) = delete;
+  OverlayWindow& operator=(const OverlayWindow&) = delete;
+
+  void Show();
+  // Raises it and asks for the focus.
+  void Present();
+  void Hide();
+  // Has all of it drawn again.
+  void Invalidate();
+
+  // Connects a handler until this ends or Disconnect is called.
+  void Connect(gpointer object, const char* signal, GCallback handler, gpointer data) {
+    signals_.Connect(object, signal, handler, data);
+  }
+  void Disconnect() { signals_.Disconnect(); }
+
+  GtkWidget* window() const { return window_.get(); }
+  GtkWidget* drawing_area() const { return drawing_area_; }
+  GdkScreen* screen() const { return gtk_widget_get_screen(window_.get()); }
+  int scale() const { return scale_; }
+  int ToPixels(double points) const { return static_cast<int>(points * scale_); }
+
+ private:
+  int ToPoints(int pixels) const { return (pixels + scale_ - 1) / scale_; }
+
+  // Somebody may destroy the window between two drawings.
+  GdkErrorTrap trap_;
+  GtkWindowPtr window_;
+  GtkWidget* drawing_area_;  // goes with the window
+  int scale_;
+  int width_;
+  int height_;
+  ScopedSignals signals_;
+};
+
+// An open menu of the host's keeps pointer and keyboard from every other window. Closing it may
+// call anything of the host's.
+void CloseMenus();
+
+}  // namespace kiv
+
+#endif  // SRC_CPP_LINUX_OVERLAY_WINDOW_H_

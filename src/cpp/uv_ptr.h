@@ -1,0 +1,42 @@
+#ifndef SRC_CPP_UV_PTR_H_
+#define SRC_CPP_UV_PTR_H_
+
+#include <uv.h>
+
+#include <memory>
+
+namespace kiv {
+
+// libuv refers to a handle until its close callback has run, so only that callback frees it.
+struct UvCloser {
+  template <typename Handle>
+  void operator()(Handle* handle) const {
+    uv_close(reinterpret_cast<uv_handle_t*>(handle),
+             [](uv_handle_t* closed) { delete reinterpret_cast<Handle*>(closed); });
+  }
+};
+
+// Owner of a handle; closes it. What the handle watches may be closed right after.
+template <typename Handle>
+using UvPtr = std::unique_ptr<Handle, UvCloser>;
+
+// A handle set up by `init`, one of libuv's uv_*_init; empty when libuv refuses. `data` becomes the
+// handle's data.
+template <typename Handle, typename... Arguments>
+UvPtr<Handle> MakeUvHandle(int (*init)(uv_loop_t*, Handle*, Arguments...), uv_loop_t* loop,
+                           void* data, Arguments... arguments) {
+  auto handle = std::make_unique<Handle>();
+  if (init(loop, handle.get(), arguments...) != 0) return nullptr;
+  handle->data = data;
+  return UvPtr<Handle>(handle.release());
+}
+
+// Lets the loop end while the handle is alive.
+template <typename Handle>
+void UvUnref(const UvPtr<Handle>& handle) {
+  if (handle) uv_unref(reinterpret_cast<uv_handle_t*>(handle.get()));
+}
+
+}  // namespace kiv
+
+#endif  // SRC_CPP_UV_PTR_H_
