@@ -27,6 +27,7 @@ class OverlayWindow {
  public:
   // Not shown yet; it will stand at `origin`, in points.
   OverlayWindow(GdkPoint origin, int width, int height);
+  ~OverlayWindow() = default;
   OverlayWindow(const OverlayWindow&) = delete;
   OverlayWindow& operator=(const OverlayWindow&) = delete;
 

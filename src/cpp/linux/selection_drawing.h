@@ -34,6 +34,7 @@ class SelectionCanvas {
  public:
   // The captured picture and its dimmed copy; `scale` pixels make a point of the window.
   SelectionCanvas(GObjectPtr<GdkPixbuf> base, GObjectPtr<GdkPixbuf> blended, int scale);
+  ~SelectionCanvas() = default;
   SelectionCanvas(const SelectionCanvas&) = delete;
   SelectionCanvas& operator=(const SelectionCanvas&) = delete;
 

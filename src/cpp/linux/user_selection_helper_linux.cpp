@@ -1,5 +1,6 @@
 #include "user_selection_helper_linux.h"
 
+#include <new>
 #include <utility>
 
 #include "../event_scope.h"
@@ -116,7 +117,7 @@ UserSelectionImpLinux::UserSelectionImpLinux(DesktopSessionData* session_data)
 
 // An open overlay goes with the process, in which GTK may be gone already.
 UserSelectionImpLinux::~UserSelectionImpLinux() {
-  if (selection_) new std::shared_ptr<Selection>(std::move(selection_));
+  if (selection_) new (std::nothrow) std::shared_ptr<Selection>(std::move(selection_));
 }
 
 void UserSelectionImpLinux::start_selection(void* context) {
