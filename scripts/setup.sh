@@ -179,14 +179,16 @@ configuration_key() {
   sha256sum binding.gyp
 }
 
+# configure [FORMAT]: for make, and for what else gyp can be asked for.
 configure() {
   local key
   key=$(configuration_key)
-  if [ -e build/Makefile ] && [ "$key" = "$(cat build/.configured 2>/dev/null)" ]; then return 0; fi
+  if [ -z "${1:-}" ] && [ -e build/Makefile ] &&
+    [ "$key" = "$(cat build/.configured 2>/dev/null)" ]; then return 0; fi
   say "configuring"
   # Both formats in one go: a later run for the second one alone would date the first.
   "${NODE_GYP[@]}" configure --silent "--nodedir=$NODE_PREFIX" -- -Dkiv_dev=1 \
-    -f make -f compile_commands_json >&2 || die "configuring failed"
+    -f make ${1:+-f "$1"} >&2 || die "configuring failed"
   printf '%s\n' "$key" >build/.configured
 }
 
