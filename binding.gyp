@@ -61,6 +61,8 @@
       '-isystem<(node_root_dir)/include/node',
       '-isystem<(nan_dir)',
     ],
+    # Debian's node-gyp adds it; a module with it takes any other Node down.
+    'libraries!': ['-lnode'],
     'conditions': [['kiv_dev==1', {'cflags': ['-Werror']}]],
     'configurations': {
       'Release': {'cflags': ['-O2', '-g']},
