@@ -7,6 +7,8 @@
     'kiv_fuzz%': 0,
     'kiv_fuzz_engine%': '',
     'nan_dir': '<!(node -p "path.dirname(require.resolve(\'nan\'))")',
+    # Absolute: make, the action and the compiler have to mean the same file.
+    'generated_dir': '<(module_root_dir)/build/generated',
     'module_libs': 'gtk+-3.0 gio-2.0 gdk-pixbuf-2.0 cairo x11 xi xscrnsaver xinerama',
     # The oldest releases that are supported; newer calls warn, later deprecations do not.
     'oldest_releases': [
@@ -85,7 +87,7 @@
           'src/cpp/linux/upgrade_script_template_deb.sh',
           'src/cpp/linux/upgrade_script_template_rh.sh',
         ],
-        'outputs': ['build/generated/upgrade_script_templates.h'],
+        'outputs': ['<(generated_dir)/upgrade_script_templates.h'],
         'action': [
           'node', 'src/embed_text.js', '<@(_outputs)',
           # The arrays are named after these paths.
@@ -93,7 +95,7 @@
           'src/cpp/linux/upgrade_script_template_rh.sh',
         ],
       }],
-      'direct_dependent_settings': {'include_dirs': ['build/generated']},
+      'direct_dependent_settings': {'include_dirs': ['<(generated_dir)']},
     },
     {
       'target_name': 'kiv_native',
