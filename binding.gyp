@@ -121,6 +121,20 @@
   'conditions': [
     ['kiv_dev==1', {
       'targets': [
+        # What scripts/demo and scripts/test build.
+        {
+          'target_name': 'demo',
+          'type': 'none',
+          'dependencies': ['kiv_native', 'kiv_host_loop', 'dbus_peer', 'x_client'],
+        },
+        {
+          'target_name': 'tests',
+          'type': 'none',
+          'dependencies': [
+            'demo', 'kiv_host_utils', 'kiv_internals', 'kiv_faults', 'kiv_allocations',
+            'bench_soak', 'example_button_window',
+          ],
+        },
         {
           # Internals of the module that no export reaches, for the tests: all of it, registered
           # otherwise.
