@@ -75,7 +75,7 @@ show_progress() {
 logged() {
   local log=.cache/logs/$1.log progress status=0
   shift
-  mkdir -p .cache/logs
+  mkdir -p "$(dirname "$log")"
   : >"$log"
   exec {progress}> >(show_progress "$log")
   (
