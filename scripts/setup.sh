@@ -66,7 +66,7 @@ show_progress() {
   local start='' end='\n' pause=30 began=$SECONDS
   if [ -t 2 ]; then start='\r\e[K' end='' pause=1; fi
   while read -r -t "$pause"; [ $? -gt 128 ]; do
-    printf "$start   %4s s  %.80s$end" $((SECONDS - began)) "$(tail -n 1 "$1" | tr -d '\r')"
+    printf "$start   %4s s  %.64s$end" $((SECONDS - began)) "$(tail -n 1 "$1" | tr -d '\r')"
   done
   if [ -t 2 ]; then printf '\r\e[K'; fi
 } >&2
