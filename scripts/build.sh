@@ -57,7 +57,7 @@ build_for_runtime_locked() {
   mkdir -p "$folder"
   cp -ru binding.gyp package.json index.js src host bench examples test "$folder"
   configure_in "$folder" "$2"
-  make_target "Node-$1" "$folder" tests
+  make_target "Node-$1" "$folder" tests BUILDTYPE=Release
 }
 
 # Builds the sources at hand with another Node's headers, in a folder of their own.
