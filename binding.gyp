@@ -187,7 +187,8 @@
         {
           'target_name': 'kiv_faults',
           'sources': ['test/native/faults.cpp'],
-          'libraries': ['-ldl'],
+          'cflags': ['<!@(pkg-config --cflags-only-I gtk+-3.0 | sed s/-I/-isystem/g)'],
+          'libraries': ['<!@(pkg-config --libs gtk+-3.0)', '-ldl'],
         },
         {
           # For LD_PRELOAD; no add-on.

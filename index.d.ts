@@ -95,7 +95,8 @@ export function getProcessHandlesInfo(pid: number): ProcessHandlesInfo;
 /**
  * Takes a picture of the whole desktop, or of the monitor that shows the active window, fitted into
  * 1920 x 1080, while the caller waits. PNG unless `jpeg` is true. A Wayland session gives the whole
- * desktop for both, where its compositor lets the program in (see the README).
+ * desktop for both, where its compositor lets the program in (see the README). While a selection is
+ * open, it replaces the title and process that the selection will report.
  * @throws Error for any other type.
  */
 export function getScreenSnap(type: 'desktop' | 'display', jpeg?: boolean): SnapBuffers;
@@ -144,7 +145,9 @@ export function setInterval(callback: () => void, interval: number): void;
  * Starts the script that installs a .deb or .rpm file once this process has ended, and then the
  * application again when `relaunch` is true. 0 when the script waits; -1 when the path is refused
  * or no process can be started, with the reason in the log. Calling it twice starts two scripts.
- * @param path May hold letters, digits, bytes above 0x7f and `/._-+~:@%=,`; no leading `-`.
+ * @param path Should be absolute: `pkexec` runs the installation in another folder. May hold
+ *   letters, digits, bytes above 0x7f and `/._-+:@%=,`; no leading `-`; `~` only after a letter or
+ *   a digit, where no shell expands it.
  */
 export function upgrade(path: string, relaunch?: boolean): 0 | -1;
 

@@ -9,6 +9,7 @@ const EventEmitter = require('events');
 const fs = require('fs');
 const host = require('../host');
 const kiv = require('../index.js');
+const selection = require('./open-selection');
 
 function readOptions(args) {
   const options = { file: '', every: 60, title: false };
@@ -54,7 +55,7 @@ function write(event) {
     clicks: now.mouseActivity - before.mouseActivity,
     idle: now.last.input,
   };
-  if (options.title) line.title = kiv.getScreenSnap('desktop', true).activeWindowTitle;
+  if (options.title && !selection.open) line.title = kiv.getScreenSnap('desktop', true).activeWindowTitle;
   try {
     // Written before this returns: whatever ends the process, the line is there.
     fs.appendFileSync(file, `${torn}${JSON.stringify(line)}\n`);

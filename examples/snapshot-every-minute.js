@@ -1,7 +1,7 @@
 'use strict';
 
 // Saves a picture of the desktop every minute as FOLDER/2001-02-03/04-05-06.789.jpg (UTC, so that no
-// hour comes twice), but none while the screen is locked or the person idle.
+// hour comes twice), but none while the screen is locked, a selection open or the person idle.
 //   node examples/snapshot-every-minute.js FOLDER [--every SECONDS] [--idle SECONDS] [--keep COUNT]
 // --idle is how long without input counts as idle (default: 60); only the newest --keep pictures stay
 // (default: 1440).
@@ -11,6 +11,7 @@ const fs = require('fs');
 const path = require('path');
 const host = require('../host');
 const kiv = require('../index.js');
+const selection = require('./open-selection');
 
 function readOptions(args) {
   const options = { folder: '', every: 60, idle: 60, keep: 1440 };
@@ -72,6 +73,7 @@ let locked = false;
 function tick() {
   const idle = kiv.getInputInfo().last.input; // -1 where nobody knows
   if (locked) return console.log('skipped: locked');
+  if (selection.open) return console.log('skipped: a selection is open');
   if (idle >= options.idle) return console.log('skipped: idle');
   reason = '';
   const { width, height, data } = kiv.getScreenSnap('desktop', true);

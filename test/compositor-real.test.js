@@ -71,7 +71,7 @@ X-KDE-DBUS-Restricted-Interfaces=org.kde.kwin.Screenshot
 `);
     execFileSync('kbuildsycoca5', [], { env, timeout: 20000, stdio: 'pipe' });
     // KWin notices the new entry after a while.
-    await until(async () => (await shared.hosted(refuse))[0] > 0, { what: 'KWin to let the program in', timeout: 30000 });
+    await until(async () => (await shared.hosted(refuse))[0] > 0, { what: 'KWin to let the program in' });
     assert.deepStrictEqual(await shared.hosted(capture, { args: [[[255, 135], [1500, 900]], null, COLOR] }),
       captured(1920, 1080, 50, [COLOR, [0, 0, 0]]));
 

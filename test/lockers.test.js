@@ -47,7 +47,7 @@ const listen = () => {
  */
 async function compare({ env }, set, least) {
   const announced = await watchAnnouncements(env);
-  const listener = startCase(listen, { env, timeout: 120000 });
+  const listener = startCase(listen, { env });
   const events = () => listener.reports().slice(1);
   const watched = ['gnome', 'freedesktop', 'cinnamon'].map((desktop) => `org.${desktop}.ScreenSaver`);
   const wanted = () => announced.all().filter(([object, name]) => watched.includes(name) && object === pathOf(name))
@@ -59,7 +59,7 @@ async function compare({ env }, set, least) {
       await until(() => {
         const [told, heard] = [wanted(), events()].map((list) => list.filter((one) => one === event).length);
         return told >= least && heard >= told;
-      }, { timeout: 20000, what: event }).catch((error) => {
+      }, { what: event }).catch((error) => {
         throw new Error(`${error.message}; announced ${JSON.stringify(announced.all())}, heard ${events()}`);
       });
     }
@@ -100,7 +100,7 @@ test('GNOME Shell: its idle time, and its lock screen\'s announcements, repeats 
     const idleTime = () => call('IdleMonitor', `${MUTTER}/IdleMonitor/Core`, 'IdleMonitor', 'GetIdletime');
     const ask = () => Math.floor(/\d+/.exec(idleTime())[0] / 1000);
     const sample = () => [ask(), kiv.getInputInfo().last.input, ask()];
-    await until(() => ask() >= 2, { timeout: 20000, what: 'two idle seconds' });
+    await until(() => ask() >= 2, { what: 'two idle seconds' });
     const seen = sample();
     const remote = /'(.+)'/.exec(call('RemoteDesktop', `${MUTTER}/RemoteDesktop`, 'RemoteDesktop', 'CreateSession'))[1];
     const send = (member, body) => call('RemoteDesktop', remote, 'RemoteDesktop.Session', member, body);

@@ -49,3 +49,61 @@ test('a logger that replaces itself, logs again, collects garbage or throws', as
   }, { nodeArgs: ['--expose-gc'] });
   assert.deepStrictEqual(seen, [LINE, 0, 0, 'from the logger', true, true, 0]);
 });
+
+test('a script that is terminated in a callback or a conversion neither catches that nor enters one again', async () => {
+  const { outcomes, caught, entered } = await look(() => {
+    const vm = require('vm');
+    const seen = { outcomes: [], caught: [], entered: [] };
+    Object.assign(global, { module: kiv, seen, spin: (what) => { seen.entered.push(what); for (;;); } });
+    kiv.init();
+    for (const [logger, call] of [
+      [() => spin('logger'), 'getScreenSnapAsync("desktop", () => spin("late"))'],
+      [null, 'getScreenSnapAsync("desktop", () => spin("completion"))'],
+      [null, 'getScreenSnap({ toString() { spin("conversion"); } })'],
+    ]) {
+      kiv.setupLogger(logger || (() => {}));
+      try {
+        vm.runInThisContext(`try { module.${call}; seen.caught.push("returned"); } catch (e) { seen.caught.push(e); }`, { timeout: 100 });
+      } catch (error) {
+        seen.outcomes.push(/timed out/.test(error.message));
+      }
+    }
+    kiv.setupLogger(() => {});
+    kiv.getScreenSnapAsync('desktop', () => seen.entered.push('next'));
+    report(seen);
+    kiv.teardown();
+  });
+  assert.deepStrictEqual({ outcomes, caught, entered },
+    { outcomes: [true, true, true], caught: [], entered: ['logger', 'completion', 'conversion', 'next'] });
+});
+
+test('exceptions of events in a loop beneath an exported call are uncaught ones, each of them, at once', async () => {
+  assert.deepStrictEqual(await look(async () => {
+    const seen = [];
+    faults;
+    process.on('uncaughtException', (error) => seen.push(error.message));
+    host.startLoop();
+    host.stopLoop();
+    const monitor = new kiv.ScreenLockMonitor();
+    monitor.emit = (event) => { throw new Error(event); };
+    kiv.init();
+    bus.connect(process.env.DBUS_SESSION_BUS_ADDRESS);
+    const announce = (locked) => bus.emit('/org/gnome/ScreenSaver', 'org.gnome.ScreenSaver', 'ActiveChanged', `(${locked},)`);
+    // Its own exception stays the call's.
+    kiv.setupLogger((level) => {
+      if (level !== 'warn') return;
+      const end = Date.now() + 10000;
+      for (announce(true); seen.length < 1 && Date.now() < end; announce(true)) faults.iterate();
+      for (announce(false); !seen.includes('screen_unlock') && Date.now() < end;) faults.iterate();
+      seen.push('logger');
+      throw new Error('from the logger');
+    });
+    try {
+      kiv.getScreenSnap('desktop');
+    } catch (error) {
+      seen.push(error.message);
+    }
+    report([...new Set(seen)]);
+    kiv.teardown();
+  }), ['screen_lock', 'screen_unlock', 'logger', 'from the logger']);
+});

@@ -23,7 +23,7 @@ const env = {
 
 async function run(command, args, cwd, { status = 0, more = {} } = {}) {
   const started = start(command, args, { env: { ...env, ...more }, cwd });
-  const timer = setTimeout(() => started.stop(), 300000);
+  const timer = setTimeout(() => started.stop(), 1800000);
   const { code } = await started.exited;
   clearTimeout(timer);
   assert.strictEqual(code, status, `${command} ${args.join(' ')}\n${started.output}`);

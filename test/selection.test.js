@@ -82,7 +82,7 @@ describe('with a window manager', () => {
         if (!free) outcomes[name].push('the guard is taken');
       }
       report(outcomes);
-    }), { args: [ENDINGS], timeout: 120000 });
+    }), { args: [ENDINGS] });
     assert.ok(json, stderr);
     for (const [name, [, expected]] of Object.entries(ENDINGS)) {
       if (expected) assert.deepStrictEqual(json[name], expected, name);
@@ -92,6 +92,27 @@ describe('with a window manager', () => {
     const rest = stderr.replace(/\n?\(.*\): Gdk-WARNING .*: GdkWindow .* unexpectedly destroyed\n/g, '');
     assert.deepStrictEqual([rest, code], ['', 0]);
   });
+
+  for (const open of ['openModalWindow', 'openMenu']) {
+    test(`with the host's own window open (${open}) the overlay gets the pointer and the keys, before init too`, async () => {
+      assert.deepStrictEqual(await hosted(async (method) => {
+        kiv.teardown();
+        faults[method]();
+        const codes = [];
+        for (const end of [() => act(client, 'm 41 50', 'm 40 50', 'p', 'm 90 99', 'r'), () => key(client, ESCAPE)]) {
+          kiv.getScreenSnapAsync('selection', ({ errorCode, width }) => codes.push(errorCode, width));
+          // Once it is there a line of its cross runs through the top row.
+          const row = () => client.getImage(client.rootWindow(0), 0, 1, 640, 1);
+          await until(() => { act(client, 'm 300 200', 'm 301 200'); return row()[301 * 4] === 255; }, { what: 'the overlay' });
+          const known = codes.length;
+          end();
+          await until(() => codes.length > known, { what: 'the end of the selection' });
+          await until(() => !row().includes(255), { what: 'no overlay' });
+        }
+        report(codes);
+      }, { args: [open] }), [COMPLETED, 50, CANCELLED, 0]);
+    });
+  }
 
   const BOTH = [[COMPLETED, 80, 60, true], [CANCELLED, 0, 0, false]];
   test('what JavaScript does inside the completion and the logger', async () => {
@@ -182,15 +203,12 @@ describe('on a small screen', () => {
   ]) {
     test(`a start that fails, and the next one: ${what}`, async () => {
       const { lines, results } = await shared.look((number) => {
-        const { RTLD_NOW, RTLD_GLOBAL } = require('os').constants.dlopen;
-        const faults = { exports: {} };
-        const file = require('path').resolve('build', process.env.KIV_BUILD, 'kiv_faults.node');
-        process.dlopen(faults, file, RTLD_NOW | RTLD_GLOBAL);
+        faults;
         host.startLoop();
         const seen = { lines: [], results: [] };
         kiv.setupLogger((level, text) => /Screensnap|OnScreenSnap/.test(text) && seen.lines.push(`${level} ${text}`));
         for (let i = 0; i < 2; ++i) {
-          faults.exports.failNewPixbuf(number);
+          faults.failNewPixbuf(number);
           kiv.getScreenSnapAsync('selection',
             ({ errorCode, width, data }) => seen.results.push([errorCode, width, data.length]));
         }
@@ -200,6 +218,55 @@ describe('on a small screen', () => {
       assert.deepStrictEqual([lines, results], [[...once, ...once], [[FAILED, 0, 0], [FAILED, 0, 0]]]);
     });
   }
+
+  test('a selection that the logger ends while it starts or is encoded completes once, and leaves no bytes', async () => {
+    const results = await Promise.all([['x11', 'Fetch image error'], ['wayland', 'DBUS Screenshot']].map(([type, line]) =>
+      shared.look(async (begin) => {
+        const { act, findOverlay } = require('./overlay');
+        faults.failSave();
+        host.startLoop();
+        const seen = { codes: [], ends: 0 };
+        kiv.setupLogger((level, text) => {
+          if (text.startsWith(begin)) kiv.teardown();
+          if (text.startsWith('OnScreenSnapCompleted')) seen.ends += 1;
+        });
+        kiv.init();
+        kiv.getScreenSnapAsync('selection', ({ errorCode, data }) => seen.codes.push(errorCode, data.length));
+        const client = X.open(process.env.DISPLAY);
+        if (seen.codes.length === 0) {
+          await until(() => findOverlay(client), { what: 'the overlay' });
+          act(client, 'm 40 50', 'm 41 50', 'p', 'm 90 99', 'r');
+        }
+        await until(() => seen.codes.length > 0, { what: 'the end of the selection' });
+        kiv.setupLogger(() => {});
+        seen.next = kiv.getScreenSnap('desktop').data.toString();
+        client.close();
+        report(seen);
+      }, { args: [line], env: { ...shared.session.env, XDG_SESSION_TYPE: type } })));
+    assert.deepStrictEqual(results, [{ codes: [FAILED, 0], ends: 1, next: 'partial' }, { codes: [FAILED, 0], ends: 1, next: '' }]);
+  });
+
+  test('nothing of a selection is left to a loop that its completion runs', async () => {
+    assert.strictEqual(await shared.look(() => {
+      faults;
+      host.startLoop();
+      host.stopLoop();
+      kiv.setupLogger(() => {});
+      let code;
+      kiv.getScreenSnapAsync('selection', ({ errorCode }) => {
+        for (let i = 0; i < 100; ++i) faults.iterate();
+        code = errorCode;
+      });
+      const client = X.open(process.env.DISPLAY);
+      const before = client.getImage(client.rootWindow(0), 0, 0, 320, 240);
+      const end = Date.now() + 20000;
+      // The source of what is not needed before a drag waits by the first picture.
+      do faults.iterate(); while (client.getImage(client.rootWindow(0), 0, 0, 320, 240).equals(before) && Date.now() < end);
+      faults.destroyWindows();
+      client.close();
+      report(code);
+    }), FAILED);
+  });
 
   test('many selections leave no window, surface, cursor, picture or file', async () => {
     const sanitized = process.env.KIV_SANITIZE === '1';
@@ -221,7 +288,7 @@ describe('on a small screen', () => {
           fs.readdirSync(process.env.TMPDIR).length], status('VmRSS')]);
       }
       report(samples);
-    }, { args: [count], nodeArgs: ['--expose-gc'], timeout: 280000 });
+    }, { args: [count], nodeArgs: ['--expose-gc'], timeout: 600000 });
     assert.deepStrictEqual(last[0], first[0]);
     // Each captured picture alone takes 225 kB and its dimmed copy as much.
     const pictures = (last[1] - first[1]) / 225;

@@ -62,6 +62,21 @@ test('periods: stopped by 0, negative, NaN, missing and 2^31; low 32 bits; fract
     thrown: 'TypeError' });
 });
 
+test('a child of the host inherits none of the descriptors that init opened', async () => {
+  assert.deepStrictEqual(await look(() => {
+    const fs = require('fs');
+    kiv;
+    const closing = () => fs.readdirSync('/proc/self/fdinfo').map((fd) => {
+      const file = `/proc/self/fdinfo/${fd}`;
+      return fs.existsSync(file) && [fd, (parseInt(/flags:\s+(\d+)/.exec(fs.readFileSync(file))[1], 8) & 0o2000000) !== 0];
+    }).filter(Boolean);
+    const before = new Map(closing());
+    kiv.init();
+    report([...new Set(closing().filter(([fd]) => !before.has(fd)).map(([, closes]) => closes))]);
+    kiv.teardown();
+  }), [true]);
+});
+
 test('what is no function is never called; before init and after teardown nothing ticks', async () => {
   assert.deepStrictEqual(await look(async () => {
     let ticks = 0;

@@ -7,6 +7,7 @@ const fs = require('fs');
 const path = require('path');
 const host = require('../../host');
 const kiv = require('../../index.js');
+const selection = require('../open-selection');
 
 const build = path.join(__dirname, '..', '..', 'build', process.env.KIV_BUILD || 'Release');
 const window = require(path.join(build, 'example_button_window.node'));
@@ -22,6 +23,7 @@ function tell(text, picture) {
 }
 
 function finish({ errorCode, width, height, data }) {
+  selection.open = false;
   if (errorCode === CANCELLED) return tell('Cancelled');
   if (errorCode !== 0) return tell('No selection was possible, or it was interrupted');
   if (width === 0) return tell('Nothing was selected');
@@ -36,6 +38,7 @@ function finish({ errorCode, width, height, data }) {
 
 function start() {
   window.show('Drag out a rectangle, or press Escape', null, false);
+  selection.open = true;
   kiv.getScreenSnapAsync('selection', finish);
 }
 

@@ -100,3 +100,11 @@ void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void*
 DesktopSessionAgent& Agent() { return desktop_session_agent; }
 
 }  // namespace kiv
+
+// The runtime looks for this name when the library is loaded once more, for a worker thread say,
+// which runs no load-time initialiser.
+extern "C" NODE_MODULE_EXPORT void NODE_MODULE_INITIALIZER(v8::Local<v8::Object> exports,
+                                                           v8::Local<v8::Value> module,
+                                                           v8::Local<v8::Context> /*context*/) {
+  kiv::Setup(exports, module, nullptr);
+}

@@ -1,6 +1,9 @@
 #include "js_callback.h"
 
 #include <algorithm>
+#include <utility>
+
+#include "event_scope.h"
 
 namespace kiv {
 
@@ -26,9 +29,9 @@ void OnRuntimeEnd(void* /*unused*/) {
 }  // namespace
 
 void OnModuleRegistered(void (*release)()) {
+  if (module_context) return;
   module_isolate = v8::Isolate::GetCurrent();
-  if (!module_context) module_context = new Nan::Persistent<v8::Context>();
-  module_context->Reset(Nan::GetCurrentContext());
+  module_context = new Nan::Persistent<v8::Context>(Nan::GetCurrentContext());
   release_module = release;
   node::AddEnvironmentCleanupHook(module_isolate, OnRuntimeEnd, nullptr);
 }
@@ -52,8 +55,10 @@ void SetKey(v8::Local<v8::Object> object, const char* key, double value) {
   SetKey(object, key, v8::Local<v8::Value>(Nan::New(value)));
 }
 
+bool RuntimeIsAlive() { return module_context && v8::Isolate::GetCurrent() == module_isolate; }
+
 JsScope::JsScope() {
-  if (!module_context || v8::Isolate::GetCurrent() != module_isolate) return;
+  if (!RuntimeIsAlive() || !EntryScope::CanEnter()) return;
   handles_.emplace();
   if (!module_isolate->InContext()) {
     entered_ = Nan::New(*module_context);
@@ -73,7 +78,7 @@ void JsScope::Call(const Nan::Callback& callback, int argc, v8::Local<v8::Value>
 
 void JsScope::Call(v8::Local<v8::Function> function, v8::Local<v8::Object> receiver, int argc,
                    v8::Local<v8::Value>* argv) {
-  if (!usable_) return;
+  if (!usable_ || !EntryScope::CanEnter()) return;
   Nan::TryCatch raised;
   // With no exported function beneath, the runtime is told at once, as for any event's callback.
   raised.SetVerbose(!EntryScope::Current());
@@ -81,23 +86,24 @@ void JsScope::Call(v8::Local<v8::Function> function, v8::Local<v8::Object> recei
     Nan::AsyncResource resource(kAsyncResourceName);
     resource.runInAsyncScope(receiver, function, argc, argv);
   }
-  HandOn(&raised);
+  Propagate(&raised);
 }
 
 v8::Local<v8::Value> JsScope::Get(v8::Local<v8::Object> object, const char* key) {
   Nan::TryCatch raised;
   raised.SetVerbose(!EntryScope::Current());
   const auto value = Nan::Get(object, Nan::New(key).ToLocalChecked());
-  HandOn(&raised);
+  Propagate(&raised);
   return value.FromMaybe(v8::Local<v8::Value>(Nan::Undefined()));
 }
 
-void JsScope::HandOn(Nan::TryCatch* raised) {
-  if (!raised->HasCaught()) return;
-  if (!raised->CanContinue()) {
-    raised->ReThrow();
-  } else if (EntryScope* entry = EntryScope::Current()) {
+void JsScope::Propagate(Nan::TryCatch* raised) {
+  EntryScope* const entry = EntryScope::Current();
+  if (!raised->HasCaught() || !entry) return;
+  if (raised->CanContinue()) {
     entry->Hold(raised->Exception());
+  } else {
+    entry->SetTerminated();
   }
 }
 
@@ -105,8 +111,9 @@ EntryScope::EntryScope() : outer_(current_entry) { current_entry = this; }
 
 EntryScope::~EntryScope() {
   current_entry = outer_;
-  if (pending_.HasCaught() && !pending_.CanContinue()) {
-    pending_.ReThrow();
+  if (IsTerminated()) {
+    // Thrown like an exception, a termination could be caught by the script that it is to end.
+    module_isolate->TerminateExecution();
     return;
   }
   if (!held_.IsEmpty()) Nan::ThrowError(Nan::New(held_));
@@ -118,5 +125,18 @@ void EntryScope::Hold(v8::Local<v8::Value> exception) {
 }
 
 EntryScope* EntryScope::Current() { return current_entry; }
+
+bool EntryScope::CanEnter() {
+  if (module_isolate->IsExecutionTerminating()) return false;
+  return !current_entry || !current_entry->IsTerminated();
+}
+
+bool EntryScope::IsTerminated() const {
+  return terminated_ || (pending_.HasCaught() && !pending_.CanContinue());
+}
+
+EventScope::EventScope() : beneath_(std::exchange(current_entry, nullptr)) {}
+
+EventScope::~EventScope() { current_entry = beneath_; }
 
 }  // namespace kiv

@@ -11,8 +11,8 @@ namespace kiv {
 
 // The one door into JavaScript, and what has to be told about the runtime's life.
 
-// Remembers the runtime; called once by the register function. `release` runs while the isolate is
-// still alive and must let go of every persistent handle.
+// Remembers the runtime; called by the register function, again when it loads the module again.
+// `release` runs while the isolate is still alive and must let go of every persistent handle.
 void OnModuleRegistered(void (*release)());
 
 // A callback that owns `value`; empty when it is not a function.
@@ -24,8 +24,12 @@ v8::Local<v8::String> ToJsString(const std::string& bytes);
 void SetKey(v8::Local<v8::Object> object, const char* key, v8::Local<v8::Value> value);
 void SetKey(v8::Local<v8::Object> object, const char* key, double value);
 
+// False once the runtime is going away: its handles must not be touched any more.
+bool RuntimeIsAlive();
+
 // Handles and a context for a call that may start outside of JavaScript. Nothing may be made or
-// called when it is not usable(): the runtime is going away.
+// called when it is not usable(): the runtime is going away, or the script beneath is being
+// terminated.
 class JsScope {
  public:
   JsScope();
@@ -46,8 +50,8 @@ class JsScope {
   v8::Local<v8::Value> Get(v8::Local<v8::Object> object, const char* key);
 
  private:
-  // Hands on what `raised` has caught.
-  static void HandOn(Nan::TryCatch* raised);
+  // Passes on what `raised` has caught.
+  static void Propagate(Nan::TryCatch* raised);
 
   std::optional<Nan::HandleScope> handles_;
   v8::Local<v8::Context> entered_;
@@ -65,15 +69,22 @@ class EntryScope {
 
   // Keeps an exception that a callback raised; the runtime goes on without it.
   void Hold(v8::Local<v8::Value> exception);
+  // The script was terminated, by a vm's time limit say: no JavaScript runs until this has ended.
+  void SetTerminated() { terminated_ = true; }
 
-  // The innermost exported function under way, or null.
+  // The innermost exported function under way, or null; null as well in an event's handler.
   static EntryScope* Current();
+  // Whether the runtime lets JavaScript run.
+  static bool CanEnter();
 
  private:
+  bool IsTerminated() const;
+
   Nan::HandleScope handles_;
   Nan::TryCatch pending_;
   Nan::Global<v8::Value> held_;
   EntryScope* outer_;
+  bool terminated_ = false;
 };
 
 }  // namespace kiv

@@ -11,6 +11,7 @@ constexpr char kLoggingRequestId_OnScreenSnapAsyncBusy[] =
 constexpr char kLoggingRequestId_DbusIdleTimeError[] = "DBUS IdleTime: ";
 constexpr char kLoggingRequestId_OnScreenSnapCompleted[] = "OnScreenSnapCompleted";
 constexpr char kLoggingRequestId_End[] = "End";
+constexpr char kLoggingRequestId_DisplayLost[] = "Session: X connection lost";
 constexpr char kLoggingRequestId_SessionBusSignal[] = "Session: screen lock changed";
 constexpr char kLoggingRequestId_ActiveTaskInfoValuesError[] = "Get Active Task info: v-error";
 constexpr char kLoggingRequestId_ActiveTaskInfoCountError[] = "Get Active Task info: c-error";

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace kiv {
 
@@ -12,8 +13,8 @@ namespace kiv {
 constexpr char kUndefined[] = "Undefined";
 
 // One snapshot: the encoded picture, its thumbnail and what was active when it was taken.
-// The agent owns the only record; every capture fills it. Both blocks are empty whenever an
-// encoding starts, so whoever consumes a snapshot takes both out.
+// The agent owns the record that JavaScript's results are made from. It is no scratch space: a
+// picture is encoded into a snapshot of the caller's and published in one step.
 struct ScreenSnap {
   // A block of exactly `size` bytes from one array-new; null when empty.
   struct image_data {
@@ -38,6 +39,16 @@ struct ScreenSnap {
   image_data image;
   image_data thumbnail;
 };
+
+// Moves a picture (size, blocks and, where one was set, the file's name) into the record; who was
+// active stays. A picture of width and height 0 says that there is none.
+inline void PublishPicture(ScreenSnap* record, ScreenSnap picture) {
+  record->width = picture.width;
+  record->height = picture.height;
+  if (!picture.filename.empty()) record->filename = std::move(picture.filename);
+  record->image = std::move(picture.image);
+  record->thumbnail = std::move(picture.thumbnail);
+}
 
 }  // namespace kiv
 

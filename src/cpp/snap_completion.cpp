@@ -12,7 +12,7 @@ namespace kiv {
 
 namespace {
 
-// False, and nothing done, when the runtime is gone.
+// False, and nothing done, when no JavaScript may run.
 bool DeliverResult(int error_code, ScreenSnap* snap, const Nan::Callback* function) {
   JsScope scope;
   if (!scope.usable()) return false;
@@ -30,8 +30,8 @@ bool DeliverResult(int error_code, ScreenSnap* snap, const Nan::Callback* functi
 void OnScreenSnapCompleted(int error_code, ScreenSnap* snap, void* context, bool release_guard) {
   std::unique_ptr<Nan::Callback> function(static_cast<Nan::Callback*>(context));
   if (!DeliverResult(error_code, snap, function.get())) {
-    // The handle went with its isolate and must not be touched any more.
-    static_cast<void>(function.release());
+    // The handle went with its isolate.
+    if (!RuntimeIsAlive()) static_cast<void>(function.release());
     snap->image.Clear();
     snap->thumbnail.Clear();
   }

@@ -118,7 +118,7 @@ const work = (rows, width) => inSession({}, async (session) => {
       report({ first, second, width });
       await released(known);`);
     const label = `${place} ${deed}`;
-    const { first: [calls, raised], second, width } = await look(source, { env: session.env, nodeArgs: ['--expose-gc'], timeout: 60000 })
+    const { first: [calls, raised], second, width } = await look(source, { env: session.env, nodeArgs: ['--expose-gc'] })
       .catch((error) => { throw new Error(`${label}: ${error.message}`); });
     assert.deepStrictEqual([calls > 0, second, width], [true, [true, []], 1280], label);
     const expected = raised.filter((text) => /^Error: expected|^undefined$/.test(text)).length;

@@ -52,7 +52,7 @@ test('a hundred descriptors last for ever; none are missed by no call', () => in
     }
     report([results, await round()]);
     await released(before);`);
-  const started = await standing(source, { env: session.env, timeout: 60000 });
+  const started = await standing(source, { env: session.env });
   limit(started.pid, 100);
   started.go();
   const { code, json, stderr } = await started.done;

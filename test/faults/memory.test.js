@@ -71,7 +71,7 @@ async function sweep({ env }, work, { whose, step, most }) {
     report({ over: true });`);
   for (let start = 1; ;) {
     const { code, signal, reports, stderr } = await startCase(source, {
-      env: { ...env, LD_PRELOAD: PRELOAD }, args: [start, step, most, whose], leaks: false, timeout: 30000,
+      env: { ...env, LD_PRELOAD: PRELOAD }, args: [start, step, most, whose], leaks: false,
     }).done;
     for (const { result } of reports) if (result) ++counts[result];
     const last = reports[reports.length - 1];

@@ -28,7 +28,7 @@ function reportsIn(text) {
  * own memory is not freed then.
  */
 function startCase(source, {
-  env, args = [], timeout = 30000, node = NODE, nodeArgs = [],
+  env, args = [], timeout = 240000, node = NODE, nodeArgs = [],
   leaks = true,
 } = {}) {
   const kind = kindOf(source);

@@ -73,7 +73,7 @@ idle-delay=uint32 0
   const stop = () => stopWithChildren(shell);
   try {
     await until(() => shell.result || /GNOME Shell started at/.test(shell.output), {
-      timeout: 20000, what: 'the shell to have started' });
+      timeout: 40000, what: 'the shell to have started' });
     if (shell.result) throw new Error('the shell ended');
     const overview = (verb, ...value) => gdbus(env, 'org.gnome.Shell', '/org/gnome/Shell',
       `org.freedesktop.DBus.Properties.${verb}`, 'org.gnome.Shell', 'OverviewActive', ...value);
@@ -102,12 +102,12 @@ mv '${told}.new' '${told}'\n`, { mode: 0o755 });
   const [width, height] = size.split('x');
   const kwin = start(program, ['--virtual', '--width', width, '--height', height, '--xwayland',
     '--no-global-shortcuts', script], { env });
-  await untilReady(kwin, () => fs.existsSync(told), 'the displays\' names', 30000);
+  await untilReady(kwin, () => fs.existsSync(told), 'the displays\' names');
   for (const line of fs.readFileSync(told, 'utf8').trim().split('\n')) {
     env[line.slice(0, line.indexOf('='))] = line.slice(line.indexOf('=') + 1);
   }
   await untilReady(kwin, async () => /screenshotFullscreen/.test(await gdbus(env, 'org.kde.KWin', '/Screenshot',
-    'org.freedesktop.DBus.Introspectable.Introspect')), 'the screenshot service', 20000);
+    'org.freedesktop.DBus.Introspectable.Introspect')), 'the screenshot service');
   session.compositorPid = kwin.pid;
   return () => stopWithChildren(kwin);
 }

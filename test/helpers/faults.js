@@ -23,7 +23,7 @@ const HELD = `
   };
   const held = () => ({ windows: windows(), descriptors: count('/proc/self/fd'), threads: count('/proc/self/task'),
     files: count(process.env.TMPDIR), memory: Math.round(process.memoryUsage().rss / 2 ** 20) });
-  const fault = () => { report('ready'); return until(() => fs.existsSync(GO), { timeout: 60000, what: 'the fault' }); };
+  const fault = () => { report('ready'); return until(() => fs.existsSync(GO), { what: 'the fault' }); };
   /** Waits until no more is held than before, memory within what a runtime keeps for itself. */
   const released = (before) => until(() => Object.entries(held()).every(([name, now]) =>
     now <= before[name] + (name === 'memory' ? 32 : 0)))
@@ -36,7 +36,7 @@ let stood = 0;
 async function standing(source, options) {
   const file = path.join(options.env.HOME, `go-${++stood}`);
   const started = startCase(`const GO = '${file}'; ${HELD} { ${source} }`, options);
-  await started.reported(1, { timeout: 20000 });
+  await started.reported(1);
   started.go = () => fs.writeFileSync(file, '');
   return started;
 }

@@ -45,9 +45,13 @@ async function openSelection(client, { callback } = {}) {
     results.push(result);
     if (callback) callback(result);
   });
-  const id = await until(() => findOverlay(client), { what: 'the overlay' });
-  // What happens earlier would happen to whatever lies below.
-  await until(() => onScreen(client, id), { what: 'the overlay on the screen' });
+  // What happens earlier would happen to whatever lies below. GTK's first window makes another one,
+  // which does not stay.
+  const there = () => {
+    const found = findOverlay(client);
+    return found && quietly(() => onScreen(client, found)) && found;
+  };
+  const id = await until(there, { what: 'the overlay on the screen' });
   const finished = () => until(() => results[0], { what: 'the end of the selection' });
   return { client, id, results, finished };
 }

@@ -22,6 +22,14 @@ lazy('host', () => require(path.join(root, 'host', 'index.js')));
 lazy('bus', () => require(path.join(build, 'dbus_peer.node')));
 lazy('X', () => require(path.join(build, 'x_client.node')));
 lazy('internals', () => require(path.join(build, 'kiv_internals.node')));
+// Stands in front of the libraries that the module uses, so it comes before them.
+lazy('faults', () => {
+  const holder = { exports: {} };
+  const { RTLD_NOW, RTLD_GLOBAL } = require('os').constants.dlopen;
+  process.dlopen(holder, path.join(build, 'kiv_faults.node'), RTLD_NOW | RTLD_GLOBAL);
+  Object.defineProperty(global, 'faults', { value: holder.exports });
+  return holder.exports;
+});
 global.require = require;
 global.until = until;
 

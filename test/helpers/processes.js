@@ -67,7 +67,7 @@ function start(command, args = [], { env = baseEnv(), cwd, stdio = ['ignore', 'p
 }
 
 /** Waits for a condition a started process brings about; fails at once when the process ends. */
-async function untilReady(started, condition, what, timeout = 15000) {
+async function untilReady(started, condition, what, timeout = 60000) {
   const explain = (reason) => new Error(`${started.command}: ${reason}\n${started.output}`);
   try {
     return await until(() => {

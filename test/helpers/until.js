@@ -3,9 +3,12 @@
 // Runs inside cases as well: keep to the syntax of the oldest supported Node.
 const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
 
-/** Polls `condition` (may be async) until it is truthy and resolves to its value. */
+/**
+ * Polls `condition` (may be async) until it is truthy and resolves to its value. The limit is that of
+ * a hang, not of a slow machine.
+ */
 async function until(condition, options) {
-  const { timeout = 10000, what = String(condition) } = options || {};
+  const { timeout = 60000, what = String(condition) } = options || {};
   const end = Date.now() + timeout;
   for (let wait = 2; ; wait = Math.min(wait * 2, 50)) {
     const value = await condition();

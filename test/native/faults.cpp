@@ -1,11 +1,15 @@
-// Makes a library call fail on demand. Loaded with RTLD_GLOBAL before what it stands in front of.
+// What a host or its libraries may do to the module, on demand: a library call that fails, a nested
+// GLib loop, windows that somebody destroys. Loaded with RTLD_GLOBAL before what it stands in front
+// of.
 
 #include <dlfcn.h>
+#include <gtk/gtk.h>
 #include <nan.h>
 
 namespace {
 
 int calls_until_failure = -1;
+bool save_fails = false;
 
 void FailNewPixbuf(const Nan::FunctionCallbackInfo<v8::Value>& info) {
   calls_until_failure = Nan::To<int>(info[0]).FromJust();
@@ -25,24 +29,73 @@ void AllocationFailed(const Nan::FunctionCallbackInfo<v8::Value>& info) {
       reinterpret_cast<Function>(dlsym(RTLD_DEFAULT, "kiv_allocation_failed"))());
 }
 
+void DestroyWindows(const Nan::FunctionCallbackInfo<v8::Value>& /*info*/) {
+  GList* windows = gtk_window_list_toplevels();
+  g_list_foreach(
+      windows, [](gpointer window, gpointer) { gtk_widget_destroy(GTK_WIDGET(window)); }, nullptr);
+  g_list_free(windows);
+}
+
+// What a host may have open when a selection starts; both take pointer and keys for themselves.
+void OpenModalWindow(const Nan::FunctionCallbackInfo<v8::Value>& /*info*/) {
+  GtkWidget* window = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+  gtk_window_set_modal(GTK_WINDOW(window), TRUE);
+  gtk_widget_set_size_request(window, 60, 40);
+  gtk_widget_show_all(window);
+}
+
+void OpenMenu(const Nan::FunctionCallbackInfo<v8::Value>& /*info*/) {
+  GtkWidget* menu = gtk_menu_new();
+  gtk_menu_shell_append(GTK_MENU_SHELL(menu), gtk_menu_item_new());
+  gtk_widget_show_all(menu);
+  G_GNUC_BEGIN_IGNORE_DEPRECATIONS
+  gtk_menu_popup(GTK_MENU(menu), nullptr, nullptr, nullptr, nullptr, 0, GDK_CURRENT_TIME);
+  G_GNUC_END_IGNORE_DEPRECATIONS
+}
+
 void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
   // failNewPixbuf(n): the n-th coming call of gdk_pixbuf_new has no memory.
   Nan::SetMethod(exports, "failNewPixbuf", FailNewPixbuf);
   // failAllocation(n, victims): the n-th coming allocation of this thread fails, once. 0: none.
   Nan::SetMethod(exports, "failAllocation", FailAllocation);
   Nan::SetMethod(exports, "allocationFailed", AllocationFailed);
+  // failSave(): from now on every picture's encoding fails after a few bytes.
+  Nan::SetMethod(exports, "failSave", [](const auto& /*info*/) { save_fails = true; });
+  // iterate(): one round of a GLib loop beneath JavaScript, as a modal dialog runs it.
+  Nan::SetMethod(exports, "iterate",
+                 [](const auto& /*info*/) { g_main_context_iteration(nullptr, FALSE); });
+  Nan::SetMethod(exports, "openModalWindow", OpenModalWindow);
+  Nan::SetMethod(exports, "openMenu", OpenMenu);
+  // destroyWindows(): destroys every top-level window of the process.
+  Nan::SetMethod(exports, "destroyWindows", DestroyWindows);
 }
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) void* gdk_pixbuf_new(int colorspace, int alpha,
-                                                                       int bits, int width,
-                                                                       int height) {
-  using Function = void* (*)(int, int, int, int, int);
+template <typename Function>
+static Function Original(const char* name) {
   static void* library = dlopen("libgdk_pixbuf-2.0.so.0", RTLD_LAZY);
-  static const auto original = reinterpret_cast<Function>(dlsym(library, "gdk_pixbuf_new"));
+  return reinterpret_cast<Function>(dlsym(library, name));
+}
+
+#define INTERPOSED extern "C" __attribute__((visibility("default")))
+
+INTERPOSED GdkPixbuf* gdk_pixbuf_new(GdkColorspace colorspace, gboolean alpha, int bits, int width,
+                                     int height) {
+  static const auto original = Original<decltype(&gdk_pixbuf_new)>("gdk_pixbuf_new");
   if (calls_until_failure > 0 && --calls_until_failure == 0) return nullptr;
   return original(colorspace, alpha, bits, width, height);
+}
+
+INTERPOSED gboolean gdk_pixbuf_save_to_callbackv(GdkPixbuf* pixbuf, GdkPixbufSaveFunc sink,
+                                                 gpointer data, const char* type, char** keys,
+                                                 char** values, GError** error) {
+  static const auto original =
+      Original<decltype(&gdk_pixbuf_save_to_callbackv)>("gdk_pixbuf_save_to_callbackv");
+  if (!save_fails) return original(pixbuf, sink, data, type, keys, values, error);
+  sink("partial", 7, error, data);
+  g_set_error_literal(error, GDK_PIXBUF_ERROR, GDK_PIXBUF_ERROR_FAILED, "expected");
+  return FALSE;
 }
 
 NODE_MODULE(kiv_faults, Setup)

@@ -20,6 +20,9 @@ namespace kiv {
 
 namespace {
 
+constexpr long kFirstItem = 1;
+constexpr long kLongestTitle = (1L << 20) / 4;
+
 // Lines are kept until the X error guard is gone: emitting one may enter JavaScript.
 using LogLines = std::vector<std::string>;
 
@@ -31,7 +34,8 @@ void AddLine(LogLines* lines, const char* id, Values... values) {
 }
 
 std::optional<Window> ReadActiveWindow(DesktopSessionData* data, Window root, LogLines* lines) {
-  const auto active = tools_x11::read_property(data->display, root, data->atom_net_active_window);
+  const auto active =
+      tools_x11::read_property(data->display, root, data->atom_net_active_window, kFirstItem);
   if (active.status != Success) {
     AddLine(lines, kLoggingRequestId_ActiveTaskInfoStatusError);
     return std::nullopt;
@@ -44,19 +48,20 @@ std::optional<Window> ReadActiveWindow(DesktopSessionData* data, Window root, Lo
     AddLine(lines, kLoggingRequestId_ActiveTaskInfoValuesError);
     return std::nullopt;
   }
-  if (active.format != 32 || active.count != 1) {
+  if (active.format != 32 || active.total != 1) {
     AddLine(lines, kLoggingRequestId_FetchActiveTaskInfo_XGetWindowProperty1r4, active.format,
-            active.count);
+            active.total);
   }
   return active.FirstItem();
 }
 
 void ReadProcess(DesktopSessionData* data, Window window, LogLines* lines) {
-  const auto pid = tools_x11::read_property(data->display, window, data->atom_net_wm_pid);
+  const auto pid =
+      tools_x11::read_property(data->display, window, data->atom_net_wm_pid, kFirstItem);
   if (pid.status != Success) return;
-  if (pid.format != 32 || pid.count != 1) {
+  if (pid.format != 32 || pid.total != 1) {
     AddLine(lines, kLoggingRequestId_FetchActiveTaskInfo_XGetWindowProperty2r1, pid.format,
-            pid.count);
+            pid.total);
   }
   if (!pid.data) return;
   auto command_line = ReadCommandLine(static_cast<int32_t>(pid.FirstItem()));
@@ -64,9 +69,10 @@ void ReadProcess(DesktopSessionData* data, Window window, LogLines* lines) {
 }
 
 void ReadTitle(DesktopSessionData* data, Window window, LogLines* lines) {
-  auto title = tools_x11::read_property(data->display, window, data->atom_net_wm_name);
+  auto title =
+      tools_x11::read_property(data->display, window, data->atom_net_wm_name, kLongestTitle);
   if (title.status != Success) {
-    title = tools_x11::read_property(data->display, window, data->atom_wm_name);
+    title = tools_x11::read_property(data->display, window, data->atom_wm_name, kLongestTitle);
     if (title.status != Success) return;
   }
   if (title.format != 8) {

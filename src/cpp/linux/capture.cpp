@@ -18,7 +18,7 @@ namespace {
 constexpr uint32_t kMaxWidth = 1920;
 constexpr uint32_t kMaxHeight = 1080;
 
-// Fits the record's size into the limit, width first; true when it had to change.
+// Fits a snapshot's size into the limit, width first; true when it had to change.
 bool LimitSize(ScreenSnap* snap) {
   bool reduced = false;
   if (snap->width > kMaxWidth) {
@@ -45,21 +45,15 @@ GObjectPtr<GdkPixbuf> CaptureThroughCompositor(const char* error) {
   return AdoptGObject(backend->SnapWholeDesktop());
 }
 
-ScreenSnap* Finish(ScreenSnap* snap, const GObjectPtr<GdkPixbuf>& pixbuf, bool jpeg,
-                   bool limit_size) {
-  snap->width = 0;
-  snap->height = 0;
+ScreenSnap Encode(GdkPixbuf* pixbuf, bool jpeg, bool limit_size) {
+  ScreenSnap snap;
   if (!pixbuf) return snap;
-  snap->width = static_cast<uint32_t>(gdk_pixbuf_get_width(pixbuf.get()));
-  snap->height = static_cast<uint32_t>(gdk_pixbuf_get_height(pixbuf.get()));
-  const bool reduced = limit_size && LimitSize(snap);
+  snap.width = static_cast<uint32_t>(gdk_pixbuf_get_width(pixbuf));
+  snap.height = static_cast<uint32_t>(gdk_pixbuf_get_height(pixbuf));
+  const bool reduced = limit_size && LimitSize(&snap);
   // So thin a screen that nothing is left of it counts as a failed capture.
-  if (snap->width == 0 || snap->height == 0) {
-    snap->width = 0;
-    snap->height = 0;
-    return snap;
-  }
-  FetchPixbufImage(*snap, pixbuf.get(), snap->width, snap->height, jpeg, reduced);
+  if (snap.width == 0 || snap.height == 0) return ScreenSnap();
+  FetchPixbufImage(snap, pixbuf, snap.width, snap.height, jpeg, reduced);
   return snap;
 }
 
@@ -70,7 +64,8 @@ ScreenSnap* DesktopSessionAgent::SnapWholeDesktop(bool jpeg, bool limit_size) {
   FetchActiveTaskInfo(&data_);
   const auto pixbuf = data_.is_x11 ? CaptureRoot(DesktopArea())
                                    : CaptureThroughCompositor(kLoggingRequestId_SnapDesktopError);
-  return Finish(&data_.snap, pixbuf, jpeg, limit_size);
+  PublishPicture(&data_.snap, Encode(pixbuf.get(), jpeg, limit_size));
+  return &data_.snap;
 }
 
 ScreenSnap* DesktopSessionAgent::SnapActiveDisplay(bool jpeg, bool limit_size) {
@@ -78,7 +73,8 @@ ScreenSnap* DesktopSessionAgent::SnapActiveDisplay(bool jpeg, bool limit_size) {
   FetchActiveTaskInfo(&data_);
   const auto pixbuf = data_.is_x11 ? CaptureRoot(ActiveDisplayArea())
                                    : CaptureThroughCompositor(kLoggingRequestId_SnapDisplayError);
-  return Finish(&data_.snap, pixbuf, jpeg, limit_size);
+  PublishPicture(&data_.snap, Encode(pixbuf.get(), jpeg, limit_size));
+  return &data_.snap;
 }
 
 void DesktopSessionData::SnapSelection(void* context) { selection->start_selection(context); }

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "../event_scope.h"
 #include "../log_request_ids.h"
 #include "../logging.h"
 #include "../snap_completion.h"
@@ -96,15 +97,16 @@ bool CanBeSent(const std::string& path) {
 }
 
 void CompleteWithoutPicture(int error_code, DesktopSessionData* data, void* callback) {
-  data->snap.width = 0;
-  data->snap.height = 0;
+  PublishPicture(&data->snap, ScreenSnap());
   OnScreenSnapCompleted(error_code, &data->snap, callback, true);
 }
 
-void Encode(ScreenSnap* snap, GdkPixbuf* pixbuf) {
-  snap->width = static_cast<uint32_t>(gdk_pixbuf_get_width(pixbuf));
-  snap->height = static_cast<uint32_t>(gdk_pixbuf_get_height(pixbuf));
-  FetchPixbufImage(*snap, pixbuf, snap->width, snap->height, false, false);
+ScreenSnap Encode(GdkPixbuf* pixbuf) {
+  ScreenSnap snap;
+  snap.width = static_cast<uint32_t>(gdk_pixbuf_get_width(pixbuf));
+  snap.height = static_cast<uint32_t>(gdk_pixbuf_get_height(pixbuf));
+  FetchPixbufImage(snap, pixbuf, snap.width, snap.height, false, false);
+  return snap;
 }
 
 // Travels with the selection.
@@ -181,6 +183,7 @@ void GnomeDbusScreenshot::SnapSelection(DesktopSessionData* data, void* callback
 }
 
 void GnomeDbusScreenshot::select_area_done(GObject* source, GAsyncResult* result, void* user_data) {
+  const EventScope event_scope;
   const std::unique_ptr<AreaRequest> request(static_cast<AreaRequest*>(user_data));
   GErrorPtr error;
   GVariantPtr reply(
@@ -212,7 +215,7 @@ void GnomeDbusScreenshot::ScreenshotArea(int x, int y, int width, int height,
   tmp_files_.push_back(path);
   auto pixbuf = AdoptGObject(LoadImage(path));
   if (!pixbuf) return CompleteWithoutPicture(kSnapCompleted, data, callback);
-  Encode(&data->snap, pixbuf.get());
+  PublishPicture(&data->snap, Encode(pixbuf.get()));
   pixbuf.reset();
   OnScreenSnapCompleted(kSnapCompleted, &data->snap, callback, true);
 }

@@ -41,13 +41,15 @@ void DesktopSessionData::ReleaseSubscriptionsAndPolls() {
   StopTimerPoll(this);
 }
 
-void DesktopSessionData::ReleaseTimerAndDisplay() {
-  StopInputPoll(this);
+void DesktopSessionData::ReleaseTimer() {
   StopTimerPoll(this);
-  if (timer_fd >= 0) {
-    close(timer_fd);
-    timer_fd = -1;
-  }
+  if (timer_fd < 0) return;
+  close(timer_fd);
+  timer_fd = -1;
+}
+
+void DesktopSessionData::ReleaseDisplay() {
+  StopInputPoll(this);
   CloseXConnection(this);
 }
 
@@ -56,8 +58,9 @@ DesktopSessionAgent::DesktopSessionAgent() { uv_mutex_init(&mutex_); }
 DesktopSessionAgent::~DesktopSessionAgent() { uv_mutex_destroy(&mutex_); }
 
 int DesktopSessionAgent::Setup() {
+  data_.ReleaseTimer();
   data_.ReleaseSubscriptionsAndPolls();
-  data_.ReleaseTimerAndDisplay();
+  data_.ReleaseDisplay();
   return Connect();
 }
 
@@ -66,7 +69,7 @@ int DesktopSessionAgent::Connect() {
   SubscribeLockSignals(&data_);
 
   if (!OpenXConnection(&data_)) return 1;
-  data_.timer_fd = timerfd_create(CLOCK_REALTIME, 0);
+  data_.timer_fd = timerfd_create(CLOCK_REALTIME, TFD_CLOEXEC);
   if (data_.timer_fd == -1) return 1;
   SelectRawInput(data_.display);
   InternAtoms(&data_);
@@ -76,16 +79,18 @@ int DesktopSessionAgent::Connect() {
 }
 
 void DesktopSessionAgent::Teardown() {
-  data_.ReleaseTimerAndDisplay();
+  data_.ReleaseTimer();
   data_.Shutdown();
+  data_.ReleaseDisplay();
   // Without the agent's connection Escape would no longer reach the overlay. Last, because the
   // completion may call anything.
   data_.selection->Fail();
 }
 
 void DesktopSessionAgent::OnRuntimeEnd() {
+  data_.ReleaseTimer();
   data_.ReleaseSubscriptionsAndPolls();
-  data_.ReleaseTimerAndDisplay();
+  data_.ReleaseDisplay();
   data_.interval_callback.reset();
   data_.selection->Drop();
 }

@@ -93,8 +93,9 @@ struct DesktopSessionData {
   void Shutdown();
   // The same without closing the connection, which the host may share.
   void ReleaseSubscriptionsAndPolls();
-  // Closes the timer descriptor and the X connection with their polls.
-  void ReleaseTimerAndDisplay();
+  // Close the timer's descriptor and the X connection, each with its poll.
+  void ReleaseTimer();
+  void ReleaseDisplay();
   // A lock signal on the session bus; user_data is the agent.
   static void OnDBusSignalReceived(_GDBusConnection* connection, const char* sender_name,
                                    const char* object_path, const char* interface_name,

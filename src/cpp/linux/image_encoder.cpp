@@ -1,7 +1,6 @@
 #include "image_encoder.h"
 
 #include <new>
-#include <utility>
 
 #include "../log_request_ids.h"
 #include "../logging.h"
@@ -80,13 +79,8 @@ void FetchPixbufImage(ScreenSnap& snap, GdkPixbuf* pixbuf, unsigned int width, u
   // After a failed picture there is no thumbnail.
   if (thumbnail && !error) Save(thumbnail.get(), format, &snap.thumbnail, &error);
   if (error) {
-    // Out of reach of a snapshot that the logger takes: it would append to them.
-    auto image = std::exchange(snap.image, {});
-    auto small = std::exchange(snap.thumbnail, {});
     LogMessage(LogMessage::error).stream()
         << kLoggingRequestId_FetchImageError << ":" << error->code << ":" << error->message;
-    snap.image = std::move(image);
-    snap.thumbnail = std::move(small);
   }
 }
 

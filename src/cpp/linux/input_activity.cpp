@@ -5,6 +5,9 @@
 
 #include <cstring>
 
+#include "../event_scope.h"
+#include "../log_request_ids.h"
+#include "../logging.h"
 #include "desktop_session_agent_linux.h"
 #include "user_selection_helper_linux.h"
 #include "x_error_guard.h"
@@ -101,24 +104,29 @@ void Drain(DesktopSessionData* data) {
   AfterRoundTrip(data);
 }
 
+// What does not need the X server goes on: the timer, lock events, the bus.
+void OnDisplayLost(DesktopSessionData* data) {
+  data->ReleaseDisplay();
+  LogMessage(LogMessage::error).stream() << kLoggingRequestId_DisplayLost;
+}
+
 void PollCallback(uv_poll_t* handle, int status, int /*events*/) {
+  const EventScope event_scope;
   auto* data = static_cast<DesktopSessionData*>(handle->data);
   if (status < 0) {
     StopInputPoll(data);
     // Where the server is gone, Xlib has to see it, too.
     if (data->HasDisplay()) XPending(data->display);
-    if (data->display_lost) data->ReleaseTimerAndDisplay();
+    if (data->display_lost) OnDisplayLost(data);
     return;
   }
   Drain(data);
 }
 
 void OnWake(uv_async_t* handle) {
+  const EventScope event_scope;
   auto* data = static_cast<DesktopSessionData*>(handle->data);
-  if (data->display_lost) {
-    data->ReleaseTimerAndDisplay();
-    return;
-  }
+  if (data->display_lost) return OnDisplayLost(data);
   if (data->x_poll_active) Drain(data);
 }
 

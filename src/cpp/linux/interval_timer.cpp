@@ -6,6 +6,7 @@
 
 #include <utility>
 
+#include "../event_scope.h"
 #include "../js_callback.h"
 #include "desktop_session_agent_linux.h"
 
@@ -14,6 +15,7 @@ namespace kiv {
 namespace {
 
 void PollTimerCallback(uv_poll_t* handle, int status, int /*events*/) {
+  const EventScope event_scope;
   auto* data = static_cast<DesktopSessionData*>(handle->data);
   if (status < 0) {
     StopTimerPoll(data);

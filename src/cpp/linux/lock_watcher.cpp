@@ -3,6 +3,7 @@
 #include <cstring>
 #include <optional>
 
+#include "../event_scope.h"
 #include "../log_request_ids.h"
 #include "../logging.h"
 #include "../screen_lock_events.h"
@@ -53,6 +54,7 @@ void DesktopSessionData::OnDBusSignalReceived(GDBusConnection* /*connection*/,
                                               const char* /*interface_name*/,
                                               const char* signal_name, GVariant* parameters,
                                               void* user_data) {
+  const EventScope event_scope;
   if (!user_data) return;
   const auto locked = IsLocked(signal_name, parameters);
   if (!locked) return;

@@ -5,10 +5,11 @@
 
 namespace kiv {
 
-// An open connection to the session bus, or null with the reason in `error`. The process's shared
-// connection where it is open; a closed one, which GLib keeps handing out as long as anybody holds
-// it, is replaced by a connection of the caller's own. The death of the bus never ends the process,
-// and a daemon that does not answer holds the caller for five seconds at most.
+// An open connection to the session bus, or null with the reason in `error`: the one that somebody
+// got here and still holds, else the process's shared connection. A closed shared one, which GLib
+// hands out as long as anybody holds it, is replaced by a new connection. The death of the bus never
+// ends the process. A daemon that does not answer holds the caller for five seconds at most; a
+// process without descriptors for a call gets an error, since GLib would abort.
 GObjectPtr<GDBusConnection> ConnectSessionBus(GErrorPtr* error);
 
 }  // namespace kiv

@@ -15,9 +15,6 @@ constexpr char kActiveWindow[] = "_NET_ACTIVE_WINDOW";
 
 std::map<std::string, unsigned long> g_atoms;
 
-// The rest of the property, however long.
-constexpr long kWholeValue = -1;
-
 template <typename Item>
 unsigned long FirstAs(const unsigned char* data) {
   Item item;
@@ -90,14 +87,17 @@ size_t WindowProperty::ItemSize() const {
   return sizeof(char);
 }
 
-WindowProperty read_property(Display* display, Window window, Atom property) {
+WindowProperty read_property(Display* display, Window window, Atom property, long units) {
   WindowProperty result;
   unsigned char* data = nullptr;
   unsigned long bytes_after = 0;
   result.status =
-      XGetWindowProperty(display, window, property, 0, kWholeValue, False, AnyPropertyType,
-                         &result.type, &result.format, &result.count, &bytes_after, &data);
-  if (result.status == Success) result.data.reset(data);
+      XGetWindowProperty(display, window, property, 0, units, False, AnyPropertyType, &result.type,
+                         &result.format, &result.count, &bytes_after, &data);
+  if (result.status != Success) return result;
+  result.data.reset(data);
+  result.total = result.count;
+  if (result.format != 0) result.total += bytes_after / (static_cast<unsigned>(result.format) / 8);
   return result;
 }
 
@@ -108,7 +108,7 @@ std::vector<uint8_t> get_property(Display* display, Window window, Atom property
     Put(format, 0);
     return {};
   }
-  const WindowProperty value = read_property(display, window, property);
+  const WindowProperty value = read_property(display, window, property, kWholeProperty);
   if (value.status != Success) {
     Put(count, 0UL);
     return {};

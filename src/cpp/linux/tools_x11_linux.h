@@ -26,8 +26,9 @@ namespace tools_x11 {
 struct WindowProperty {
   int status = 0;  // Success, or the failure of the request; nothing else is set then
   Atom type = None;
-  int format = 0;  // bits of one item: 8, 16 or 32; 0 when the window has no such property
-  unsigned long count = 0;
+  int format = 0;           // bits of one item: 8, 16 or 32; 0 when the window has no such property
+  unsigned long count = 0;  // items read
+  unsigned long total = 0;  // items of the property
   kiv::XPtr<unsigned char> data;  // null when there is none
 
   // The first item; 0 when there is none.
@@ -38,7 +39,11 @@ struct WindowProperty {
   size_t ItemSize() const;
 };
 
-WindowProperty read_property(Display* display, Window window, Atom property);
+// As much of a property as asked for.
+constexpr long kWholeProperty = -1;
+
+// Reads at most `units` times 32 bits from the start of the property: a client may store gigabytes.
+WindowProperty read_property(Display* display, Window window, Atom property, long units);
 
 // The items of a property, format / 8 bytes each, in the machine's byte order; empty when there is
 // no such property and when the request fails. The outputs may be null. A failed request sets

@@ -24,18 +24,27 @@ namespace {
 
 constexpr size_t kSuffixLength = 4;
 
-bool IsPlain(char character) {
-  const auto byte = static_cast<unsigned char>(character);
-  if (byte > 0x7f) return true;
+bool IsLetterOrDigit(unsigned char byte) {
   if (byte >= '0' && byte <= '9') return true;
-  if ((byte | 0x20) >= 'a' && (byte | 0x20) <= 'z') return true;
+  return (byte | 0x20) >= 'a' && (byte | 0x20) <= 'z';
+}
+
+bool IsPlain(unsigned char byte) {
+  if (byte > 0x7f || IsLetterOrDigit(byte)) return true;
   return byte != 0 && std::strchr("/._-+~:@%=,", byte) != nullptr;
 }
 
+// A shell expands "~" where a word begins and, in an assignment, after ":" and "=".
+bool StartsExpansion(unsigned char before, unsigned char byte) {
+  return byte == '~' && !IsLetterOrDigit(before);
+}
+
 // The script does not quote paths and may run with an administrator's rights: nothing that a shell
-// takes apart, nothing that a command takes for an option.
+// splits or expands, nothing that a command takes for an option.
 bool IsPlainPath(const std::string& path) {
-  return !path.empty() && path.front() != '-' && std::all_of(path.begin(), path.end(), IsPlain);
+  if (path.empty() || path.front() == '-' || path.front() == '~') return false;
+  return std::all_of(path.begin(), path.end(), IsPlain) &&
+         std::adjacent_find(path.begin(), path.end(), StartsExpansion) == path.end();
 }
 
 std::optional<PackageFamily> FamilyOf(const std::string& path) {

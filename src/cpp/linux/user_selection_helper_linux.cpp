@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "../event_scope.h"
 #include "../log_request_ids.h"
 #include "../logging.h"
 #include "../snap_completion.h"
@@ -30,14 +31,17 @@ gboolean button_press_event(GtkWidget* /*widget*/, GdkEventButton* event, gpoint
 }
 
 gboolean button_release_event(GtkWidget* /*widget*/, GdkEventButton* event, gpointer data) {
+  const EventScope event_scope;
   return Self(data)->on_button_release_event(event);
 }
 
 gboolean key_press_event(GtkWidget* /*widget*/, GdkEventKey* event, gpointer data) {
+  const EventScope event_scope;
   return Self(data)->on_key_press_event(event);
 }
 
 gboolean focus_out_event(GtkWidget* /*widget*/, GdkEvent* event, gpointer data) {
+  const EventScope event_scope;
   return Self(data)->on_focus_out_event(event);
 }
 
@@ -55,13 +59,20 @@ gboolean configure_event(GtkWidget* widget, GdkEventConfigure* event, gpointer d
 
 // Closed by the window manager, or taken off the screen by somebody else.
 gboolean closed_event(GtkWidget* /*widget*/, GdkEvent* /*event*/, gpointer data) {
+  const EventScope event_scope;
   Self(data)->Fail();
   return TRUE;
 }
 
-void destroyed(GtkWidget* /*widget*/, gpointer data) { Self(data)->Fail(); }
+void destroyed(GtkWidget* /*widget*/, gpointer data) {
+  const EventScope event_scope;
+  Self(data)->Fail();
+}
 
-void monitors_changed(GdkScreen* /*screen*/, gpointer data) { Self(data)->on_monitors_changed(); }
+void monitors_changed(GdkScreen* /*screen*/, gpointer data) {
+  const EventScope event_scope;
+  Self(data)->on_monitors_changed();
+}
 
 gboolean prepare_base(gpointer data) {
   Self(data)->PrepareBase();
@@ -79,6 +90,19 @@ bool MonitorExists(GdkScreen* screen, const GdkRectangle& wanted) {
     if (SameArea(area, wanted)) return true;
   }
   return SameArea(DesktopArea(), wanted);
+}
+
+// An open menu of the host's keeps pointer and keyboard from every other window.
+void CloseMenus() {
+  GList* windows = gtk_window_list_toplevels();
+  g_list_foreach(
+      windows, [](gpointer window, gpointer) { g_object_ref(window); }, nullptr);
+  for (const GList* entry = windows; entry; entry = entry->next) {
+    GtkWindowGroup* group = gtk_window_get_group(GTK_WINDOW(entry->data));
+    GtkWidget* grabbing = gtk_window_group_get_current_grab(group);
+    if (GTK_IS_MENU_SHELL(grabbing)) gtk_menu_shell_cancel(GTK_MENU_SHELL(grabbing));
+  }
+  g_list_free_full(windows, g_object_unref);
 }
 
 // Pixels from the root window's corner, `scale` to a point.
@@ -101,9 +125,13 @@ void UserSelectionImpLinux::start_selection(void* context) {
   // The completion before may have led here; what its selection showed is still there then.
   Release();
   context_ = context;
+  const uint64_t request = ++request_;
   session_data_->define_session_type();
   monitor_ = ActiveDisplayArea();
-  base_pixbuf_ = TakePicture().release();
+  auto picture = TakePicture();
+  // A failure's log line may have ended this request.
+  if (!IsOpen(request)) return;
+  base_pixbuf_ = picture.release();
   if (!base_pixbuf_) return FailStart(kLoggingRequestId_ScreenSnapCreateBasePixmapError);
   left_ = top_ = 0;
   right_ = gdk_pixbuf_get_width(base_pixbuf_);
@@ -111,6 +139,9 @@ void UserSelectionImpLinux::start_selection(void* context) {
   current_x_ = anchor_x_ = current_y_ = anchor_y_ = 0;
   blended_pixbuf_ = MakeDimmed(base_pixbuf_).release();
   if (!blended_pixbuf_) return FailStart(kLoggingRequestId_ScreenSnapCreateBlandedPixmapError);
+  CloseMenus();
+  // A menu's end may call anything of the host's.
+  if (!IsOpen(request)) return;
   OpenWindow();
 }
 
@@ -128,7 +159,7 @@ void UserSelectionImpLinux::FailStart(const char* request_id) {
   void* const context = std::exchange(context_, nullptr);
   Release();
   LogMessage(LogMessage::error).stream() << request_id;
-  SetEmptySize();
+  PublishPicture(&session_data_->snap, ScreenSnap());
   OnScreenSnapCompleted(kSnapSelectionFailed, &session_data_->snap, context, true);
 }
 
@@ -138,6 +169,9 @@ void UserSelectionImpLinux::OpenWindow() {
   gdk_error_trap_push();
   window_ = gtk_window_new(GTK_WINDOW_TOPLEVEL);
   g_object_ref(window_);
+  // A modal window or a menu of the host's takes the events of its own window group only.
+  const auto group = AdoptGObject(gtk_window_group_new());
+  gtk_window_group_add_window(group.get(), GTK_WINDOW(window_));
   scale_ = gtk_widget_get_scale_factor(window_);
   const int width = ToPoints(right_);
   const int height = ToPoints(bottom_);
@@ -181,8 +215,12 @@ void UserSelectionImpLinux::ConnectSignals() {
   connect(screen, "size-changed", G_CALLBACK(monitors_changed));
 }
 
-void UserSelectionImpLinux::Release() {
+void UserSelectionImpLinux::CancelPrepareBase() {
   if (prepare_base_id_ != 0) g_source_remove(std::exchange(prepare_base_id_, 0));
+}
+
+void UserSelectionImpLinux::Release() {
+  CancelPrepareBase();
   g_clear_pointer(&cr_, cairo_destroy);
   g_clear_pointer(&surface_, cairo_surface_destroy);
   g_clear_pointer(&base_source_, cairo_surface_destroy);
@@ -203,38 +241,27 @@ void UserSelectionImpLinux::selection_finish(int code) {
   // Whatever JavaScript does below finds no open selection.
   void* const context = std::exchange(context_, nullptr);
   if (!context) return;
+  const uint64_t request = request_;
+  ScreenSnap picture = std::exchange(cut_out_, ScreenSnap());
   button_pressed_ = false;
-  // Out of reach of a snapshot that the logger takes.
-  ScreenSnap result = std::exchange(session_data_->snap, ScreenSnap());
+  // The loop may run in what is called below, when the window is gone already.
+  CancelPrepareBase();
   LogMessage(LogMessage::info).stream() << kLoggingRequestId_ScreenSnapSelectionError << code;
   if (window_) gtk_widget_hide(window_);
-  session_data_->snap = std::move(result);
+  PublishPicture(&session_data_->snap, std::move(picture));
   OnScreenSnapCompleted(code, &session_data_->snap, context, true);
-  // By now it may be another selection's.
-  if (!context_) Release();
+  // What is there may be another selection's by now.
+  if (request == request_) Release();
 }
 
-void UserSelectionImpLinux::EscPressed() {
-  if (!context_) return;
-  SetEmptySize();
-  selection_finish(kSnapSelectionCancelled);
-}
+void UserSelectionImpLinux::EscPressed() { selection_finish(kSnapSelectionCancelled); }
 
-void UserSelectionImpLinux::Fail() {
-  if (!context_) return;
-  SetEmptySize();
-  selection_finish(kSnapSelectionFailed);
-}
+void UserSelectionImpLinux::Fail() { selection_finish(kSnapSelectionFailed); }
 
 void UserSelectionImpLinux::Drop() {
   void* const context = std::exchange(context_, nullptr);
   if (context) DropScreenSnapRequest(context);
   Release();
-}
-
-void UserSelectionImpLinux::SetEmptySize() {
-  session_data_->snap.width = 0;
-  session_data_->snap.height = 0;
 }
 
 void UserSelectionImpLinux::get_rect(int& x, int& y, int& w, int& h) const {
@@ -257,7 +284,7 @@ bool UserSelectionImpLinux::IsValidPoint(int x, int y) const {
 gboolean UserSelectionImpLinux::on_button_press_event(GdkEventButton* event) {
   const int x = ToPixels(event->x);
   const int y = ToPixels(event->y);
-  if (!IsValidPoint(x, y) || event->type != GDK_BUTTON_PRESS) return TRUE;
+  if (!context_ || !IsValidPoint(x, y) || event->type != GDK_BUTTON_PRESS) return TRUE;
   button_pressed_ = true;
   anchor_x_ = current_x_ = x;
   anchor_y_ = current_y_ = y;
@@ -267,21 +294,25 @@ gboolean UserSelectionImpLinux::on_button_press_event(GdkEventButton* event) {
 gboolean UserSelectionImpLinux::on_button_release_event(GdkEventButton* /*event*/) {
   if (!context_) return TRUE;
   button_pressed_ = false;
-  const GdkRectangle area = Rectangle();
-  ScreenSnap& snap = session_data_->snap;
-  if (area.width > 0 && area.height > 0) {
-    const auto cut = AdoptGObject(
-        gdk_pixbuf_new_subpixbuf(base_pixbuf_, area.x, area.y, area.width, area.height));
-    const auto width = static_cast<uint32_t>(area.width);
-    const auto height = static_cast<uint32_t>(area.height);
-    FetchPixbufImage(snap, cut.get(), width, height, false, false);
-    snap.width = width;
-    snap.height = height;
-  } else {
-    SetEmptySize();
-  }
+  const uint64_t request = request_;
+  ScreenSnap picture = CutOut(Rectangle());
+  // An encoder's log line may have ended this selection.
+  if (!IsOpen(request)) return TRUE;
+  cut_out_ = std::move(picture);
   selection_finish(kSnapCompleted);
   return TRUE;
+}
+
+// Empty for an empty rectangle.
+ScreenSnap UserSelectionImpLinux::CutOut(const GdkRectangle& area) const {
+  ScreenSnap picture;
+  if (area.width <= 0 || area.height <= 0) return picture;
+  const auto cut =
+      AdoptGObject(gdk_pixbuf_new_subpixbuf(base_pixbuf_, area.x, area.y, area.width, area.height));
+  picture.width = static_cast<uint32_t>(area.width);
+  picture.height = static_cast<uint32_t>(area.height);
+  FetchPixbufImage(picture, cut.get(), picture.width, picture.height, false, false);
+  return picture;
 }
 
 gboolean UserSelectionImpLinux::on_key_press_event(GdkEventKey* event) {
@@ -290,6 +321,9 @@ gboolean UserSelectionImpLinux::on_key_press_event(GdkEventKey* event) {
 }
 
 gboolean UserSelectionImpLinux::on_focus_out_event(GdkEvent* /*event*/) {
+  // A window that appears may lose the focus and get it back; on a slow host that takes longer than
+  // the grace, which therefore begins with the first picture.
+  if (!shown_) return TRUE;
   timeval now = {};
   gettimeofday(&now, nullptr);
   const gint64 elapsed = (static_cast<gint64>(now.tv_sec) - start_time_.tv_sec) * 1'000'000 +
@@ -323,18 +357,16 @@ gboolean UserSelectionImpLinux::on_configure_event(GtkWidget* widget,
 
 gboolean UserSelectionImpLinux::on_cairo_draw_event(GtkWidget* /*widget*/, cairo_t* cr) {
   if (surface_) PaintFrom(cr, surface_);
-  // A window that appears may lose the focus and get it back; on a slow host that takes longer than
-  // the grace, which therefore begins anew with the first picture.
   if (!std::exchange(shown_, true)) gettimeofday(&start_time_, nullptr);
   // Not needed before a drag, so it does not delay the first picture.
-  if (base_pixbuf_ && !base_source_ && prepare_base_id_ == 0) {
+  if (context_ && !base_source_ && prepare_base_id_ == 0) {
     prepare_base_id_ = g_idle_add(prepare_base, this);
   }
   return FALSE;
 }
 
 void UserSelectionImpLinux::PrepareBase() {
-  if (prepare_base_id_ != 0) g_source_remove(std::exchange(prepare_base_id_, 0));
+  CancelPrepareBase();
   if (base_source_) return;
   GdkWindow* window = gtk_widget_get_window(window_);
   base_source_ = PrepareSource(window, base_pixbuf_, scale_).release();
@@ -343,7 +375,7 @@ void UserSelectionImpLinux::PrepareBase() {
 gboolean UserSelectionImpLinux::on_motion_notify_event(GdkEventMotion* event) {
   const int x = ToPixels(event->x);
   const int y = ToPixels(event->y);
-  if (!cr_ || !IsValidPoint(x, y)) return TRUE;
+  if (!context_ || !cr_ || !IsValidPoint(x, y)) return TRUE;
   cairo_set_line_width(cr_, kCrossWidth);
   if (cross_drawn_) PaintFrom(cr_, blended_source_);
   cross_drawn_ = true;

@@ -4,6 +4,9 @@
 #include <gtk/gtk.h>
 #include <sys/time.h>
 
+#include <cstdint>
+
+#include "../screen_snap.h"
 #include "selection_drawing.h"
 
 namespace kiv {
@@ -56,9 +59,12 @@ class UserSelectionImpLinux {
   void FailStart(const char* request_id);
   void OpenWindow();
   void ConnectSignals();
+  void CancelPrepareBase();
+  // Whether the selection that a caller began is the one that is open.
+  bool IsOpen(uint64_t request) const { return context_ && request == request_; }
+  ScreenSnap CutOut(const GdkRectangle& area) const;
   // Gives back the window, the pictures and the surfaces, those that there are.
   void Release();
-  void SetEmptySize();
   void Invalidate();
   void DrawDragStep(const GdkRectangle& before);
   GdkRectangle Rectangle() const;
@@ -83,6 +89,8 @@ class UserSelectionImpLinux {
   bool button_pressed_ = false;
   bool cross_drawn_ = false;  // never cleared
   void* context_ = nullptr;   // null: no selection is open
+  uint64_t request_ = 0;      // number of the selection begun last
+  ScreenSnap cut_out_;        // what the open selection ends with; empty until then
   bool shown_ = false;        // the first picture of this selection has been drawn
   timeval start_time_ = {};
 

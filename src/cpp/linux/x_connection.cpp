@@ -48,7 +48,6 @@ void OnConnectionLost(Display* /*display*/, void* lost) { *static_cast<bool*>(lo
 }  // namespace
 
 bool OpenXConnection(DesktopSessionData* data) {
-  data->display_lost = false;
   data->display = XOpenDisplay(nullptr);
   if (!data->display) return false;
   if (const SetExitHandler set_exit_handler = FindSetExitHandler()) {
@@ -65,6 +64,7 @@ bool OpenXConnection(DesktopSessionData* data) {
 void CloseXConnection(DesktopSessionData* data) {
   if (!data->display) return;
   XCloseDisplay(data->display);
+  data->display_lost = false;
   const bool watched = data->display == watched_display;
   data->display = nullptr;
   if (!watched) return;
