@@ -90,7 +90,7 @@ void UnsubscribeLockSignals(DesktopSessionData* data) {
 void CloseSessionBus(DesktopSessionData* data) {
   const auto bus = RetainGObject(data->bus);
   UnsubscribeLockSignals(data);
-  g_dbus_connection_close_sync(bus.get(), nullptr, nullptr);
+  if (bus) CloseSessionBus(bus.get());
 }
 
 }  // namespace kiv

@@ -37,9 +37,17 @@ GWeakRef* LastConnection() {
   return reference;
 }
 
+// GLib's worker thread notices a while after the call that a connection was closed; the mark tells at
+// once.
+constexpr char kClosedMark[] = "kiv-closed";
+
+bool IsOpen(GDBusConnection* bus) {
+  return !g_dbus_connection_is_closed(bus) && !g_object_get_data(G_OBJECT(bus), kClosedMark);
+}
+
 GObjectPtr<GDBusConnection> OpenConnection() {
   auto bus = AdoptGObject(static_cast<GDBusConnection*>(g_weak_ref_get(LastConnection())));
-  if (bus && g_dbus_connection_is_closed(bus.get())) bus.reset();
+  if (bus && !IsOpen(bus.get())) bus.reset();
   return bus;
 }
 
@@ -136,7 +144,7 @@ GObjectPtr<GDBusConnection> ConnectSessionBus(GErrorPtr* error) {
       g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, nullptr, CollectError(error)));
   if (!address || !Answers(address.get(), error)) return nullptr;
   auto bus = AdoptGObject(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, CollectError(error)));
-  if (bus && g_dbus_connection_is_closed(bus.get())) {
+  if (bus && !IsOpen(bus.get())) {
     const auto flags =
         static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
                                           G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
@@ -147,6 +155,11 @@ GObjectPtr<GDBusConnection> ConnectSessionBus(GErrorPtr* error) {
   g_dbus_connection_set_exit_on_close(bus.get(), FALSE);
   g_weak_ref_set(LastConnection(), bus.get());
   return bus;
+}
+
+void CloseSessionBus(GDBusConnection* bus) {
+  g_object_set_data(G_OBJECT(bus), kClosedMark, bus);
+  g_dbus_connection_close_sync(bus, nullptr, nullptr);
 }
 
 }  // namespace kiv
