@@ -7,6 +7,8 @@
     'kiv_fuzz%': 0,
     'kiv_fuzz_engine%': '',
     'nan_dir': '<!(node -p "path.dirname(require.resolve(\'nan\'))")',
+    # Absolute: make, the action and the compiler have to mean the same file.
+    'generated_dir': '<(module_root_dir)/build/generated',
     'module_libs': 'gtk+-3.0 gio-2.0 gdk-pixbuf-2.0 cairo x11 xi xscrnsaver xinerama',
     # The oldest releases that are supported; newer calls warn, later deprecations do not.
     'oldest_releases': [
@@ -62,6 +64,8 @@
       '-isystem<(node_root_dir)/include/node',
       '-isystem<(nan_dir)',
     ],
+    # Debian's node-gyp adds it; a module with it takes any other Node down.
+    'libraries!': ['-lnode'],
     'conditions': [['kiv_dev==1', {'cflags': ['-Werror']}]],
     'configurations': {
       'Release': {'cflags': ['-O2', '-g']},
@@ -84,7 +88,7 @@
           'src/cpp/linux/upgrade_script_template_deb.sh',
           'src/cpp/linux/upgrade_script_template_rh.sh',
         ],
-        'outputs': ['build/generated/upgrade_script_templates.h'],
+        'outputs': ['<(generated_dir)/upgrade_script_templates.h'],
         'action': [
           'node', 'src/embed_text.js', '<@(_outputs)',
           # The arrays are named after these paths.
@@ -92,7 +96,7 @@
           'src/cpp/linux/upgrade_script_template_rh.sh',
         ],
       }],
-      'direct_dependent_settings': {'include_dirs': ['build/generated']},
+      'direct_dependent_settings': {'include_dirs': ['<(generated_dir)']},
     },
     {
       'target_name': 'kiv_native',
@@ -118,6 +122,20 @@
   'conditions': [
     ['kiv_dev==1', {
       'targets': [
+        # What scripts/demo and scripts/test build.
+        {
+          'target_name': 'demo',
+          'type': 'none',
+          'dependencies': ['kiv_native', 'kiv_host_loop', 'dbus_peer', 'x_client'],
+        },
+        {
+          'target_name': 'tests',
+          'type': 'none',
+          'dependencies': [
+            'demo', 'kiv_host_utils', 'kiv_internals', 'kiv_faults', 'kiv_allocations',
+            'bench_soak', 'example_button_window',
+          ],
+        },
         {
           # Internals of the module that no export reaches, for the tests: all of it, registered
           # otherwise.

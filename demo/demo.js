@@ -58,7 +58,7 @@ async function follow(desktop, page) {
 }
 
 (async () => {
-  fs.rmSync(output, { recursive: true, force: true });
+  // What is there stays: another run may be writing it.
   fs.mkdirSync(output, { recursive: true });
   const desktop = await openDesktop();
   try {

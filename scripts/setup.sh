@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # shellcheck disable=SC2034  # the lists are for the scripts that source this
-# Small idempotent steps that make a machine ready to build and test. Source it from the
-# repository's root; every function may be called again at once.
+# Small idempotent steps that make a machine ready. Source it from the repository's root; every
+# function may be called again at once.
 
 # Each entry is a package and, after a colon, how its presence shows: @command, +pkg-config
 # module, a /path, or nothing for dpkg's own answer.
@@ -10,7 +10,8 @@ PACKAGES_BUILD=(g++:@g++ make:@make python3:@python3 pkg-config:@pkg-config
   libxtst-dev:+xtst libxres-dev:+xres)
 PACKAGES_DISPLAY=(xvfb:@Xvfb openbox:@openbox dbus:@dbus-daemon libglib2.0-bin:@gdbus
   x11-utils:@xdpyinfo)
-PACKAGES_TEST=("${PACKAGES_DISPLAY[@]}" xserver-xorg-core:@Xorg
+# What the tests want beside those. Desktops come and go with releases.
+PACKAGES_TEST=(xserver-xorg-core:@Xorg
   xserver-xorg-video-dummy:/usr/lib/xorg/modules/drivers/dummy_drv.so
   x11-xserver-utils:@xrandr metacity:@metacity xfwm4:@xfwm4 mutter:@mutter
   gnome-shell:@gnome-shell gjs:@gjs xwayland:@Xwayland
@@ -20,6 +21,18 @@ PACKAGES_TEST=("${PACKAGES_DISPLAY[@]}" xserver-xorg-core:@Xorg
 # Brings a display manager, which has no business on a developer's machine.
 PACKAGES_CI=(light-locker:@light-locker)
 PACKAGES_LINT=(clang-format:@clang-format clang-tidy:@clang-tidy shellcheck:@shellcheck)
+PACKAGES_NPM=(npm:@npm)
+# Debian's own Node wants packages for its headers, node-gyp and, where there is no npm, nan.
+# Another Node brings the first two along.
+PACKAGES_NODE=(nodejs:@node)
+if ! command -v node >/dev/null ||
+  [ "$(node -p process.config.variables.node_shared)" = true ]; then
+  PACKAGES_NODE+=(libnode-dev:/usr/include/node/node.h
+    node-gyp:/usr/share/nodejs/node-gyp/package.json)
+  if [ ! -e node_modules/nan ] && ! command -v npm >/dev/null; then
+    PACKAGES_NODE+=(node-nan:/usr/share/nodejs/nan/package.json)
+  fi
+fi
 
 # Every major the module is built for.
 RUNTIMES=(10.24.1 12.22.12 14.21.3 16.20.2 18.20.8 20.19.5 22.23.3 24.9.0)
@@ -34,13 +47,48 @@ die() {
   exit 1
 }
 
+minutes() { if [ "$1" -le 1 ]; then echo 'a minute'; else echo "$1 minutes"; fi; }
+
 # Two runs side by side take turns.
 locked() {
   mkdir -p build
   (
-    flock -w 1800 9 || die "another run has held build/.lock for half an hour"
+    if ! flock -n 9; then
+      say "waiting for another run"
+      flock -w 1800 9 || die "another run has held build/.lock for half an hour"
+    fi
     "$@" 9>&-
   ) 9>build/.lock
+}
+
+# Shows a log's last line until its input ends: every second on a terminal, else twice a minute.
+show_progress() {
+  local start='' end='\n' pause=30 began=$SECONDS
+  if [ -t 2 ]; then start='\r\e[K' end='' pause=1; fi
+  while read -r -t "$pause"; [ $? -gt 128 ]; do
+    printf "$start   %4s s  %.64s$end" $((SECONDS - began)) "$(tail -n 1 "$1" | tr -d '\r')"
+  done
+  if [ -t 2 ]; then printf '\r\e[K'; fi
+} >&2
+
+# logged NAME COMMAND...: its output goes to a log, whose end is shown when the command fails.
+logged() {
+  local log=.cache/logs/$1.log progress status=0
+  shift
+  mkdir -p "$(dirname "$log")"
+  : >"$log"
+  exec {progress}> >(show_progress "$log")
+  (
+    exec {progress}>&-
+    "$@"
+  ) >"$log" 2>&1 </dev/null || status=$?
+  exec {progress}>&-
+  wait "$!"
+  if [ "$status" != 0 ]; then
+    tail -n 20 "$log" >&2
+    say "all of it: $PWD/$log"
+  fi
+  return "$status"
 }
 
 have_package() {
@@ -53,13 +101,10 @@ have_package() {
   esac
 }
 
+as_root() { if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi; }
+
 apt_get() {
-  local as=()
-  if [ "$(id -u)" != 0 ]; then
-    command -v sudo >/dev/null || return 1
-    as=(sudo)
-  fi
-  "${as[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq -o DPkg::Lock::Timeout=600 "$@" >&2
+  as_root env DEBIAN_FRONTEND=noninteractive apt-get -q -o DPkg::Lock::Timeout=600 "$@"
 }
 
 # Names what this release of the system was found not to have, so that it is looked for once.
@@ -68,40 +113,57 @@ left_out_file() {
   printf '.cache/left-out-%s\n' "$(. /etc/os-release && printf '%s-%s' "$ID" "${VERSION_ID:-}")"
 }
 
-# For need_packages: takes out of `missing` what this release of the system does not have.
-drop_unknown() {
-  local name known=()
-  for name in "${missing[@]}"; do
-    if apt-cache show "$name" >/dev/null 2>&1; then
-      known+=("$name")
-    else
-      say "there is no package $name here; what needs it is left out"
-      if [ -n "$updated" ]; then printf '%s\n' "$name" >>"$left_out"; fi
+# Sets `missing`, and `optional` to those that may be left out.
+find_missing() {
+  local entry name may='' left_out
+  left_out=$(left_out_file)
+  missing=() optional=()
+  for entry; do
+    name=${entry%%:*}
+    if [ "$entry" = --optional ]; then
+      may=1
+    elif have_package "$entry"; then
+      continue
+    elif [ -z "$may" ]; then
+      missing+=("$name")
+    elif ! grep -qsx -- "$name" "$left_out"; then
+      optional+=("$name")
     fi
   done
-  missing=("${known[@]}")
 }
 
-# The desktops of the tests come and go with releases: SKIP_UNKNOWN=1 goes on without them.
-need_packages() {
-  local entry updated='' left_out='' missing=()
-  if [ -n "${SKIP_UNKNOWN:-}" ]; then left_out=$(left_out_file); fi
-  for entry; do
-    have_package "$entry" || grep -qsx -- "${entry%%:*}" "${left_out:-/dev/null}" ||
-      missing+=("${entry%%:*}")
+install_missing() {
+  local missing optional known name count updated=''
+  find_missing "$@"
+  [ $((${#missing[@]} + ${#optional[@]})) -gt 0 ] || return 0
+  command -v apt-get >/dev/null || die "please install: ${missing[*]} ${optional[*]}"
+  # Asks for a password while nothing else is on the terminal.
+  as_root true || die "neither root nor sudo; please install: ${missing[*]} ${optional[*]}"
+  # A stale list is good enough when the packages are still there.
+  if logged apt-update apt_get update; then updated=1; else say "going on with the old lists"; fi
+  known=$(apt-cache show --no-all-versions "${optional[@]}" 2>/dev/null |
+    sed -n 's/^Package: //p') || true
+  for name in "${optional[@]}"; do
+    if grep -qx -- "$name" <<<"$known"; then
+      missing+=("$name")
+    else
+      say "there is no package $name here; what needs it is left out"
+      if [ -n "$updated" ]; then printf '%s\n' "$name" >>"$(left_out_file)"; fi
+    fi
   done
   [ ${#missing[@]} -gt 0 ] || return 0
-  command -v apt-get >/dev/null || die "please install: ${missing[*]}"
-  say "installing ${missing[*]}"
-  # A stale list is good enough when the packages are still there.
-  if apt_get update; then updated=1; else say "apt-get update failed; going on with the lists at hand"; fi
-  if [ -n "$left_out" ]; then
-    mkdir -p .cache
-    drop_unknown
-  fi
-  [ ${#missing[@]} -gt 0 ] || return 0
-  apt_get install -y --no-install-recommends "${missing[@]}" ||
-    die "could not install ${missing[*]}; please install them by hand"
+  count=$(apt-get -s install --no-install-recommends "${missing[@]}" 2>/dev/null |
+    grep -c '^Inst') || true
+  say "installing $count packages, which takes about $(minutes $((count / 150 + 1)))"
+  logged apt-install apt_get install -y --no-install-recommends "${missing[@]}" ||
+    die "could not install ${missing[*]}"
+}
+
+# need_packages ENTRY... [--optional ENTRY...]: a release may lack the optional ones.
+need_packages() {
+  local missing optional
+  find_missing "$@"
+  [ $((${#missing[@]} + ${#optional[@]})) = 0 ] || locked install_missing "$@"
 }
 
 has_headers_of() {
@@ -114,152 +176,65 @@ has_headers_of() {
 # Puts Node (binary and headers) under .cache and prints the folder. Runs npm with the Node at hand.
 cached_node() {
   local package folder
+  need_packages "${PACKAGES_NPM[@]}"
   package=node-linux-$(node -p process.arch)
   folder=$PWD/.cache/node-$1
   [ -e "$folder/node_modules/$package/include/node/node.h" ] ||
-    locked npm install --prefix "$folder" --no-save --ignore-scripts --no-audit --no-fund \
-      "$package@$1" >&2 || die "could not get the headers of Node $1 from npm"
+    locked logged "node-$1" npm install --prefix "$folder" --no-save --ignore-scripts --no-audit \
+      --no-fund "$package@$1" || die "could not get Node $1 from npm"
   printf '%s\n' "$folder/node_modules/$package"
 }
 
 # Sets NODE_PREFIX (include/node lies beneath) and NODE_GYP (a command as an array).
 need_node() {
-  need_packages nodejs:@node npm:@npm
-  local major version own npm_dir folder
-  major=$(node -p 'process.versions.node.split(".")[0]')
-  if [ "$major" -lt 18 ]; then
+  local version prefix folder
+  need_packages "${PACKAGES_NODE[@]}"
+  if [ "$(node -p 'parseInt(process.versions.node)')" -lt 18 ]; then
     say "Node $(node -p process.version) has no test runner; using $FALLBACK_NODE"
-    own=$(cached_node "$FALLBACK_NODE")
-    export PATH=$own/bin:$PATH
+    prefix=$(cached_node "$FALLBACK_NODE")
+    export PATH=$prefix/bin:$PATH
     hash -r
   fi
   version=$(node -p process.versions.node)
-  own=$(dirname "$(dirname "$(node -p 'fs.realpathSync(process.execPath)')")")
+  prefix=$(dirname "$(dirname "$(node -p 'fs.realpathSync(process.execPath)')")")
   NODE_PREFIX=
-  for folder in "$own" /usr; do
+  for folder in "$prefix" /usr; do
     if has_headers_of "$folder" "$version"; then
       NODE_PREFIX=$folder
       break
     fi
   done
   [ -n "$NODE_PREFIX" ] || NODE_PREFIX=$(cached_node "$version")
-
-  npm_dir=$(dirname "$(dirname "$(realpath "$(command -v npm)")")")
-  NODE_GYP=()
-  for folder in "$(npm root -g)/npm" "$npm_dir" /usr/share/nodejs/npm; do
-    if [ -e "$folder/node_modules/node-gyp/bin/node-gyp.js" ]; then
-      NODE_GYP=(node "$folder/node_modules/node-gyp/bin/node-gyp.js")
-      return
-    fi
-  done
-  need_packages node-gyp:@node-gyp
-  NODE_GYP=(node "$(realpath "$(command -v node-gyp)")")
+  # npm's own, or Debian's.
+  folder=$(dirname "$(realpath "$(command -v npm || command -v node)")")
+  NODE_GYP=(node "$(node -p '
+    require.resolve("node-gyp/bin/node-gyp.js", { paths: process.argv.slice(1) })' \
+    "$folder" /usr/share/nodejs)")
 }
 
 modules_current() {
   node -e '
-    const read = (file) => { try { return JSON.parse(fs.readFileSync(file)).packages; } catch (e) { return {}; } };
+    const read = (file) => {
+      try { return JSON.parse(fs.readFileSync(file)).packages; } catch (e) { return {}; }
+    };
     const have = read("node_modules/.package-lock.json");
     const want = Object.entries(read("package-lock.json")).filter(([name]) => name);
-    process.exit(want.every(([name, { version, integrity }]) => fs.existsSync(name) && have[name] &&
-      have[name].version === version && have[name].integrity === integrity) ? 0 : 1);'
+    const same = ([name, { version, integrity }]) => fs.existsSync(name) && have[name] &&
+      have[name].version === version && have[name].integrity === integrity;
+    process.exit(want.every(same) ? 0 : 1);'
 }
 
 install_modules() {
   if modules_current; then return 0; fi
-  say "npm ci"
-  npm ci --ignore-scripts --no-audit --no-fund >&2 || die "npm ci failed"
+  logged npm npm ci --ignore-scripts --no-audit --no-fund || die "npm ci failed"
 }
 
-need_npm() { locked install_modules; }
-
-# What a configuration depends on; the moved tree counts, since it holds absolute paths.
-configuration_key() {
-  printf '%s\n' "$PWD" "$NODE_PREFIX" "$(node -p process.version)" "${NODE_GYP[*]}"
-  sha256sum binding.gyp
+need_modules() {
+  need_packages "${PACKAGES_NPM[@]}"
+  modules_current || locked install_modules
 }
 
-configure() {
-  local key
-  key=$(configuration_key)
-  if [ -e build/Makefile ] && [ "$key" = "$(cat build/.configured 2>/dev/null)" ]; then return 0; fi
-  say "configuring"
-  # Both formats in one go: a later run for the second one alone would date the first.
-  "${NODE_GYP[@]}" configure --silent "--nodedir=$NODE_PREFIX" -- -Dkiv_dev=1 \
-    -f make -f compile_commands_json >&2 || die "configuring failed"
-  printf '%s\n' "$key" >build/.configured
+# All that the demo needs of npm; Debian has it in a package, too.
+need_nan() {
+  node -e 'require.resolve("nan")' 2>/dev/null || need_modules
 }
-
-build_locked() {
-  local debug=()
-  if [ "$1" = Debug ]; then debug=(--debug); fi
-  configure
-  say "building $1"
-  "${NODE_GYP[@]}" build --silent -j 2 "--nodedir=$NODE_PREFIX" "${debug[@]}" >&2 ||
-    die "the $1 build failed"
-}
-
-build() {
-  case ${1:-Release} in
-    Release | Debug) locked build_locked "${1:-Release}" ;;
-    *) die "unknown configuration $1: Release or Debug" ;;
-  esac
-}
-
-# Builds the sources at hand with another Node's headers, in a folder of their own.
-build_for_runtime_locked() {
-  local folder=$PWD/.cache/runtime-$1 prefix=$2
-  say "building for Node $1"
-  mkdir -p "$folder"
-  cp -ru binding.gyp package.json index.js src host bench examples test "$folder"
-  ln -sfn "$PWD/node_modules" "$folder/node_modules"
-  (
-    cd "$folder"
-    if [ ! -e build/Makefile ] || [ binding.gyp -nt build/Makefile ]; then
-      "${NODE_GYP[@]}" configure --silent "--nodedir=$prefix" -- -Dkiv_dev=1 >&2
-    fi
-    "${NODE_GYP[@]}" build --silent -j 2 "--nodedir=$prefix" >&2
-  ) || die "the build for Node $1 failed"
-}
-
-build_for_runtime() {
-  local prefix
-  prefix=$(cached_node "$1")
-  locked build_for_runtime_locked "$1" "$prefix"
-}
-
-# Sets FUZZ_ENGINE and FUZZ_SANITIZER, the libraries of the clang at hand.
-need_fuzz_engine() {
-  local machine runtime
-  machine=$(uname -m)
-  need_packages clang:@clang
-  runtime=$(clang -print-file-name="libclang_rt.fuzzer_no_main-$machine.a")
-  # Part of clang's own package, or of one beside it, from release to release.
-  [ -e "$runtime" ] || need_packages "libclang-rt-$(clang -dumpversion | cut -d. -f1)-dev"
-  FUZZ_ENGINE=$(clang -print-file-name="libclang_rt.fuzzer_no_main-$machine.a")
-  FUZZ_SANITIZER=$(clang -print-file-name="libclang_rt.asan-$machine.so")
-  if [ ! -e "$FUZZ_ENGINE" ] || [ ! -e "$FUZZ_SANITIZER" ]; then
-    die "clang comes without its libFuzzer"
-  fi
-}
-
-# The fuzzer's add-on, by another compiler in a folder of its own.
-build_fuzz_locked() {
-  local folder=$PWD/.cache/fuzz
-  say "building the fuzzer"
-  mkdir -p "$folder/fuzz"
-  cp -ru binding.gyp package.json src "$folder"
-  cp -ru fuzz/native "$folder/fuzz"
-  ln -sfn "$PWD/node_modules" "$folder/node_modules"
-  (
-    cd "$folder"
-    export CC=clang CXX=clang++
-    if [ ! -e build/Makefile ] || [ binding.gyp -nt build/Makefile ]; then
-      "${NODE_GYP[@]}" configure --silent "--nodedir=$NODE_PREFIX" -- -Dkiv_fuzz=1 -Dkiv_dev=1 \
-        "-Dkiv_fuzz_engine=$FUZZ_ENGINE" >&2
-    fi
-    make -s -C build -j 2 BUILDTYPE=Release kiv_fuzz >&2
-  ) || die "the fuzzer's build failed"
-}
-
-build_fuzz() { locked build_fuzz_locked; }

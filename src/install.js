@@ -69,3 +69,9 @@ const { status } = spawnSync(process.execPath,
   { cwd: ROOT, stdio: 'inherit', env: Object.assign({}, process.env, { PATH: `${path.dirname(NODE)}:${process.env.PATH}` }) });
 // An old npm brings an old node-gyp, which takes no new Python.
 if (status !== 0) fail(`the build failed (Node ${VERSION}, ${nodeGyp}); npm_config_node_gyp and PYTHON name others`);
+
+// What the build left besides the modules: some 20 MB of objects.
+const inside = (...names) => path.join(ROOT, 'build', ...names);
+const objects = fs.readdirSync(inside()).filter((name) => name !== 'Release').map((name) => inside(name))
+  .concat(fs.readdirSync(inside('Release')).filter((name) => !name.endsWith('.node')).map((name) => inside('Release', name)));
+spawnSync('rm', ['-rf', '--', ...objects], { stdio: 'inherit' });

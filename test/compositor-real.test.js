@@ -5,7 +5,7 @@ const { execFileSync } = require('child_process');
 const fs = require('fs');
 const path = require('path');
 const { describe, test } = require('node:test');
-const { GNOME_BACKGROUND, KWIN, startCompositor } = require('./helpers/compositors');
+const { GNOME_BACKGROUND, needKwin, startCompositor } = require('./helpers/compositors');
 const { need } = require('./helpers/need');
 const { NODE } = require('./helpers/processes');
 const { share } = require('./helpers/suite');
@@ -54,7 +54,7 @@ describe('GNOME Shell', { skip: need('gnome-shell', 'Xwayland', 'gdbus') }, () =
   });
 });
 
-describe('KWin', { skip: need(KWIN, 'Xwayland', 'kbuildsycoca5', 'gdbus') }, () => {
+describe('KWin', { skip: needKwin('Xwayland', 'kbuildsycoca5', 'gdbus') }, () => {
   const shared = share('kwin', (kind) => startCompositor(kind, { size: '2560x1440' }));
 
   test('a stranger gets a log line and no picture, a program with the right .desktop file the desktop', async () => {

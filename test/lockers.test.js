@@ -4,7 +4,7 @@ const assert = require('assert');
 const fs = require('fs');
 const { test } = require('node:test');
 const { startCase } = require('./helpers/case');
-const { KWIN, canLockGnome, gdbus, startCompositor } = require('./helpers/compositors');
+const { canLockGnome, gdbus, needKwin, startCompositor } = require('./helpers/compositors');
 const { startLocker, watchAnnouncements } = require('./helpers/lockers');
 const { need } = require('./helpers/need');
 const { start, untilReady } = require('./helpers/processes');
@@ -83,7 +83,7 @@ for (const [command, desktop] of [['light-locker', 'freedesktop'], ['cinnamon-sc
 const compositor = (kind) => () => startCompositor(kind, { lockScreen: kind === 'kwin' || canLockGnome() });
 
 test('KWin: its lock screen\'s announcements on the watched path are the events', {
-  skip: need(KWIN, 'Xwayland', 'gdbus', 'dbus-monitor') }, () => inSession(null, async (session) => {
+  skip: needKwin('Xwayland', 'gdbus', 'dbus-monitor') }, () => inSession(null, async (session) => {
   const lock = () => saver(session, 'org.freedesktop.ScreenSaver', 'SetActive', 'true');
   const set = (active) => (active ? lock() : session.send('Unlock'));
   // It tells each change on a second path, which nobody listens to.

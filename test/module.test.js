@@ -48,3 +48,12 @@ test('the declarations fit a consumer', () => {
 test('index.js loads the built module', { skip: (process.env.KIV_BUILD || 'Release') !== 'Release' }, async () => {
   assert.deepStrictEqual(await shared.look(() => report(Object.keys(require('../../index.js')))), EXPORTS);
 });
+
+test('the add-ons that are shipped link no libnode, with which another Node crashes', () => {
+  for (const name of ['kiv_native', 'kiv_host_loop', 'kiv_host_utils']) {
+    const file = path.join(root, 'build', process.env.KIV_BUILD || 'Release', `${name}.node`);
+    const linked = execFileSync('readelf', ['-d', file], { encoding: 'utf8', timeout: 10000 });
+    assert.match(linked, /NEEDED.*\[libc\.so/);
+    assert.doesNotMatch(linked, /NEEDED.*\[libnode/, name);
+  }
+});

@@ -55,6 +55,9 @@ test('the package: what is in it, and that it installs, builds and loads with no
   assert.deepStrictEqual(keys.sort(), Object.keys(require('../build/Release/kiv_native.node')).sort());
   assert.deepStrictEqual([wayland, loop], [false, false]);
   assert.ok(!fs.existsSync(path.join(folder, '.cache/node-gyp')), 'no headers were fetched');
+  const left = execFileSync('find', ['build', '-type', 'f'], { cwd: path.join(empty, 'node_modules/kiv_native'), encoding: 'utf8' });
+  assert.deepStrictEqual(left.trim().split('\n').sort(),
+    ['host_loop', 'host_utils', 'native'].map((name) => `build/Release/kiv_${name}.node`), 'the modules alone are left');
 });
 
 test('a machine that lacks what the build needs is told all of it at once', async () => {

@@ -3,10 +3,9 @@
 const assert = require('assert');
 const { test } = require('node:test');
 const { startBus } = require('../helpers/bus');
-const { startCompositor, KWIN } = require('../helpers/compositors');
+const { needKwin, startCompositor } = require('../helpers/compositors');
 const { startXvfb } = require('../helpers/display');
 const { HELD, inTurns, nothingLeft, standing, whatIsThere } = require('../helpers/faults');
-const { need } = require('../helpers/need');
 const { inSession, look, withHost } = require('../helpers/suite');
 const { startWindowManager } = require('../helpers/wm');
 
@@ -233,7 +232,7 @@ test('a session bus that never answers', () => inSession({}, async (session) => 
   }
 }));
 
-test('KWin dies while it takes the picture', { skip: need(KWIN) }, async () => {
+test('KWin dies while it takes the picture', { skip: needKwin() }, async () => {
   const session = await startCompositor('kwin', { trusting: true });
   try {
     const started = await standing(`

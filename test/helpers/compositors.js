@@ -5,6 +5,7 @@ const fs = require('fs');
 const path = require('path');
 const { promisify } = require('util');
 const { startBus } = require('./bus');
+const { need } = require('./need');
 const { alive, start, untilReady } = require('./processes');
 const { startSession } = require('./session');
 const { startSystemServices } = require('./system-services');
@@ -18,6 +19,12 @@ const KWIN = '/usr/bin/kwin_wayland';
 function prepareSockets() {
   fs.mkdirSync('/tmp/.X11-unix', { recursive: true });
   if (process.getuid() === 0) fs.chmodSync('/tmp/.X11-unix', 0o1777);
+}
+
+/** For a test's `skip` option: false, or why there is no KWin with what the module uses. */
+function needKwin(...tools) {
+  return need(KWIN, ...tools) || (fs.readFileSync(KWIN).includes('libQt6')
+    && 'KWin 6: no org.kde.kwin.Screenshot, and its virtual output crashes without a GPU (6.3)');
 }
 
 /** A call's reply, as gdbus prints it; empty when it failed. */
@@ -136,4 +143,4 @@ async function startCompositor(kind, { size = '1280x720', trusting = false, lock
   }
 }
 
-module.exports = { GNOME_BACKGROUND, KWIN, canLockGnome, gdbus, startCompositor };
+module.exports = { GNOME_BACKGROUND, canLockGnome, gdbus, needKwin, startCompositor };

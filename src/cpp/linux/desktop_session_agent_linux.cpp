@@ -89,7 +89,7 @@ void DesktopSessionData::Unsubscribe() {
 void DesktopSessionData::Shutdown() {
   if (const auto connection = RetainGObject(bus)) {
     Unsubscribe();
-    g_dbus_connection_close_sync(connection.get(), nullptr, nullptr);
+    CloseSessionBus(connection.get());
   }
   x_connection.Close();
   interval_timer.Close();

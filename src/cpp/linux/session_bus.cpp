@@ -40,9 +40,17 @@ GWeakRef* LastConnection() {
   return reference;
 }
 
+// GLib's worker thread notices a while after the call that a connection was closed; the mark tells at
+// once.
+constexpr char kClosedMark[] = "kiv-closed";
+
+bool IsOpen(GDBusConnection* bus) {
+  return !g_dbus_connection_is_closed(bus) && !g_object_get_data(G_OBJECT(bus), kClosedMark);
+}
+
 GObjectPtr<GDBusConnection> OpenConnection() {
   auto bus = AdoptGObject(static_cast<GDBusConnection*>(g_weak_ref_get(LastConnection())));
-  if (bus && g_dbus_connection_is_closed(bus.get())) bus.reset();
+  if (bus && !IsOpen(bus.get())) bus.reset();
   return bus;
 }
 
@@ -139,7 +147,7 @@ GObjectPtr<GDBusConnection> ConnectSessionBus(GErrorPtr* error) {
       g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, nullptr, CollectError(error)));
   if (!address || !Answers(address.get(), error)) return nullptr;
   auto bus = AdoptGObject(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, CollectError(error)));
-  if (bus && g_dbus_connection_is_closed(bus.get())) {
+  if (bus && !IsOpen(bus.get())) {
     const auto flags =
         static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
                                           G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
@@ -178,6 +186,11 @@ bool CheckReplyType(GVariant* reply, const char* reply_type, GErrorPtr* error) {
               "unexpected reply of type %s, wanted %s", g_variant_get_type_string(reply),
               reply_type);
   return false;
+}
+
+void CloseSessionBus(GDBusConnection* bus) {
+  g_object_set_data(G_OBJECT(bus), kClosedMark, bus);
+  g_dbus_connection_close_sync(bus, nullptr, nullptr);
 }
 
 }  // namespace kiv

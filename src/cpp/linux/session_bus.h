@@ -11,6 +11,8 @@ namespace kiv {
 // never ends the process. A daemon that does not answer holds the caller for five seconds at most;
 // a process without descriptors for a call gets an error, since GLib would abort.
 GObjectPtr<GDBusConnection> ConnectSessionBus(GErrorPtr* error);
+// Closes it for everybody who shares it; it is not returned again.
+void CloseSessionBus(GDBusConnection* bus);
 
 struct BusObject {
   const char* bus_name;
