@@ -28,12 +28,13 @@ void OnRuntimeEnd(void* /*unused*/) {
 
 }  // namespace
 
-void OnModuleRegistered(void (*release)()) {
-  if (module_context) return;
+bool OnModuleRegistered(void (*release)()) {
+  if (module_context) return Nan::New(*module_context) == Nan::GetCurrentContext();
   module_isolate = v8::Isolate::GetCurrent();
   module_context = new Nan::Persistent<v8::Context>(Nan::GetCurrentContext());
   release_module = release;
   node::AddEnvironmentCleanupHook(module_isolate, OnRuntimeEnd, nullptr);
+  return true;
 }
 
 std::unique_ptr<Nan::Callback> MakeCallback(v8::Local<v8::Value> value) {
@@ -58,7 +59,7 @@ void SetKey(v8::Local<v8::Object> object, const char* key, double value) {
 bool RuntimeIsAlive() { return module_context && v8::Isolate::GetCurrent() == module_isolate; }
 
 JsScope::JsScope() {
-  if (!RuntimeIsAlive() || !EntryScope::CanEnter()) return;
+  if (!RuntimeIsAlive() || module_isolate->IsExecutionTerminating()) return;
   handles_.emplace();
   if (!module_isolate->InContext()) {
     entered_ = Nan::New(*module_context);
@@ -78,7 +79,7 @@ void JsScope::Call(const Nan::Callback& callback, int argc, v8::Local<v8::Value>
 
 void JsScope::Call(v8::Local<v8::Function> function, v8::Local<v8::Object> receiver, int argc,
                    v8::Local<v8::Value>* argv) {
-  if (!usable_ || !EntryScope::CanEnter()) return;
+  if (!usable_ || module_isolate->IsExecutionTerminating()) return;
   Nan::TryCatch raised;
   // With no exported function beneath, the runtime is told at once, as for any event's callback.
   raised.SetVerbose(!EntryScope::Current());
@@ -99,23 +100,16 @@ v8::Local<v8::Value> JsScope::Get(v8::Local<v8::Object> object, const char* key)
 
 void JsScope::Propagate(Nan::TryCatch* raised) {
   EntryScope* const entry = EntryScope::Current();
-  if (!raised->HasCaught() || !entry) return;
-  if (raised->CanContinue()) {
-    entry->Hold(raised->Exception());
-  } else {
-    entry->SetTerminated();
-  }
+  // A termination stays pending by itself as long as there is a script beneath.
+  if (entry && raised->HasCaught() && raised->CanContinue()) entry->Hold(raised->Exception());
 }
 
 EntryScope::EntryScope() : outer_(current_entry) { current_entry = this; }
 
 EntryScope::~EntryScope() {
   current_entry = outer_;
-  if (IsTerminated()) {
-    // Thrown like an exception, a termination could be caught by the script that it is to end.
-    module_isolate->TerminateExecution();
-    return;
-  }
+  // Thrown like an exception, a termination could be caught by the script that it is to end.
+  if (v8::Isolate::GetCurrent()->IsExecutionTerminating()) return;
   if (!held_.IsEmpty()) Nan::ThrowError(Nan::New(held_));
   if (pending_.HasCaught()) pending_.ReThrow();
 }
@@ -125,15 +119,6 @@ void EntryScope::Hold(v8::Local<v8::Value> exception) {
 }
 
 EntryScope* EntryScope::Current() { return current_entry; }
-
-bool EntryScope::CanEnter() {
-  if (module_isolate->IsExecutionTerminating()) return false;
-  return !current_entry || !current_entry->IsTerminated();
-}
-
-bool EntryScope::IsTerminated() const {
-  return terminated_ || (pending_.HasCaught() && !pending_.CanContinue());
-}
 
 EventScope::EventScope() : beneath_(std::exchange(current_entry, nullptr)) {}
 

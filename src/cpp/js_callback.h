@@ -11,9 +11,10 @@ namespace kiv {
 
 // The one door into JavaScript, and what has to be told about the runtime's life.
 
-// Remembers the runtime; called by the register function, again when it loads the module again.
-// `release` runs while the isolate is still alive and must let go of every persistent handle.
-void OnModuleRegistered(void (*release)());
+// Remembers the runtime. `release` runs while the isolate is still alive and must drop every
+// persistent handle. The same context may load the module again, without effect; false, and nothing
+// done, for another context while this one lives.
+bool OnModuleRegistered(void (*release)());
 
 // A callback that owns `value`; empty when it is not a function.
 std::unique_ptr<Nan::Callback> MakeCallback(v8::Local<v8::Value> value);
@@ -69,22 +70,14 @@ class EntryScope {
 
   // Keeps an exception that a callback raised; the runtime goes on without it.
   void Hold(v8::Local<v8::Value> exception);
-  // The script was terminated, by a vm's time limit say: no JavaScript runs until this has ended.
-  void SetTerminated() { terminated_ = true; }
-
   // The innermost exported function under way, or null; null as well in an event's handler.
   static EntryScope* Current();
-  // Whether the runtime lets JavaScript run.
-  static bool CanEnter();
 
  private:
-  bool IsTerminated() const;
-
   Nan::HandleScope handles_;
   Nan::TryCatch pending_;
   Nan::Global<v8::Value> held_;
   EntryScope* outer_;
-  bool terminated_ = false;
 };
 
 }  // namespace kiv

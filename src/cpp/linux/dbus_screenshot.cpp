@@ -61,7 +61,7 @@ GVariantPtr Call(GDBusConnection* bus, const Target& target, const char* method,
       G_DBUS_CALL_FLAGS_NONE, kDefaultTimeout, nullptr, CollectError(error)));
 }
 
-// The same on a connection of its own, with the reason of a failure logged.
+// The same on the session bus, with the reason of a failure logged.
 GVariantPtr CallOrLog(const Target& target, const char* method, GVariant* parameters) {
   const GVariantPtr owned(parameters ? g_variant_ref_sink(parameters) : nullptr);
   GErrorPtr error;

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "glib_ptr.h"
 #include "input_activity.h"
 #include "interval_timer.h"
 #include "lock_watcher.h"
@@ -58,6 +59,8 @@ DesktopSessionAgent::DesktopSessionAgent() { uv_mutex_init(&mutex_); }
 DesktopSessionAgent::~DesktopSessionAgent() { uv_mutex_destroy(&mutex_); }
 
 int DesktopSessionAgent::Setup() {
+  // Kept until it is asked for again.
+  const auto bus = RetainGObject(data_.bus);
   data_.ReleaseTimer();
   data_.ReleaseSubscriptionsAndPolls();
   data_.ReleaseDisplay();

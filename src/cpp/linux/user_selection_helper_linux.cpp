@@ -92,7 +92,6 @@ bool MonitorExists(GdkScreen* screen, const GdkRectangle& wanted) {
   return SameArea(DesktopArea(), wanted);
 }
 
-// An open menu of the host's keeps pointer and keyboard from every other window.
 void CloseMenus() {
   GList* windows = gtk_window_list_toplevels();
   g_list_foreach(
@@ -103,6 +102,20 @@ void CloseMenus() {
     if (GTK_IS_MENU_SHELL(grabbing)) gtk_menu_shell_cancel(GTK_MENU_SHELL(grabbing));
   }
   g_list_free_full(windows, g_object_unref);
+}
+
+// A menu, a combo box's list or another popup of the host's keeps pointer and keyboard from every
+// other window while it holds them.
+void EndGrabs() {
+  CloseMenus();
+  GdkDisplay* display = gdk_display_get_default();
+  GList* devices = gdk_device_manager_list_devices(gdk_display_get_device_manager(display),
+                                                   GDK_DEVICE_TYPE_MASTER);
+  for (const GList* entry = devices; entry; entry = entry->next) {
+    GdkDevice* device = GDK_DEVICE(entry->data);
+    if (gdk_display_device_is_grabbed(display, device)) gdk_device_ungrab(device, GDK_CURRENT_TIME);
+  }
+  g_list_free(devices);
 }
 
 // Pixels from the root window's corner, `scale` to a point.
@@ -139,7 +152,7 @@ void UserSelectionImpLinux::start_selection(void* context) {
   current_x_ = anchor_x_ = current_y_ = anchor_y_ = 0;
   blended_pixbuf_ = MakeDimmed(base_pixbuf_).release();
   if (!blended_pixbuf_) return FailStart(kLoggingRequestId_ScreenSnapCreateBlandedPixmapError);
-  CloseMenus();
+  EndGrabs();
   // A menu's end may call anything of the host's.
   if (!IsOpen(request)) return;
   OpenWindow();
