@@ -84,8 +84,12 @@ test('snapshots: dated, limited in number, none while idle or locked', async () 
   const taking = example('snapshot-every-minute.js', [folder, '--every', '1', '--idle', '3', '--keep', '2']);
   const said = (text) => taking.output.split(text).length - 1;
   const saying = (text, count) => untilReady(taking, () => said(text) >= count, `${text}, ${count} times`);
-  // Somebody is there until three pictures are.
-  while (said(': 800 x 600') < 3) await press(1, 0);
+  // Somebody is there until that many pictures are.
+  const takenWhilePressing = (count) => untilReady(taking, async () => {
+    await press(1, 0);
+    return said(': 800 x 600') >= count;
+  }, `${count} pictures`);
+  await takenWhilePressing(3);
   await saying('skipped: idle', 2);
   const kept = pictures();
   assert.strictEqual(kept.length, 2);
@@ -102,7 +106,7 @@ test('snapshots: dated, limited in number, none while idle or locked', async () 
   await saying('skipped: locked', 2);
   assert.deepStrictEqual([said(': 800 x 600'), pictures()], [saved, kept], 'nothing was taken');
   await lock(false, ['']);
-  while (said(': 800 x 600') < saved + 1) await press(1, 0);
+  await takenWhilePressing(saved + 1);
   taking.child.kill('SIGTERM');
   assert.deepStrictEqual(await taking.exited, { code: 0, signal: null }, taking.output);
 });

@@ -95,6 +95,7 @@ test('exceptions of events in a loop beneath an exported call are uncaught ones,
       const end = Date.now() + 10000;
       for (announce(true); seen.length < 1 && Date.now() < end; announce(true)) faults.iterate();
       for (announce(false); !seen.includes('screen_unlock') && Date.now() < end;) faults.iterate();
+      seen.splice(0, seen.lastIndexOf('screen_lock')); // as many as it took
       seen.push('logger');
       throw new Error('from the logger');
     });
@@ -103,7 +104,7 @@ test('exceptions of events in a loop beneath an exported call are uncaught ones,
     } catch (error) {
       seen.push(error.message);
     }
-    report([...new Set(seen)]);
+    report(seen);
     kiv.teardown();
   }), ['screen_lock', 'screen_unlock', 'logger', 'from the logger']);
 });

@@ -26,7 +26,7 @@ const CLAIMS = [
 ];
 
 test('titles and command lines of active windows, lies included', async () => {
-  const { seen, own, long } = await hosted(async (claims) => {
+  const { seen, own, long, command } = await hosted(async (claims) => {
     const results = [];
     for (const properties of claims) {
       const self = Buffer.from(new Int32Array([process.pid]).buffer);
@@ -42,15 +42,19 @@ test('titles and command lines of active windows, lies included', async () => {
       window.close();
     }
     // A client may store gigabytes.
-    await activeWindow({ title: 'x'.repeat((1 << 20) + 5) });
-    report({ seen: results, long: kiv.getScreenSnap('desktop', true).activeWindowTitle,
+    const lengthy = require('child_process').spawn('sh', ['-c', 'read x', ...Array(15).fill('y'.repeat(100000))]);
+    await activeWindow({ title: 'x'.repeat((1 << 20) + 5), pid: lengthy.pid });
+    const { activeWindowTitle, activeProcessName } = kiv.getScreenSnap('desktop', true);
+    lengthy.stdin.end('\n');
+    report({ seen: results, long: activeWindowTitle, command: activeProcessName.length,
       own: require('fs').readFileSync('/proc/self/cmdline', 'utf8').split('\n')[0].replace(/[ \t\n]+$/, '') });
   }, { args: [CLAIMS.map(([, properties]) => properties)] });
   CLAIMS.forEach(([what, , title, process, lines], i) => {
-    const command = process === null ? seen[i][1] : process;
-    assert.deepStrictEqual(seen[i], [title, command === 'own' ? own : command, lines], what);
+    const wanted = process === null ? seen[i][1] : process;
+    assert.deepStrictEqual(seen[i], [title, wanted === 'own' ? own : wanted, lines], what);
   });
   assert.ok(own.includes('\0') && long === 'x'.repeat(1 << 20), `${long.length} bytes of a title`);
+  assert.strictEqual(command, 1 << 20, 'bytes of a command line');
 });
 
 test('a root window that lies, and windows that die while they are read', async () => {

@@ -114,7 +114,9 @@ void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void*
   if (Nan::GetCurrentEventLoop() != uv_default_loop()) {
     return Nan::ThrowError("kiv_native works on the main thread only");
   }
-  JsRuntime::Get().Start(ReleaseRuntime);
+  if (!JsRuntime::Get().Start(ReleaseRuntime)) {
+    return Nan::ThrowError("kiv_native is loaded in another context already");
+  }
   ExportScreenLockMonitor(exports);
   Nan::SetMethod(exports, "init", Init);
   Nan::SetMethod(exports, "getInputInfo", GetInputInfo);
@@ -134,8 +136,8 @@ DesktopSessionAgent& Agent() { return desktop_session_agent; }
 
 }  // namespace kiv
 
-// The runtime looks for this name when the library is loaded once more, for a worker thread say,
-// which runs no load-time initialiser.
+// A library that is loaded already runs no load-time initialisers when another thread or context
+// loads it, a worker for example; the runtime then looks for a function of this name.
 extern "C" NODE_MODULE_EXPORT void NODE_MODULE_INITIALIZER(v8::Local<v8::Object> exports,
                                                            v8::Local<v8::Value> module,
                                                            v8::Local<v8::Context> /*context*/) {

@@ -13,10 +13,13 @@ constexpr char kAsyncResourceName[] = "nan:Callback:Call";
 
 EntryScope* current_entry = nullptr;
 
+// While the engine ends a script, no more of it may run.
+bool IsTerminating() { return v8::Isolate::GetCurrent()->IsExecutionTerminating(); }
+
 }  // namespace
 
 JsScope::JsScope() {
-  if (!JsRuntime::Get().IsAlive() || !EntryScope::CanEnter()) return;
+  if (!JsRuntime::Get().IsAlive() || IsTerminating()) return;
   handles_.emplace();
   if (!v8::Isolate::GetCurrent()->InContext()) {
     entered_ = JsRuntime::Get().context();
@@ -36,7 +39,7 @@ void JsScope::Call(const Nan::Callback& callback, int argc, v8::Local<v8::Value>
 
 void JsScope::Call(v8::Local<v8::Function> function, v8::Local<v8::Object> receiver, int argc,
                    v8::Local<v8::Value>* argv) {
-  if (!usable_ || !EntryScope::CanEnter()) return;
+  if (!usable_ || IsTerminating()) return;
   Nan::TryCatch raised;
   // With no exported function beneath, the runtime is told at once, as for any event's callback.
   raised.SetVerbose(!EntryScope::Current());
@@ -57,12 +60,8 @@ v8::Local<v8::Value> JsScope::Get(v8::Local<v8::Object> object, const char* key)
 
 void JsScope::Propagate(Nan::TryCatch* raised) {
   EntryScope* const entry = EntryScope::Current();
-  if (!raised->HasCaught() || !entry) return;
-  if (raised->CanContinue()) {
-    entry->Hold(raised->Exception());
-  } else {
-    entry->SetTerminated();
-  }
+  // A termination stays pending by itself as long as there is a script beneath.
+  if (entry && raised->HasCaught() && raised->CanContinue()) entry->Hold(raised->Exception());
 }
 
 EntryScope::EntryScope() : outer_(current_entry) { current_entry = this; }
@@ -70,10 +69,7 @@ EntryScope::EntryScope() : outer_(current_entry) { current_entry = this; }
 EntryScope::~EntryScope() {
   current_entry = outer_;
   // Thrown like an exception, a termination could be caught by the script that it is to end.
-  if (IsTerminated()) {
-    JsRuntime::Get().Terminate();
-    return;
-  }
+  if (IsTerminating()) return;
   if (!held_.IsEmpty()) Nan::ThrowError(Nan::New(held_));
   if (pending_.HasCaught()) pending_.ReThrow();
 }
@@ -83,15 +79,6 @@ void EntryScope::Hold(v8::Local<v8::Value> exception) {
 }
 
 EntryScope* EntryScope::Current() { return current_entry; }
-
-bool EntryScope::CanEnter() {
-  if (JsRuntime::Get().IsTerminating()) return false;
-  return !current_entry || !current_entry->IsTerminated();
-}
-
-bool EntryScope::IsTerminated() const {
-  return terminated_ || (pending_.HasCaught() && !pending_.CanContinue());
-}
 
 EventScope::EventScope() : beneath_(std::exchange(current_entry, nullptr)) {}
 

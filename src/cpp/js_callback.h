@@ -50,22 +50,15 @@ class EntryScope {
 
   // Keeps an exception that a callback raised; the runtime goes on without it.
   void Hold(v8::Local<v8::Value> exception);
-  // The script was terminated, by a vm's time limit say: no JavaScript runs until this has ended.
-  void SetTerminated() { terminated_ = true; }
 
   // The innermost exported function under way; null when there is none, and in an event's handler.
   static EntryScope* Current();
-  // Whether JavaScript may run.
-  static bool CanEnter();
 
  private:
-  bool IsTerminated() const;
-
   Nan::HandleScope handles_;
   Nan::TryCatch pending_;
   Nan::Global<v8::Value> held_;
   EntryScope* outer_;
-  bool terminated_ = false;
 };
 
 }  // namespace kiv

@@ -7,12 +7,13 @@ JsRuntime& JsRuntime::Get() {
   return *runtime;
 }
 
-void JsRuntime::Start(void (*release)()) {
-  if (context_) return;
+bool JsRuntime::Start(void (*release)()) {
+  if (context_) return context() == Nan::GetCurrentContext();
   isolate_ = v8::Isolate::GetCurrent();
   context_ = new Nan::Persistent<v8::Context>(Nan::GetCurrentContext());
   release_ = release;
   node::AddEnvironmentCleanupHook(isolate_, OnEnd, this);
+  return true;
 }
 
 void JsRuntime::OnEnd(void* self) {
@@ -25,9 +26,5 @@ void JsRuntime::OnEnd(void* self) {
 }
 
 bool JsRuntime::IsAlive() const { return context_ && v8::Isolate::GetCurrent() == isolate_; }
-
-bool JsRuntime::IsTerminating() const { return isolate_->IsExecutionTerminating(); }
-
-void JsRuntime::Terminate() { isolate_->TerminateExecution(); }
 
 }  // namespace kiv

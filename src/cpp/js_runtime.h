@@ -13,16 +13,13 @@ class JsRuntime {
   JsRuntime(const JsRuntime&) = delete;
   JsRuntime& operator=(const JsRuntime&) = delete;
 
-  // Called by the register function; again, without effect, when the runtime loads the module
-  // again. `release` runs while the isolate is still alive and must drop every persistent handle.
-  void Start(void (*release)());
+  // Called by the register function. `release` runs while the isolate is still alive and must drop
+  // every persistent handle. The same context may load the module again, without effect; false, and
+  // nothing done, for another context while this one lives.
+  bool Start(void (*release)());
 
   // False once the runtime is going away: its handles must not be touched any more.
   bool IsAlive() const;
-  // True while the runtime ends a script, of which no more may run.
-  bool IsTerminating() const;
-  // Makes the runtime end the script beneath, also what it has caught already.
-  void Terminate();
 
   // The module's context; only while the runtime is alive.
   v8::Local<v8::Context> context() const { return Nan::New(*context_); }

@@ -36,7 +36,7 @@ void DestroyWindows(const Nan::FunctionCallbackInfo<v8::Value>& /*info*/) {
   g_list_free(windows);
 }
 
-// What a host may have open when a selection starts; both take pointer and keys for themselves.
+// What a host may have open when a selection starts; each takes pointer and keys for themselves.
 void OpenModalWindow(const Nan::FunctionCallbackInfo<v8::Value>& /*info*/) {
   GtkWidget* window = gtk_window_new(GTK_WINDOW_TOPLEVEL);
   gtk_window_set_modal(GTK_WINDOW(window), TRUE);
@@ -53,6 +53,16 @@ void OpenMenu(const Nan::FunctionCallbackInfo<v8::Value>& /*info*/) {
   G_GNUC_END_IGNORE_DEPRECATIONS
 }
 
+void OpenPopup(const Nan::FunctionCallbackInfo<v8::Value>& /*info*/) {
+  GtkWidget* popup = gtk_window_new(GTK_WINDOW_POPUP);
+  gtk_widget_set_size_request(popup, 60, 40);
+  gtk_widget_show_all(popup);
+  gtk_grab_add(popup);
+  GdkSeat* seat = gdk_display_get_default_seat(gdk_display_get_default());
+  gdk_seat_grab(seat, gtk_widget_get_window(popup), GDK_SEAT_CAPABILITY_ALL, TRUE, nullptr, nullptr,
+                nullptr, nullptr);
+}
+
 void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
   // failNewPixbuf(n): the n-th coming call of gdk_pixbuf_new has no memory.
   Nan::SetMethod(exports, "failNewPixbuf", FailNewPixbuf);
@@ -66,6 +76,7 @@ void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void*
                  [](const auto& /*info*/) { g_main_context_iteration(nullptr, FALSE); });
   Nan::SetMethod(exports, "openModalWindow", OpenModalWindow);
   Nan::SetMethod(exports, "openMenu", OpenMenu);
+  Nan::SetMethod(exports, "openPopup", OpenPopup);
   // destroyWindows(): destroys every top-level window of the process.
   Nan::SetMethod(exports, "destroyWindows", DestroyWindows);
 }

@@ -116,6 +116,8 @@ DesktopSessionAgent::DesktopSessionAgent() { uv_mutex_init(&mutex_); }
 DesktopSessionAgent::~DesktopSessionAgent() { uv_mutex_destroy(&mutex_); }
 
 int DesktopSessionAgent::Setup() {
+  // Kept until it is asked for again.
+  const auto bus = RetainGObject(data_.bus);
   data_.interval_timer.Close();
   data_.Unsubscribe();
   data_.x_connection.Close();

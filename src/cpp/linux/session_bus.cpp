@@ -33,19 +33,19 @@ bool HasDescriptors(int wanted, GErrorPtr* error) {
   return false;
 }
 
-// The connection opened last, as long as somebody holds it. Never cleared: GLib has no weak
-// reference that a static destructor could end safely.
-GWeakRef* LastConnection() {
-  static auto* const reference = new GWeakRef();
-  return reference;
-}
-
-// GLib's worker thread notices a while after the call that a connection was closed; the mark tells at
-// once.
+// GLib's worker thread notices a while after the call that a connection was closed; the mark tells
+// at once.
 constexpr char kClosedMark[] = "kiv-closed";
 
 bool IsOpen(GDBusConnection* bus) {
   return !g_dbus_connection_is_closed(bus) && !g_object_get_data(G_OBJECT(bus), kClosedMark);
+}
+
+// The connection opened last, as long as somebody holds it. Never destroyed: GLib may clear the
+// reference after this library's static destructors have run.
+GWeakRef* LastConnection() {
+  static auto* const reference = new GWeakRef();
+  return reference;
 }
 
 GObjectPtr<GDBusConnection> OpenConnection() {
@@ -54,8 +54,34 @@ GObjectPtr<GDBusConnection> OpenConnection() {
   return bus;
 }
 
-// A main context of its own, in which asynchronous calls of this thread end while it lives; the
-// host's sources wait meanwhile.
+// The shared connection; where that is closed and somebody still holds it, a new one.
+GObjectPtr<GDBusConnection> Open(GCancellable* cancellable, GErrorPtr* error) {
+  auto bus = AdoptGObject(g_bus_get_sync(G_BUS_TYPE_SESSION, cancellable, CollectError(error)));
+  if (!bus || IsOpen(bus.get())) return bus;
+  const GCharPtr address(
+      g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, cancellable, CollectError(error)));
+  if (!address) return nullptr;
+  const auto flags =
+      static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                        G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+  return AdoptGObject(g_dbus_connection_new_for_address_sync(address.get(), flags, nullptr,
+                                                             cancellable, CollectError(error)));
+}
+
+// On a thread of GLib's pool, whose default main context is the host's: a connection belongs to the
+// context of the thread that opens it.
+void OpenInPool(GTask* task, gpointer /*source*/, gpointer /*data*/, GCancellable* cancellable) {
+  GErrorPtr error;
+  auto bus = Open(cancellable, &error);
+  if (bus) {
+    g_task_return_pointer(task, bus.release(), g_object_unref);
+  } else {
+    g_task_return_error(task, error.release());
+  }
+}
+
+// A main context of its own, in which a task of this thread ends; the host's sources wait
+// meanwhile.
 class PrivateContext {
  public:
   PrivateContext() : context_(g_main_context_new()) {
@@ -69,7 +95,6 @@ class PrivateContext {
   PrivateContext& operator=(const PrivateContext&) = delete;
 
   void Iterate() { g_main_context_iteration(context_, TRUE); }
-  // Cancels in so many milliseconds.
   void CancelAfter(guint milliseconds, GCancellable* cancellable) {
     GSource* source = g_timeout_source_new(milliseconds);
     const auto cancel = [](gpointer data) -> gboolean {
@@ -85,75 +110,44 @@ class PrivateContext {
   GMainContext* context_;
 };
 
-// Closes a connection that belongs to `context`. Until its last source has run there, the two keep
-// each other alive.
-void CloseIn(PrivateContext* context, GObjectPtr<GDBusConnection> connection,
-             GCancellable* cancellable) {
-  bool closed = false;
-  const auto on_closed =
-      +[](GDBusConnection*, gboolean, GError*, gpointer flag) { *static_cast<bool*>(flag) = true; };
-  const gulong handler =
-      g_signal_connect(connection.get(), "closed", G_CALLBACK(on_closed), &closed);
-  g_dbus_connection_close_sync(connection.get(), nullptr, nullptr);
-  while (!closed && !g_cancellable_is_cancelled(cancellable)) context->Iterate();
-  g_signal_handler_disconnect(connection.get(), handler);
-}
-
-struct Probe {
-  GObjectPtr<GDBusConnection> connection;
+struct Opening {
+  GObjectPtr<GDBusConnection> bus;
   GErrorPtr error;
   bool ended = false;
 };
 
-void OnProbeEnded(GObject* /*source*/, GAsyncResult* result, gpointer data) {
-  auto* probe = static_cast<Probe*>(data);
-  probe->connection =
-      AdoptGObject(g_dbus_connection_new_for_address_finish(result, CollectError(&probe->error)));
-  probe->ended = true;
+void OnOpened(GObject* /*source*/, GAsyncResult* result, gpointer data) {
+  auto* opening = static_cast<Opening*>(data);
+  opening->bus.reset(static_cast<GDBusConnection*>(
+      g_task_propagate_pointer(G_TASK(result), CollectError(&opening->error))));
+  opening->ended = true;
 }
 
-// Whether a daemon lets this user in within the time limit. Asked on a connection that is closed at
-// once: the one that is kept has to belong to the default main context, and the calls that open
-// such a one have no time limit.
-bool Answers(const char* address, GErrorPtr* error) {
+// What comes after the time limit is dropped with its task.
+GObjectPtr<GDBusConnection> OpenInTime(GErrorPtr* error) {
   PrivateContext context;
   const auto cancellable = AdoptGObject(g_cancellable_new());
   context.CancelAfter(kPatienceMilliseconds, cancellable.get());
-  Probe probe;
-  g_dbus_connection_new_for_address(address, G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT, nullptr,
-                                    cancellable.get(), OnProbeEnded, &probe);
-  while (!probe.ended) context.Iterate();
-  if (probe.connection) {
-    CloseIn(&context, std::move(probe.connection), cancellable.get());
-    return true;
-  }
-  if (g_error_matches(probe.error.get(), G_IO_ERROR, G_IO_ERROR_CANCELLED)) {
+  Opening opening;
+  const auto task = AdoptGObject(g_task_new(nullptr, cancellable.get(), OnOpened, &opening));
+  g_task_set_return_on_cancel(task.get(), TRUE);
+  g_task_run_in_thread(task.get(), OpenInPool);
+  while (!opening.ended) context.Iterate();
+  if (g_error_matches(opening.error.get(), G_IO_ERROR, G_IO_ERROR_CANCELLED)) {
     g_set_error_literal(CollectError(error), G_IO_ERROR, G_IO_ERROR_TIMED_OUT,
                         "The session bus does not answer");
   } else {
-    *error = std::move(probe.error);
+    *error = std::move(opening.error);
   }
-  return false;
+  return std::move(opening.bus);
 }
 
 }  // namespace
 
 GObjectPtr<GDBusConnection> ConnectSessionBus(GErrorPtr* error) {
-  if (auto bus = OpenConnection()) {
-    return HasDescriptors(kDescriptorsOfCall, error) ? std::move(bus) : nullptr;
-  }
-  if (!HasDescriptors(kDescriptorsOfOpening, error)) return nullptr;
-  const GCharPtr address(
-      g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, nullptr, CollectError(error)));
-  if (!address || !Answers(address.get(), error)) return nullptr;
-  auto bus = AdoptGObject(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, CollectError(error)));
-  if (bus && !IsOpen(bus.get())) {
-    const auto flags =
-        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-    bus = AdoptGObject(g_dbus_connection_new_for_address_sync(address.get(), flags, nullptr,
-                                                              nullptr, CollectError(error)));
-  }
+  auto bus = OpenConnection();
+  if (!HasDescriptors(bus ? kDescriptorsOfCall : kDescriptorsOfOpening, error)) return nullptr;
+  if (!bus) bus = OpenInTime(error);
   if (!bus) return nullptr;
   g_dbus_connection_set_exit_on_close(bus.get(), FALSE);
   g_weak_ref_set(LastConnection(), bus.get());
@@ -190,7 +184,12 @@ bool CheckReplyType(GVariant* reply, const char* reply_type, GErrorPtr* error) {
 
 void CloseSessionBus(GDBusConnection* bus) {
   g_object_set_data(G_OBJECT(bus), kClosedMark, bus);
-  g_dbus_connection_close_sync(bus, nullptr, nullptr);
+  GErrorPtr error;
+  if (HasDescriptors(kDescriptorsOfCall, &error)) {
+    g_dbus_connection_close_sync(bus, nullptr, nullptr);
+  } else {
+    g_dbus_connection_close(bus, nullptr, nullptr, nullptr);
+  }
 }
 
 }  // namespace kiv

@@ -9,7 +9,7 @@ namespace kiv {
 // got here and still holds, else the process's shared connection. A closed shared one, which GLib
 // hands out as long as anybody holds it, is replaced by a new connection. The death of the bus
 // never ends the process. A daemon that does not answer holds the caller for five seconds at most;
-// a process without descriptors for a call gets an error, since GLib would abort.
+// a process without descriptors for a call gets an error, since GLib would abort then.
 GObjectPtr<GDBusConnection> ConnectSessionBus(GErrorPtr* error);
 // Closes it for everybody who shares it; it is not returned again.
 void CloseSessionBus(GDBusConnection* bus);
