@@ -13,6 +13,18 @@ GtkWindowPtr NewWindow() {
   return GtkWindowPtr(static_cast<GtkWidget*>(g_object_ref(gtk_window_new(GTK_WINDOW_TOPLEVEL))));
 }
 
+void CloseMenus() {
+  GList* windows = gtk_window_list_toplevels();
+  g_list_foreach(
+      windows, [](gpointer window, gpointer) { g_object_ref(window); }, nullptr);
+  for (const GList* entry = windows; entry; entry = entry->next) {
+    GtkWindowGroup* group = gtk_window_get_group(GTK_WINDOW(entry->data));
+    GtkWidget* grabbing = gtk_window_group_get_current_grab(group);
+    if (GTK_IS_MENU_SHELL(grabbing)) gtk_menu_shell_cancel(GTK_MENU_SHELL(grabbing));
+  }
+  g_list_free_full(windows, g_object_unref);
+}
+
 }  // namespace
 
 OverlayWindow::OverlayWindow(GdkPoint origin, int width, int height)
@@ -50,16 +62,16 @@ void OverlayWindow::Invalidate() {
   gtk_widget_queue_draw_area(window_.get(), 0, 0, ToPoints(width_), ToPoints(height_));
 }
 
-void CloseMenus() {
-  GList* windows = gtk_window_list_toplevels();
-  g_list_foreach(
-      windows, [](gpointer window, gpointer) { g_object_ref(window); }, nullptr);
-  for (const GList* entry = windows; entry; entry = entry->next) {
-    GtkWindowGroup* group = gtk_window_get_group(GTK_WINDOW(entry->data));
-    GtkWidget* grabbing = gtk_window_group_get_current_grab(group);
-    if (GTK_IS_MENU_SHELL(grabbing)) gtk_menu_shell_cancel(GTK_MENU_SHELL(grabbing));
+void EndGrabs() {
+  CloseMenus();
+  GdkDisplay* display = gdk_display_get_default();
+  GList* devices = gdk_device_manager_list_devices(gdk_display_get_device_manager(display),
+                                                   GDK_DEVICE_TYPE_MASTER);
+  for (const GList* entry = devices; entry; entry = entry->next) {
+    GdkDevice* device = GDK_DEVICE(entry->data);
+    if (gdk_display_device_is_grabbed(display, device)) gdk_device_ungrab(device, GDK_CURRENT_TIME);
   }
-  g_list_free_full(windows, g_object_unref);
+  g_list_free(devices);
 }
 
 }  // namespace kiv

@@ -63,9 +63,10 @@ class OverlayWindow {
   ScopedSignals signals_;
 };
 
-// An open menu of the host's keeps pointer and keyboard from every other window. Closing it may
-// call anything of the host's.
-void CloseMenus();
+// A menu, a combo box's list or another popup of the host's keeps pointer and keyboard from every
+// other window while it holds them. Ends that; a menu is closed, which may call anything of the
+// host's.
+void EndGrabs();
 
 }  // namespace kiv
 

@@ -131,7 +131,7 @@ void UserSelectionImpLinux::start_selection(void* context) {
   if (!base) return FailStart(kLoggingRequestId_ScreenSnapCreateBasePixmapError);
   auto blended = MakeDimmed(base.get());
   if (!blended) return FailStart(kLoggingRequestId_ScreenSnapCreateBlandedPixmapError);
-  CloseMenus();
+  EndGrabs();
   // A menu's end may call anything of the host's.
   if (selection_ != mine) return;
   OpenWindow(std::move(base), std::move(blended));
