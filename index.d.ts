@@ -108,7 +108,7 @@ export function getScreenSnap(type: 'desktop' | 'display', jpeg?: boolean): Snap
 export function getScreenSnap(
   type: 'desktop' | 'display',
   jpeg: boolean,
-  folder: string
+  folder: string,
 ): SnapFiles | SnapBuffers;
 
 /** What `getScreenSnapAsync` calls back with; a PNG unless nothing was captured. */
@@ -129,7 +129,7 @@ export interface AsyncSnap extends SnapBuffers {
  */
 export function getScreenSnapAsync(
   type: 'desktop' | 'display' | 'selection',
-  callback?: (snap: AsyncSnap) => void
+  callback?: (snap: AsyncSnap) => void,
 ): void;
 
 /** Installs the logger; anything but a function sends the log back to standard error. */

@@ -31,8 +31,13 @@ const timeCase = async (service, paints, width, height, jpeg, rounds) => {
     fs.writeFileSync(source, internals.encode(width, height, 0, 0, false, false, 0).image);
     bus.connect(process.env.DBUS_SESSION_BUS_ADDRESS);
     bus.own('org.gnome.Shell.Screenshot');
-    bus.answer('/org/gnome/Shell/Screenshot', 'org.freedesktop.DBus.Introspectable', 'Introspect', { body: "('',)" });
-    bus.answer('/org/gnome/Shell/Screenshot', 'org.gnome.Shell.Screenshot', 'Screenshot', { body: "(true, '')", copy: source });
+    bus.answer('/org/gnome/Shell/Screenshot', 'org.freedesktop.DBus.Introspectable', 'Introspect', {
+      body: "('',)",
+    });
+    bus.answer('/org/gnome/Shell/Screenshot', 'org.gnome.Shell.Screenshot', 'Screenshot', {
+      body: "(true, '')",
+      copy: source,
+    });
   }
   floor.reserve(width * height * 4);
   const subjects = {
@@ -56,8 +61,13 @@ async function measure(name, service, start) {
       const { json, stderr } = await runCase(timeCase, { env: session.env, args, timeout: 600000 });
       if (!json) throw new Error(stderr);
       const { module, floor } = json;
-      rows.push({ service: name, format: jpeg ? 'JPEG' : 'PNG', 'module ms': module.toFixed(1),
-        'floor ms': floor.toFixed(1), ratio: (module / floor).toFixed(3) });
+      rows.push({
+        service: name,
+        format: jpeg ? 'JPEG' : 'PNG',
+        'module ms': module.toFixed(1),
+        'floor ms': floor.toFixed(1),
+        ratio: (module / floor).toFixed(3),
+      });
     } finally {
       await session.stop();
     }
@@ -75,9 +85,9 @@ async function standIn() {
   const size = `${WIDTH}x${HEIGHT}`;
   console.log(`Time of one snapshot at ${size} (median)\n`);
   table([
-    ...await measure('stand-in', 'gnome', standIn),
-    ...await measure('GNOME Shell', 'gnome', () => startCompositor('gnome', { size })),
-    ...await measure('KWin', 'kwin', () => startCompositor('kwin', { size, trusting: true })),
+    ...(await measure('stand-in', 'gnome', standIn)),
+    ...(await measure('GNOME Shell', 'gnome', () => startCompositor('gnome', { size }))),
+    ...(await measure('KWin', 'kwin', () => startCompositor('kwin', { size, trusting: true }))),
   ]);
 })().catch((error) => {
   console.error(error);

@@ -69,10 +69,17 @@ const floodCase = async (presses, rounds) => {
   for (let round = 0; round < rounds; ++round) {
     for (const name of round % 2 ? ['floor', 'module'] : ['module', 'floor']) await run[name]();
   }
-  for (const name of Object.keys(samples)) samples[name] = samples[name].filter(({ complete }) => complete);
+  for (const name of Object.keys(samples))
+    samples[name] = samples[name].filter(({ complete }) => complete);
   const figure = (name, key) => median(samples[name].map((one) => one[key]));
   const worst = (name, key) => Math.max(...samples[name].map((one) => one[key])).toFixed(1);
-  const rate = (name) => (presses * 2) / quantile(samples[name].map((one) => one.busy), 0.1) * 1000;
+  const rate = (name) =>
+    ((presses * 2) /
+      quantile(
+        samples[name].map((one) => one.busy),
+        0.1,
+      )) *
+    1000;
   const rows = ['floor', 'module'].map((name) => ({
     '': name,
     'waiting events': presses * 2,
@@ -92,13 +99,27 @@ const idleCase = async (rounds) => {
   kiv.setupLogger(() => {});
   kiv.init();
   floor.feed(1, X.open(process.env.DISPLAY).keycode('a'));
-  const ten = (run) => () => { for (let i = 0; i < 10; ++i) run(); };
-  const subjects = { floor: ten(floor.idle), object: ten(floor.object), module: ten(kiv.getInputInfo) };
+  const ten = (run) => () => {
+    for (let i = 0; i < 10; ++i) run();
+  };
+  const subjects = {
+    floor: ten(floor.idle),
+    object: ten(floor.object),
+    module: ten(kiv.getInputInfo),
+  };
   interleaved(subjects, 200);
   const times = interleaved(subjects, rounds);
-  const [bare, object, module] = ['floor', 'object', 'module'].map((name) => quantile(times[name], 0.1) * 100);
-  report([{ 'getInputInfo µs': module.toFixed(2), 'XScreenSaverQueryInfo µs': bare.toFixed(2),
-    'equal object µs': object.toFixed(2), 'without the object, of the query': ((module - object) / bare).toFixed(3) }]);
+  const [bare, object, module] = ['floor', 'object', 'module'].map(
+    (name) => quantile(times[name], 0.1) * 100,
+  );
+  report([
+    {
+      'getInputInfo µs': module.toFixed(2),
+      'XScreenSaverQueryInfo µs': bare.toFixed(2),
+      'equal object µs': object.toFixed(2),
+      'without the object, of the query': ((module - object) / bare).toFixed(3),
+    },
+  ]);
   kiv.teardown();
 };
 
@@ -134,21 +155,30 @@ const lockCase = async (count) => {
     return at[who]() - start;
   };
   const names = Object.keys(PATHS);
-  await until(() => {
-    for (const name of names) bus.emit(PATHS[name], 'org.gnome.ScreenSaver', 'ActiveChanged', '(true,)', 1);
-    return names.every((name) => arrived[name]() > 0);
-  }, { what: 'the subscriptions' });
+  await until(
+    () => {
+      for (const name of names)
+        bus.emit(PATHS[name], 'org.gnome.ScreenSaver', 'ActiveChanged', '(true,)', 1);
+      return names.every((name) => arrived[name]() > 0);
+    },
+    { what: 'the subscriptions' },
+  );
   await new Promise((resolve) => setTimeout(resolve, 200));
   const single = { floor: [], module: [] };
   const burst = { floor: [], module: [] };
   for (let i = 0; i < count; ++i) for (const name of names) single[name].push(await send(name, 1));
-  for (let i = 0; i < 9; ++i) for (const name of names) burst[name].push(await send(name, 1000) / 1000);
-  report(names.map((name) => ({ '': name,
-    'one signal, median µs': (median(single[name]) * 1000).toFixed(1),
-    'of the floor': (median(single[name]) / median(single.floor)).toFixed(3),
-    '90 % within µs': (quantile(single[name], 0.9) * 1000).toFixed(1),
-    'in bursts of 1000, µs each': (median(burst[name]) * 1000).toFixed(1),
-    'of the floor, bursts': (median(burst[name]) / median(burst.floor)).toFixed(3) })));
+  for (let i = 0; i < 9; ++i)
+    for (const name of names) burst[name].push((await send(name, 1000)) / 1000);
+  report(
+    names.map((name) => ({
+      '': name,
+      'one signal, median µs': (median(single[name]) * 1000).toFixed(1),
+      'of the floor': (median(single[name]) / median(single.floor)).toFixed(3),
+      '90 % within µs': (quantile(single[name], 0.9) * 1000).toFixed(1),
+      'in bursts of 1000, µs each': (median(burst[name]) * 1000).toFixed(1),
+      'of the floor, bursts': (median(burst[name]) / median(burst.floor)).toFixed(3),
+    })),
+  );
   bus.close();
   kiv.teardown();
 };
@@ -156,26 +186,44 @@ const lockCase = async (count) => {
 const timerCase = async (ticks, period) => {
   kiv.setupLogger(() => {});
   kiv.init();
-  const run = (start, stop) => new Promise((resolve) => {
-    const began = process.hrtime.bigint();
-    const late = [];
-    start(() => {
-      late.push(Number(process.hrtime.bigint() - began) / 1e6 - (late.length + 1) * period);
-      if (late.length < ticks) return;
-      stop();
-      resolve(late);
+  const run = (start, stop) =>
+    new Promise((resolve) => {
+      const began = process.hrtime.bigint();
+      const late = [];
+      start(() => {
+        late.push(Number(process.hrtime.bigint() - began) / 1e6 - (late.length + 1) * period);
+        if (late.length < ticks) return;
+        stop();
+        resolve(late);
+      });
     });
-  });
   let node = null;
   const [ours, theirs] = await Promise.all([
-    run((tick) => kiv.setInterval(tick, period), () => kiv.setInterval(null, 0)),
-    run((tick) => { node = setInterval(tick, period); }, () => clearInterval(node)),
+    run(
+      (tick) => kiv.setInterval(tick, period),
+      () => kiv.setInterval(null, 0),
+    ),
+    run(
+      (tick) => {
+        node = setInterval(tick, period);
+      },
+      () => clearInterval(node),
+    ),
   ]);
   const drift = (late) => late[ticks - 1];
-  report([['module', ours], ['Node', theirs]].map(([name, late]) => ({ '': name, ticks, 'period ms': period,
-    'drift after the last tick ms': drift(late).toFixed(2),
-    'most late at any tick ms': Math.max(...late).toFixed(2),
-    'of Node\'s drift': (drift(late) / drift(theirs)).toFixed(3) })));
+  report(
+    [
+      ['module', ours],
+      ['Node', theirs],
+    ].map(([name, late]) => ({
+      '': name,
+      ticks,
+      'period ms': period,
+      'drift after the last tick ms': drift(late).toFixed(2),
+      'most late at any tick ms': Math.max(...late).toFixed(2),
+      "of Node's drift": (drift(late) / drift(theirs)).toFixed(3),
+    })),
+  );
   kiv.teardown();
 };
 
@@ -193,8 +241,12 @@ const dayCase = async (events) => {
   const sample = async () => {
     await until(() => counted() === sent, { timeout: 60000, what: 'the last press' });
     global.gc();
-    samples.push({ events: sent * 2, 'presses counted': counted(), 'resident kB': status('VmRSS'),
-      descriptors: fs.readdirSync('/proc/self/fd').length });
+    samples.push({
+      events: sent * 2,
+      'presses counted': counted(),
+      'resident kB': status('VmRSS'),
+      descriptors: fs.readdirSync('/proc/self/fd').length,
+    });
   };
   const feed = async (presses) => {
     for (const goal = sent + presses; sent < goal; sent += CHUNK) {
@@ -215,13 +267,15 @@ const dayCase = async (events) => {
   console.log('A flood of key presses, all waiting\n');
   const flood = await inSession({}, floodCase, quick ? [10000, 3] : [50000, 21]);
   table(flood.rows);
-  console.log(`Longest single XPending of the floor: ${flood.reading.toFixed(1)} processor ms, ` +
-    `${flood.first.toFixed(1)} in the first flood\n`);
+  console.log(
+    `Longest single XPending of the floor: ${flood.reading.toFixed(1)} processor ms, ` +
+      `${flood.first.toFixed(1)} in the first flood\n`,
+  );
   console.log('A reading of counts and idle time\n');
   table(await inSession({}, idleCase, [quick ? 500 : 5000]));
-  console.log('From a lock signal\'s sender to the listener\n');
+  console.log("From a lock signal's sender to the listener\n");
   table(await inSession({}, lockCase, [quick ? 200 : 3000]));
-  console.log('The timer beside Node\'s own\n');
+  console.log("The timer beside Node's own\n");
   table(await inSession({}, timerCase, [200, quick ? 5 : 20]));
   console.log('A day of input in one process\n');
   table(await inSession({}, dayCase, [quick ? 100000 : 1000000], ['--expose-gc']));

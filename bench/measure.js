@@ -3,7 +3,8 @@
 // What the benchmarks share. Runs inside cases as well.
 
 /** What a share of the values stays below; on a busy machine 0.1 says more of the work than the median. */
-const quantile = (values, share) => [...values].sort((a, b) => a - b)[Math.floor(values.length * share)];
+const quantile = (values, share) =>
+  [...values].sort((a, b) => a - b)[Math.floor(values.length * share)];
 const median = (values) => quantile(values, 0.5);
 
 /** Milliseconds of each of `rounds` interleaved runs of the functions in `subjects`. */
@@ -50,7 +51,12 @@ async function inSession(options, source, args, nodeArgs = []) {
   const { startSession } = require('../test/helpers/session');
   const session = await startSession(options);
   try {
-    const { json, stderr } = await runCase(source, { env: session.env, args, nodeArgs, timeout: 600000 });
+    const { json, stderr } = await runCase(source, {
+      env: session.env,
+      args,
+      nodeArgs,
+      timeout: 600000,
+    });
     if (!json) throw new Error(stderr);
     return json;
   } finally {
@@ -59,6 +65,19 @@ async function inSession(options, source, args, nodeArgs = []) {
 }
 
 /** The options of a bare screen. */
-const bareScreen = (width, height) => ({ screens: [`${width}x${height}x24`], wm: false, bus: false });
+const bareScreen = (width, height) => ({
+  screens: [`${width}x${height}x24`],
+  wm: false,
+  bus: false,
+});
 
-module.exports = { bareScreen, inSession, interleaved, median, quantile, settleMemory, status, table };
+module.exports = {
+  bareScreen,
+  inSession,
+  interleaved,
+  median,
+  quantile,
+  settleMemory,
+  status,
+  table,
+};

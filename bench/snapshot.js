@@ -6,7 +6,10 @@
 const { bareScreen, inSession, table } = require('./measure');
 
 const quick = process.argv.includes('--quick');
-const SIZES = [[1920, 1080], [3840, 2160]];
+const SIZES = [
+  [1920, 1080],
+  [3840, 2160],
+];
 
 // Both in one process, taking turns.
 const timeCase = async (width, height, kind, jpeg, rounds) => {
@@ -19,14 +22,22 @@ const timeCase = async (width, height, kind, jpeg, rounds) => {
   const floor = require(path.join(process.cwd(), 'build/Release/bench_floor.node'));
   const client = paint(kind, width, height);
   floor.reserve(width * height * 4);
-  const run = () => interleaved({
-    floor: () => floor.desktop(jpeg),
-    module: () => kiv.getScreenSnap('desktop', jpeg),
-  }, rounds);
+  const run = () =>
+    interleaved(
+      {
+        floor: () => floor.desktop(jpeg),
+        module: () => kiv.getScreenSnap('desktop', jpeg),
+      },
+      rounds,
+    );
   floor.desktop(jpeg);
   kiv.getScreenSnap('desktop', jpeg);
   const times = run();
-  report({ module: median(times.module), floor: median(times.floor), bytes: kiv.getScreenSnap('desktop', jpeg).data.length });
+  report({
+    module: median(times.module),
+    floor: median(times.floor),
+    bytes: kiv.getScreenSnap('desktop', jpeg).data.length,
+  });
   client.close();
   kiv.teardown();
 };
@@ -73,7 +84,11 @@ const flatCase = async (count, collect) => {
     if (i % 10 === 0) await (collect ? settleMemory() : new Promise(setImmediate));
     if (i % (count / 10) === 0 || i === 100) {
       await settleMemory();
-      samples.push({ snapshots: i, 'resident kB': status('VmRSS'), descriptors: fs.readdirSync('/proc/self/fd').length });
+      samples.push({
+        snapshots: i,
+        'resident kB': status('VmRSS'),
+        descriptors: fs.readdirSync('/proc/self/fd').length,
+      });
     }
   }
   report(samples);
@@ -88,8 +103,12 @@ const sinkCase = async () => {
     const bytes = megabytes << 20;
     const ours = internals.sinkNanoseconds(bytes, false) / 1e6;
     const exact = megabytes <= 8 ? internals.sinkNanoseconds(bytes, true) / 1e6 : null;
-    return { MiB: megabytes, 'chunks ms': ours.toFixed(2), 'per MiB': (ours / megabytes).toFixed(3),
-      'exact length after every piece ms': exact === null ? '' : exact.toFixed(1) };
+    return {
+      MiB: megabytes,
+      'chunks ms': ours.toFixed(2),
+      'per MiB': (ours / megabytes).toFixed(3),
+      'exact length after every piece ms': exact === null ? '' : exact.toFixed(1),
+    };
   });
   report(rows);
 };
@@ -102,13 +121,39 @@ const sinkCase = async () => {
       for (const jpeg of [true, false]) {
         const what = { screen: `${width}x${height}`, picture: kind, format: jpeg ? 'JPEG' : 'PNG' };
         const rounds = quick ? 3 : jpeg ? 31 : 7;
-        const { module, floor, bytes } = await inSession(bareScreen(width, height), timeCase, [width, height, kind, jpeg, rounds]);
-        times.push({ ...what, 'module ms': module.toFixed(1), 'floor ms': floor.toFixed(1), ratio: (module / floor).toFixed(3) });
+        const { module, floor, bytes } = await inSession(bareScreen(width, height), timeCase, [
+          width,
+          height,
+          kind,
+          jpeg,
+          rounds,
+        ]);
+        times.push({
+          ...what,
+          'module ms': module.toFixed(1),
+          'floor ms': floor.toFixed(1),
+          ratio: (module / floor).toFixed(3),
+        });
         const args = [width, height, kind, jpeg, bytes];
-        const ours = await inSession(bareScreen(width, height), memoryCase, [...args, true], ['--expose-gc']);
-        const theirs = await inSession(bareScreen(width, height), memoryCase, [...args, false], ['--expose-gc']);
-        memory.push({ ...what, 'encoded kB': Math.round(bytes / 1024), 'module peak kB': ours, 'floor peak kB': theirs,
-          'above the floor, of the encoded size': ((ours - theirs) / (bytes / 1024)).toFixed(2) });
+        const ours = await inSession(
+          bareScreen(width, height),
+          memoryCase,
+          [...args, true],
+          ['--expose-gc'],
+        );
+        const theirs = await inSession(
+          bareScreen(width, height),
+          memoryCase,
+          [...args, false],
+          ['--expose-gc'],
+        );
+        memory.push({
+          ...what,
+          'encoded kB': Math.round(bytes / 1024),
+          'module peak kB': ours,
+          'floor peak kB': theirs,
+          'above the floor, of the encoded size': ((ours - theirs) / (bytes / 1024)).toFixed(2),
+        });
       }
     }
   }
@@ -116,11 +161,20 @@ const sinkCase = async () => {
   table(times);
   console.log('Peak memory of one snapshot\n');
   table(memory);
-  console.log('Collecting the encoder\'s pieces\n');
+  console.log("Collecting the encoder's pieces\n");
   table(await inSession(bareScreen(800, 600), sinkCase, []));
   for (const collect of [true, false]) {
-    console.log(`Many snapshots in one process, buffers ${collect ? 'collected every ten' : 'left to the runtime'}\n`);
-    table(await inSession(bareScreen(1280, 800), flatCase, [quick ? 200 : 2000, collect], ['--expose-gc']));
+    console.log(
+      `Many snapshots in one process, buffers ${collect ? 'collected every ten' : 'left to the runtime'}\n`,
+    );
+    table(
+      await inSession(
+        bareScreen(1280, 800),
+        flatCase,
+        [quick ? 200 : 2000, collect],
+        ['--expose-gc'],
+      ),
+    );
   }
 })().catch((error) => {
   console.error(error);

@@ -8,9 +8,33 @@ const path = require('path');
 
 const option = (name) => process.argv.includes(`--${name}`);
 const DAYS = {
-  whole: { minutes: 480, events: 1e6, ticks: 10000, locks: 5000, selections: 200, restartEvery: 10, windowEvery: 5 },
-  short: { minutes: 96, events: 1e5, ticks: 1000, locks: 500, selections: 40, restartEvery: 2, windowEvery: 5 },
-  valgrind: { minutes: 10, events: 3000, ticks: 100, locks: 60, selections: 10, restartEvery: 4, windowEvery: 3 },
+  whole: {
+    minutes: 480,
+    events: 1e6,
+    ticks: 10000,
+    locks: 5000,
+    selections: 200,
+    restartEvery: 10,
+    windowEvery: 5,
+  },
+  short: {
+    minutes: 96,
+    events: 1e5,
+    ticks: 1000,
+    locks: 500,
+    selections: 40,
+    restartEvery: 2,
+    windowEvery: 5,
+  },
+  valgrind: {
+    minutes: 10,
+    events: 3000,
+    ticks: 100,
+    locks: 60,
+    selections: 10,
+    restartEvery: 4,
+    windowEvery: 3,
+  },
 };
 const day = DAYS[option('valgrind') ? 'valgrind' : option('short') ? 'short' : 'whole'];
 if (option('sanitize')) Object.assign(process.env, { KIV_BUILD: 'Debug', KIV_SANITIZE: '1' });
@@ -23,16 +47,38 @@ const { startCase } = require('../test/helpers/case');
 const { startSession } = require('../test/helpers/session');
 
 const SCREEN = { width: 1280, height: 800 };
-const ENDINGS = ['drag', 'click', 'escape', 'drag', 'focus', 'teardown', 'drag', 'escape in a drag', 'closed', 'destroyed'];
-const SNAPSHOTS = [['desktop', true, 'buffer'], ['display', false, 'files'], ['display', true, 'async'], ['display', true, 'buffer'],
-  ['desktop', false, 'buffer'], ['desktop', true, 'files'], ['desktop', true, 'async'], ['display', false, 'buffer']];
+const ENDINGS = [
+  'drag',
+  'click',
+  'escape',
+  'drag',
+  'focus',
+  'teardown',
+  'drag',
+  'escape in a drag',
+  'closed',
+  'destroyed',
+];
+const SNAPSHOTS = [
+  ['desktop', true, 'buffer'],
+  ['display', false, 'files'],
+  ['display', true, 'async'],
+  ['display', true, 'buffer'],
+  ['desktop', false, 'buffer'],
+  ['desktop', true, 'files'],
+  ['desktop', true, 'async'],
+  ['display', false, 'buffer'],
+];
 const CHUNK = 500;
 // GDK's remark about a window that somebody else destroyed.
 const EXPECTED = /^(\n?\(.*\): Gdk-WARNING .*: GdkWindow .* unexpectedly destroyed\n?|\n)$/;
 
 function startApplication(session, check) {
   const running = startCase('bench/soak/application.js', {
-    env: session.env, args: [SCREEN.width, SCREEN.height], timeout: 3600000, node: check ? check.command : undefined,
+    env: session.env,
+    args: [SCREEN.width, SCREEN.height],
+    timeout: 3600000,
+    node: check ? check.command : undefined,
     nodeArgs: [...(check ? check.args : []), '--expose-gc'],
   });
   const waiting = new Map();
@@ -56,10 +102,11 @@ function startApplication(session, check) {
   running.done.then(() => end(new Error(`the application ended\n${running.output}`)), end);
   return {
     pid: running.pid,
-    ask: (name, ...args) => new Promise((resolve, reject) => {
-      waiting.set(++count, { resolve, reject });
-      running.child.stdin.write(`${JSON.stringify([count, name, args])}\n`);
-    }),
+    ask: (name, ...args) =>
+      new Promise((resolve, reject) => {
+        waiting.set(++count, { resolve, reject });
+        running.child.stdin.write(`${JSON.stringify([count, name, args])}\n`);
+      }),
     end() {
       running.child.stdin.end();
       return running.done;
@@ -67,7 +114,8 @@ function startApplication(session, check) {
   };
 }
 
-const share = (total, minute) => Math.floor((total * (minute + 1)) / day.minutes) - Math.floor((total * minute) / day.minutes);
+const share = (total, minute) =>
+  Math.floor((total * (minute + 1)) / day.minutes) - Math.floor((total * minute) / day.minutes);
 
 async function live(app, person, complaints) {
   const done = { snapshots: 0, ticks: 0, restarts: 0 };
@@ -89,8 +137,13 @@ async function live(app, person, complaints) {
     if (dying) person.killWindow();
     else work(events);
     const { width, height, bytes, title } = await pending;
-    expect(width === SCREEN.width && height === SCREEN.height && bytes > 0 && /^(Document \d+|Undefined)$/.test(title),
-      `snapshot ${number}: ${width}x${height}, ${bytes} bytes, title ${title}`);
+    expect(
+      width === SCREEN.width &&
+        height === SCREEN.height &&
+        bytes > 0 &&
+        /^(Document \d+|Undefined)$/.test(title),
+      `snapshot ${number}: ${width}x${height}, ${bytes} bytes, title ${title}`,
+    );
     if (dying) {
       await person.newWindow();
       work(events);
@@ -98,7 +151,10 @@ async function live(app, person, complaints) {
     await person.settled();
     ++done.snapshots;
   };
-  const tick = (count) => watched('interval ticks', async () => { done.ticks = await app.ask('tick', count, 4); });
+  const tick = (count) =>
+    watched('interval ticks', async () => {
+      done.ticks = await app.ask('tick', count, 4);
+    });
   const select = async (number) => {
     const complaint = await person.select(ENDINGS[number % ENDINGS.length], number);
     expect(!complaint, complaint);
@@ -113,13 +169,19 @@ async function live(app, person, complaints) {
     await watched('bare loop: input', async () => {
       const goal = counted + person.workUnseen(events);
       // All of it: while the window manager looks at a click, the server keeps those behind it.
-      await global.until(async () => await app.ask('bareCounted') === goal, { timeout: 60000, what: 'the bare count' });
+      await global.until(async () => (await app.ask('bareCounted')) === goal, {
+        timeout: 60000,
+        what: 'the bare count',
+      });
     });
     await app.ask('stopCounting');
     const before = (await app.ask('heard')).bare;
     await watched('bare listener: lock signals', async () => {
       person.lock(share(day.locks, 0), true);
-      await global.until(async () => (await app.ask('heard')).bare === before + share(day.locks, 0), { what: 'the bare signals' });
+      await global.until(
+        async () => (await app.ask('heard')).bare === before + share(day.locks, 0),
+        { what: 'the bare signals' },
+      );
     });
     await app.ask('bareSnapshots');
     await watched('nothing', () => app.ask('sleep', 30));
@@ -131,8 +193,13 @@ async function live(app, person, complaints) {
   const sample = async () => {
     await person.settled();
     const { connections, pixmapBytes, resources } = person.resources();
-    return { ...await app.ask('sample'), 'X connections': connections, 'X pixmap bytes': pixmapBytes,
-      'X resources': Object.values(resources).reduce((sum, count) => sum + count, 0), resources };
+    return {
+      ...(await app.ask('sample')),
+      'X connections': connections,
+      'X pixmap bytes': pixmapBytes,
+      'X resources': Object.values(resources).reduce((sum, count) => sum + count, 0),
+      resources,
+    };
   };
 
   // Once of everything: what libraries make on first use is there before the first sample.
@@ -162,7 +229,9 @@ async function live(app, person, complaints) {
     await snapshot(minute, events / 2, minute % day.windowEvery === 0);
     for (let i = 0; i < share(day.selections, minute); ++i) await select(person.did.selections);
     if ((minute + 1) % day.restartEvery === 0) {
-      await ((minute + 1) % (day.restartEvery * 2) === 0 ? reference(events / 2) : person.restart());
+      await ((minute + 1) % (day.restartEvery * 2) === 0
+        ? reference(events / 2)
+        : person.restart());
       ++done.restarts;
     }
     if ((minute + 1) * 10 >= tenth * day.minutes) {
@@ -171,17 +240,23 @@ async function live(app, person, complaints) {
     }
   }
   const counts = {};
-  for (const [name, count] of Object.entries({ ...person.did, ...done })) counts[name] = count - before[name];
+  for (const [name, count] of Object.entries({ ...person.did, ...done }))
+    counts[name] = count - before[name];
   counts.restarts = done.restarts;
-  expect(await app.ask('ticks') === done.ticks, 'an interval that was stopped ticked on');
+  expect((await app.ask('ticks')) === done.ticks, 'an interval that was stopped ticked on');
   return { counts, samples };
 }
 
 function holdRows(holds) {
-  return Object.entries(holds).sort(([a], [b]) => (a < b ? -1 : 1)).map(([name, { times, sum, longest, processor }]) => ({
-    'call or event': name, times, 'mean ms': (sum / times).toFixed(2), 'longest ms': longest.toFixed(1),
-    'longest, processor ms': processor.toFixed(1),
-  }));
+  return Object.entries(holds)
+    .sort(([a], [b]) => (a < b ? -1 : 1))
+    .map(([name, { times, sum, longest, processor }]) => ({
+      'call or event': name,
+      times,
+      'mean ms': (sum / times).toFixed(2),
+      'longest ms': longest.toFixed(1),
+      'longest, processor ms': processor.toFixed(1),
+    }));
 }
 
 (async () => {
@@ -202,22 +277,33 @@ function holdRows(holds) {
     if (remarks.length > 0) complaints.push(`standard error: ${remarks.join('')}`);
     if (check) complaints.push(...check.findings());
 
-    console.log(`A day in ${Math.round((Date.now() - began) / 1000)} s; keys, clicks and lock signals were counted as they were sent\n`);
+    console.log(
+      `A day in ${Math.round((Date.now() - began) / 1000)} s; keys, clicks and lock signals were counted as they were sent\n`,
+    );
     table([counts]);
-    console.log('At the day\'s start and after every tenth of it\n');
-    table(samples.map((row, i) => ({ tenth: i, ...Object.fromEntries(Object.entries(row).filter(([, value]) => typeof value === 'number')) })));
+    console.log("At the day's start and after every tenth of it\n");
+    table(
+      samples.map((row, i) => ({
+        tenth: i,
+        ...Object.fromEntries(Object.entries(row).filter(([, value]) => typeof value === 'number')),
+      })),
+    );
     const verdict = judge(samples);
     console.log('After the first tenth\n');
     table(verdict);
     for (const name of ['objects', 'resources']) {
-      for (const [kind, values] of changes(samples, name)) console.log(`${name}: ${kind} ${values.join(' ')}`);
+      for (const [kind, values] of changes(samples, name))
+        console.log(`${name}: ${kind} ${values.join(' ')}`);
     }
     console.log('What held the loop\n');
     table(holdRows(holds));
     console.log(`Warnings and errors of the module: ${JSON.stringify(log)}\n`);
     // The tools hold back freed memory and count their own.
-    const counted = check || option('sanitize') ? verdict.filter(({ limits }) => limits === 'equal') : verdict;
-    complaints.push(...counted.filter(({ flat }) => flat === 'NO').map(({ quantity }) => `${quantity}: not flat`));
+    const counted =
+      check || option('sanitize') ? verdict.filter(({ limits }) => limits === 'equal') : verdict;
+    complaints.push(
+      ...counted.filter(({ flat }) => flat === 'NO').map(({ quantity }) => `${quantity}: not flat`),
+    );
   } finally {
     await app.end().catch(() => {});
     if (person) person.leave();

@@ -19,14 +19,22 @@ const sizeCase = async (gibibytes, rounds, file, variables) => {
   const blocks = [];
   for (let i = 0; i < gibibytes * 4; ++i) blocks.push(Buffer.alloc(1 << 28, 1));
   let pid;
-  kiv.setupLogger((level, text) => { pid = Number(text.split(':')[1]); });
+  kiv.setupLogger((level, text) => {
+    pid = Number(text.split(':')[1]);
+  });
   const subjects = {
-    upgrade: () => { kiv.upgrade(file); process.kill(pid, 'SIGKILL'); },
+    upgrade: () => {
+      kiv.upgrade(file);
+      process.kill(pid, 'SIGKILL');
+    },
     fork: () => floor.forkExec(),
   };
   subjects.upgrade();
   // Not in turns: after a fork the parent pays for every page that it writes to.
-  const times = { ...interleaved({ upgrade: subjects.upgrade }, rounds), ...interleaved({ fork: subjects.fork }, rounds) };
+  const times = {
+    ...interleaved({ upgrade: subjects.upgrade }, rounds),
+    ...interleaved({ fork: subjects.fork }, rounds),
+  };
   if (blocks.some((block) => block[0] !== 1)) throw new Error('the memory is not there');
   report({
     'resident MiB': Math.round(status('VmRSS') / 1024),
@@ -42,11 +50,18 @@ const sizeCase = async (gibibytes, rounds, file, variables) => {
   const box = makeBox();
   try {
     require('fs').writeFileSync(box.inside('a.deb'), '');
-    const variables = { PATH: box.path('tools', []), HOME: box.inside('home'), KIV_RECORD: '/dev/null', KIV_NOW: '1' };
+    const variables = {
+      PATH: box.path('tools', []),
+      HOME: box.inside('home'),
+      KIV_RECORD: '/dev/null',
+      KIV_NOW: '1',
+    };
     const rows = [];
     for (const size of SIZES) {
       const { json, stderr } = await runCase(sizeCase, {
-        env: baseEnv(), args: [size, quick ? 5 : 25, box.inside('a.deb'), variables], timeout: 300000,
+        env: baseEnv(),
+        args: [size, quick ? 5 : 25, box.inside('a.deb'), variables],
+        timeout: 300000,
       });
       if (!json) throw new Error(stderr);
       rows.push(json);

@@ -38,9 +38,16 @@ async function openDesktop() {
 
 // Nothing is ever injected into the desktop of the person who watches.
 async function follow(desktop, page) {
-  say(desktop.own ? `${seconds} seconds of real input` : 'your own input for 10 seconds; nothing is injected');
+  say(
+    desktop.own
+      ? `${seconds} seconds of real input`
+      : 'your own input for 10 seconds; nothing is injected',
+  );
   const live = startCase('demo/live.js', {
-    env: desktop.env, args: [desktop.own ? seconds : 10, desktop.own], timeout: (seconds + 30) * 1000 });
+    env: desktop.env,
+    args: [desktop.own ? seconds : 10, desktop.own],
+    timeout: (seconds + 30) * 1000,
+  });
   let seen = 0;
   const show = (going) => {
     const moments = live.reports();
@@ -68,11 +75,13 @@ async function follow(desktop, page) {
       args: [output],
     });
     if (code !== 0) throw new Error(stderr);
-    if (json.snapshots.some(({ width }) => width === 0)) throw new Error(`no picture: ${JSON.stringify(json.log)}`);
+    if (json.snapshots.some(({ width }) => width === 0))
+      throw new Error(`no picture: ${JSON.stringify(json.log)}`);
     for (const snap of json.snapshots) {
       say(`${snap.call}: ${snap.width} x ${snap.height}, ${snap.file}, "${snap.title}"`);
     }
-    for (const { name, file } of json.selection) say(`getScreenSnapAsync("selection"), ${name}: ${file}`);
+    for (const { name, file } of json.selection)
+      say(`getScreenSnapAsync("selection"), ${name}: ${file}`);
     say(`open ${writePage(output, json)}`);
     await follow(desktop, json);
     say('done');

@@ -17,13 +17,18 @@ async function act(seconds) {
     client[method](code, false);
   };
   const type = async (share) => {
-    for (const letters = [...'whatpeopletype']; Date.now() < until(share); letters.push(letters.shift())) {
+    for (
+      const letters = [...'whatpeopletype'];
+      Date.now() < until(share);
+      letters.push(letters.shift())
+    ) {
       press('key', client.keycode(letters[0]));
       await sleep(180);
     }
   };
   bus.connect(process.env.DBUS_SESSION_BUS_ADDRESS);
-  const lock = (active) => bus.emit('/org/gnome/ScreenSaver', 'org.gnome.ScreenSaver', 'ActiveChanged', `(${active},)`, 1);
+  const lock = (active) =>
+    bus.emit('/org/gnome/ScreenSaver', 'org.gnome.ScreenSaver', 'ActiveChanged', `(${active},)`, 1);
 
   const window = client.createWindow({ x: 100, y: 100, width: 400, height: 300 });
   client.map(window);
@@ -59,7 +64,14 @@ module.exports = async (seconds, injecting) => {
     const state = JSON.stringify([keys, clicks, last.input]);
     if (state === shown && !event) return;
     shown = state;
-    report({ second: ((Date.now() - start) / 1000).toFixed(1), keys, clicks, idle: last.input, ticks, event });
+    report({
+      second: ((Date.now() - start) / 1000).toFixed(1),
+      keys,
+      clicks,
+      idle: last.input,
+      ticks,
+      event,
+    });
   };
   kiv.setInterval(() => {
     ++ticks;

@@ -26,9 +26,11 @@ function snapshot(snap) {
 <figure><img class="whole" src="${escape(snap.file)}" alt="the picture">
 <img class="thumbnail" src="${escape(snap.thumbnail)}" alt="its thumbnail"></figure>
 ${facts([
-    ['size', `${snap.width} × ${snap.height}, ${snap.bytes} bytes`], ['file name', snap.filename],
-    ['active window', snap.title], ['its process', snap.process],
-  ])}</section>`;
+  ['size', `${snap.width} × ${snap.height}, ${snap.bytes} bytes`],
+  ['file name', snap.filename],
+  ['active window', snap.title],
+  ['its process', snap.process],
+])}</section>`;
 }
 
 function pictures(list) {
@@ -39,7 +41,8 @@ function pictures(list) {
 }
 
 function moments(list) {
-  const cells = (tag, values) => `<tr>${values.map((value) => `<${tag}>${escape(value)}</${tag}>`).join('')}</tr>`;
+  const cells = (tag, values) =>
+    `<tr>${values.map((value) => `<${tag}>${escape(value)}</${tag}>`).join('')}</tr>`;
   return `<section><h2>getInputInfo(), setInterval() and ScreenLockMonitor, live</h2>
 <table>${cells('th', ['second', 'keys', 'clicks', 'idle seconds', 'ticks', 'event'])}
 ${list.map((one) => cells('td', [one.second, one.keys, one.clicks, one.idle, one.ticks, one.event])).join('\n')}</table></section>`;
@@ -52,16 +55,20 @@ ${list.map((one) => cells('td', [one.second, one.keys, one.clicks, one.idle, one
 function writePage(folder, { snapshots, selection = [], log, live = [], going = false }) {
   const lines = log.map(([level, text]) => `[${level}] ${text}`).join('\n') || 'nothing';
   const file = path.join(folder, 'index.html');
-  fs.writeFileSync(file, `<!DOCTYPE html>
+  fs.writeFileSync(
+    file,
+    `<!DOCTYPE html>
 <html lang="en"><meta charset="utf-8"><title>kiv_native</title>${
-  going ? '<meta http-equiv="refresh" content="1">' : ''}<style>${STYLE}</style>
+      going ? '<meta http-equiv="refresh" content="1">' : ''
+    }<style>${STYLE}</style>
 <h1>kiv_native</h1>
 ${snapshots.map(snapshot).join('\n')}
 ${pictures(selection)}
 ${moments(live)}
 <section><h2>log</h2><pre>${escape(lines)}</pre></section>
 </html>
-`);
+`,
+  );
   return file;
 }
 

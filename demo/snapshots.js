@@ -8,16 +8,40 @@ const path = require('path');
 const { selectRectangle } = require('./selection');
 
 const WINDOWS = [
-  { title: 'Quarterly figures.ods — Calc', x: 120, y: 90, width: 900, height: 560, color: 0xf4f1ea, accent: 0x2a6f4e },
-  { title: 'Inbox (3)', x: 1150, y: 200, width: 620, height: 640, color: 0xffffff, accent: 0x30589c },
-  { title: 'notes.txt — Editor', x: 480, y: 430, width: 820, height: 520, color: 0x20242c, accent: 0xd9a441 },
+  {
+    title: 'Quarterly figures.ods — Calc',
+    x: 120,
+    y: 90,
+    width: 900,
+    height: 560,
+    color: 0xf4f1ea,
+    accent: 0x2a6f4e,
+  },
+  {
+    title: 'Inbox (3)',
+    x: 1150,
+    y: 200,
+    width: 620,
+    height: 640,
+    color: 0xffffff,
+    accent: 0x30589c,
+  },
+  {
+    title: 'notes.txt — Editor',
+    x: 480,
+    y: 430,
+    width: 820,
+    height: 520,
+    color: 0x20242c,
+    accent: 0xd9a441,
+  },
 ];
 
 // Something to look at: a bar and lines of "text".
 function decorate(client, id, { width, height, accent }) {
   client.fillRect(id, 0, 0, width, 36, accent);
   for (let y = 60, line = 0; y < height - 20; y += 22, ++line) {
-    client.fillRect(id, 24, y, Math.max(60, ((line * 7919) % (width - 80))), 9, accent);
+    client.fillRect(id, 24, y, Math.max(60, (line * 7919) % (width - 80)), 9, accent);
   }
 }
 
@@ -26,16 +50,25 @@ async function openWindows() {
   for (const window of WINDOWS) {
     const id = client.createWindow(window);
     client.setProperty(id, '_NET_WM_NAME', 'UTF8_STRING', 8, Buffer.from(window.title));
-    client.setProperty(id, '_NET_WM_PID', 'CARDINAL', 32, Buffer.from(new Uint32Array([process.pid]).buffer));
+    client.setProperty(
+      id,
+      '_NET_WM_PID',
+      'CARDINAL',
+      32,
+      Buffer.from(new Uint32Array([process.pid]).buffer),
+    );
     client.map(id);
     client.sync();
     await until(() => client.getProperty(id, 'WM_STATE'), { what: 'a managed window' });
     client.moveResize(id, window.x, window.y, window.width, window.height);
     client.activate(id);
-    await until(() => {
-      const active = client.getProperty(client.rootWindow(0), '_NET_ACTIVE_WINDOW');
-      return active && active.count === 1 && active.data.readUInt32LE(0) === id;
-    }, { what: 'an active window' });
+    await until(
+      () => {
+        const active = client.getProperty(client.rootWindow(0), '_NET_ACTIVE_WINDOW');
+        return active && active.count === 1 && active.data.readUInt32LE(0) === id;
+      },
+      { what: 'an active window' },
+    );
     client.sync();
     decorate(client, id, window);
   }
@@ -49,14 +82,26 @@ function save(folder, name, call, snap) {
   fs.writeFileSync(path.join(folder, file), snap.data);
   fs.writeFileSync(path.join(folder, thumbnail), snap.dataThumbnail);
   return {
-    call, file, thumbnail, width: snap.width, height: snap.height, bytes: snap.data.length, filename: snap.filename,
-    title: snap.activeWindowTitle, process: snap.activeProcessName.split('\0').join(' ').trim(),
+    call,
+    file,
+    thumbnail,
+    width: snap.width,
+    height: snap.height,
+    bytes: snap.data.length,
+    filename: snap.filename,
+    title: snap.activeWindowTitle,
+    process: snap.activeProcessName.split('\0').join(' ').trim(),
   };
 }
 
 // A rectangle dragged out with a real pointer: the overlay while hovering and dragging, the cut-out.
 async function saveSelection(folder, client) {
-  const { errorCode, ...pictures } = await selectRectangle(client, { x: 300, y: 250, width: 700, height: 420 });
+  const { errorCode, ...pictures } = await selectRectangle(client, {
+    x: 300,
+    y: 250,
+    width: 700,
+    height: 420,
+  });
   if (errorCode !== 0) throw new Error(`the selection ended with ${errorCode}`);
   return Object.entries(pictures).map(([name, data]) => {
     const file = `selection-${name}.png`;

@@ -29,7 +29,8 @@ function fail(code, text) {
 
 const options = readOptions(process.argv.slice(2));
 if (!options) fail(2, 'usage: activity-log.js FILE [--every SECONDS] [--title]');
-if (options.title && kiv.isWayland()) fail(1, 'titles need an X11 session: elsewhere the screen would flash for each');
+if (options.title && kiv.isWayland())
+  fail(1, 'titles need an X11 session: elsewhere the screen would flash for each');
 if (!host.startLoop()) fail(1, 'no display');
 let file;
 try {
@@ -55,7 +56,8 @@ function write(event) {
     clicks: now.mouseActivity - before.mouseActivity,
     idle: now.last.input,
   };
-  if (options.title && !selection.open) line.title = kiv.getScreenSnap('desktop', true).activeWindowTitle;
+  if (options.title && !selection.open)
+    line.title = kiv.getScreenSnap('desktop', true).activeWindowTitle;
   try {
     // Written before this returns: whatever ends the process, the line is there.
     fs.appendFileSync(file, `${torn}${JSON.stringify(line)}\n`);

@@ -32,7 +32,11 @@ function fail(code, text) {
 }
 
 const options = readOptions(process.argv.slice(2));
-if (!options) fail(2, 'usage: snapshot-every-minute.js FOLDER [--every SECONDS] [--idle SECONDS] [--keep COUNT]');
+if (!options)
+  fail(
+    2,
+    'usage: snapshot-every-minute.js FOLDER [--every SECONDS] [--idle SECONDS] [--keep COUNT]',
+  );
 if (!host.startLoop()) fail(1, 'no display');
 
 let reason = ''; // the module's last complaint
@@ -57,10 +61,18 @@ function save(data) {
 }
 
 function prune() {
-  const days = fs.readdirSync(options.folder).filter((name) => DAY.test(name)).sort();
-  const picturesOf = (day) => fs.readdirSync(path.join(options.folder, day)).filter((name) => PICTURE.test(name)).sort();
+  const days = fs
+    .readdirSync(options.folder)
+    .filter((name) => DAY.test(name))
+    .sort();
+  const picturesOf = (day) =>
+    fs
+      .readdirSync(path.join(options.folder, day))
+      .filter((name) => PICTURE.test(name))
+      .sort();
   const all = [];
-  for (const day of days) all.push(...picturesOf(day).map((name) => path.join(options.folder, day, name)));
+  for (const day of days)
+    all.push(...picturesOf(day).map((name) => path.join(options.folder, day, name)));
   all.slice(0, -options.keep).forEach((file) => fs.unlinkSync(file));
   for (const day of days.slice(0, -1)) {
     const folder = path.join(options.folder, day);
@@ -77,7 +89,8 @@ function tick() {
   if (idle >= options.idle) return console.log('skipped: idle');
   reason = '';
   const { width, height, data } = kiv.getScreenSnap('desktop', true);
-  if (width === 0) return console.error(`no picture: ${reason || 'there is no screen to take one of'}`);
+  if (width === 0)
+    return console.error(`no picture: ${reason || 'there is no screen to take one of'}`);
   // A full disk may have room again a minute later.
   try {
     console.log(`${save(data)}: ${width} x ${height}`);
@@ -90,8 +103,12 @@ function tick() {
 Object.setPrototypeOf(kiv.ScreenLockMonitor.prototype, EventEmitter.prototype);
 const monitor = new kiv.ScreenLockMonitor();
 EventEmitter.call(monitor);
-monitor.on('screen_lock', () => { locked = true; });
-monitor.on('screen_unlock', () => { locked = false; });
+monitor.on('screen_lock', () => {
+  locked = true;
+});
+monitor.on('screen_unlock', () => {
+  locked = false;
+});
 
 tick();
 kiv.setInterval(tick, options.every * 1000);

@@ -12,4 +12,7 @@ const arrays = files.map((file) => {
   if (bytes.some((byte) => byte > 127)) throw new Error(`${file} is not ASCII`);
   return `constexpr char ${name}[] = {${bytes.join(',')}};\n`;
 });
-fs.writeFileSync(header, `#pragma once\n\nnamespace kiv {\nnamespace {\n\n${arrays.join('')}\n}\n}\n`);
+fs.writeFileSync(
+  header,
+  `#pragma once\n\nnamespace kiv {\nnamespace {\n\n${arrays.join('')}\n}\n}\n`,
+);

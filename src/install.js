@@ -34,7 +34,9 @@ const works = ([command, ...args]) => spawnSync(command, args, { stdio: 'ignore'
 function versionOf(prefix) {
   try {
     const text = fs.readFileSync(path.join(prefix, 'include/node/node_version.h'), 'utf8');
-    return ['MAJOR', 'MINOR', 'PATCH'].map((part) => new RegExp(`define NODE_${part}_VERSION (\\d+)`).exec(text)[1]).join('.');
+    return ['MAJOR', 'MINOR', 'PATCH']
+      .map((part) => new RegExp(`define NODE_${part}_VERSION (\\d+)`).exec(text)[1])
+      .join('.');
   } catch (error) {
     return '';
   }
@@ -42,7 +44,10 @@ function versionOf(prefix) {
 
 // The folder above include/node, or undefined. Whoever sets nodedir knows better.
 function findHeaders() {
-  return process.env.npm_config_nodedir || [OWN_PREFIX, '/usr'].find((prefix) => versionOf(prefix) === VERSION);
+  return (
+    process.env.npm_config_nodedir ||
+    [OWN_PREFIX, '/usr'].find((prefix) => versionOf(prefix) === VERSION)
+  );
 }
 
 // npm brings one along and says where, Debian has it in a package of its own.
@@ -56,22 +61,48 @@ function findNodeGyp() {
 }
 
 const debian = works(['dpkg', '--version']) || !works(['rpm', '--version']);
-const missing = NEEDED.filter(([probe]) => !works(probe.split(' '))).map(([, deb, rpm]) => (debian ? deb : rpm));
+const missing = NEEDED.filter(([probe]) => !works(probe.split(' '))).map(([, deb, rpm]) =>
+  debian ? deb : rpm,
+);
 const headers = findHeaders();
-if (!headers) missing.push(`${debian ? 'libnode-dev' : 'nodejs-devel'} (headers of Node ${VERSION})`);
+if (!headers)
+  missing.push(`${debian ? 'libnode-dev' : 'nodejs-devel'} (headers of Node ${VERSION})`);
 const nodeGyp = findNodeGyp();
 if (!nodeGyp) missing.push('node-gyp');
 if (missing.length > 0) fail(`cannot be built here, please install: ${missing.join(', ')}`);
 
-const { status } = spawnSync(process.execPath,
-  [nodeGyp, 'rebuild', '--loglevel=error', `--jobs=${process.env.JOBS || 'max'}`, `--nodedir=${headers}`],
+const { status } = spawnSync(
+  process.execPath,
+  [
+    nodeGyp,
+    'rebuild',
+    '--loglevel=error',
+    `--jobs=${process.env.JOBS || 'max'}`,
+    `--nodedir=${headers}`,
+  ],
   // binding.gyp runs `node`, which has to be this one or at least one.
-  { cwd: ROOT, stdio: 'inherit', env: Object.assign({}, process.env, { PATH: `${path.dirname(NODE)}:${process.env.PATH}` }) });
+  {
+    cwd: ROOT,
+    stdio: 'inherit',
+    env: Object.assign({}, process.env, { PATH: `${path.dirname(NODE)}:${process.env.PATH}` }),
+  },
+);
 // An old npm brings an old node-gyp, which takes no new Python.
-if (status !== 0) fail(`the build failed (Node ${VERSION}, ${nodeGyp}); npm_config_node_gyp and PYTHON name others`);
+if (status !== 0)
+  fail(
+    `the build failed (Node ${VERSION}, ${nodeGyp}); npm_config_node_gyp and PYTHON name others`,
+  );
 
 // What the build left besides the modules: some 20 MB of objects.
 const inside = (...names) => path.join(ROOT, 'build', ...names);
-const objects = fs.readdirSync(inside()).filter((name) => name !== 'Release').map((name) => inside(name))
-  .concat(fs.readdirSync(inside('Release')).filter((name) => !name.endsWith('.node')).map((name) => inside('Release', name)));
+const objects = fs
+  .readdirSync(inside())
+  .filter((name) => name !== 'Release')
+  .map((name) => inside(name))
+  .concat(
+    fs
+      .readdirSync(inside('Release'))
+      .filter((name) => !name.endsWith('.node'))
+      .map((name) => inside('Release', name)),
+  );
 spawnSync('rm', ['-rf', '--', ...objects], { stdio: 'inherit' });

@@ -33,7 +33,7 @@ module.exports = async (width, height) => {
   // What held the loop: { name: { times, sum, longest, processor } } in milliseconds.
   const holds = {};
   const note = (name, clock, processor) => {
-    const hold = holds[name] = holds[name] || { times: 0, sum: 0, longest: 0, processor: 0 };
+    const hold = (holds[name] = holds[name] || { times: 0, sum: 0, longest: 0, processor: 0 });
     ++hold.times;
     hold.sum += clock;
     hold.longest = Math.max(hold.longest, clock);
@@ -69,23 +69,37 @@ module.exports = async (width, height) => {
   });
 
   const commands = {
-    init() { hold('init', () => kiv.init()); },
-    teardown() { hold('teardown', () => kiv.teardown()); },
+    init() {
+      hold('init', () => kiv.init());
+    },
+    teardown() {
+      hold('teardown', () => kiv.teardown());
+    },
     counted,
     heard: () => ({ ...heard, bare: soak.heard() }),
     log: () => log,
     holds: () => holds,
     sleep: (ms) => new Promise((resolve) => setTimeout(resolve, ms)),
-    forgetTurns() { soak.turns(); },
-    turns(name) { note(name, ...soak.turns()); },
+    forgetTurns() {
+      soak.turns();
+    },
+    turns(name) {
+      note(name, ...soak.turns());
+    },
 
     snapshot(type, jpeg, where) {
       const format = jpeg ? 'JPEG' : 'PNG';
       let snap;
       if (where === 'async') {
-        hold(`getScreenSnapAsync ${type} PNG`, () => kiv.getScreenSnapAsync(type, (result) => { snap = result; }));
+        hold(`getScreenSnapAsync ${type} PNG`, () =>
+          kiv.getScreenSnapAsync(type, (result) => {
+            snap = result;
+          }),
+        );
       } else if (where === 'files') {
-        snap = hold(`getScreenSnap ${type} ${format} to files`, () => kiv.getScreenSnap(type, jpeg, path.join(process.env.HOME, 'snaps')));
+        snap = hold(`getScreenSnap ${type} ${format} to files`, () =>
+          kiv.getScreenSnap(type, jpeg, path.join(process.env.HOME, 'snaps')),
+        );
       } else {
         snap = hold(`getScreenSnap ${type} ${format}`, () => kiv.getScreenSnap(type, jpeg));
       }
@@ -102,20 +116,24 @@ module.exports = async (width, height) => {
 
     async tick(count, period) {
       const goal = ticks + count;
-      await new Promise((resolve) => kiv.setInterval(() => {
-        if (++ticks < goal) return;
-        kiv.setInterval(null, 0);
-        resolve();
-      }, period));
+      await new Promise((resolve) =>
+        kiv.setInterval(() => {
+          if (++ticks < goal) return;
+          kiv.setInterval(null, 0);
+          resolve();
+        }, period),
+      );
       return ticks;
     },
     ticks: () => ticks,
 
     select() {
       selection = [];
-      hold('getScreenSnapAsync selection', () => kiv.getScreenSnapAsync('selection', ({ errorCode, width: w, height: h, data }) => {
-        selection.push({ errorCode, width: w, height: h, bytes: data.length });
-      }));
+      hold('getScreenSnapAsync selection', () =>
+        kiv.getScreenSnapAsync('selection', ({ errorCode, width: w, height: h, data }) => {
+          selection.push({ errorCode, width: w, height: h, bytes: data.length });
+        }),
+      );
     },
     selected: () => selection,
 
@@ -124,12 +142,19 @@ module.exports = async (width, height) => {
       // GDK has a record of the window that is active, or was when a snapshot was taken.
       kiv.getScreenSnap('display', true);
       // Closed connections and windows go in their own time.
-      return until(async () => {
-        const before = last && JSON.stringify([last.GObjects, last.descriptors, last['loop handles']]);
-        await settleMemory();
-        last = sample();
-        return before === JSON.stringify([last.GObjects, last.descriptors, last['loop handles']]) && last;
-      }, { timeout: 20000, what: 'a state that stays' });
+      return until(
+        async () => {
+          const before =
+            last && JSON.stringify([last.GObjects, last.descriptors, last['loop handles']]);
+          await settleMemory();
+          last = sample();
+          return (
+            before === JSON.stringify([last.GObjects, last.descriptors, last['loop handles']]) &&
+            last
+          );
+        },
+        { timeout: 20000, what: 'a state that stays' },
+      );
     },
 
     // The bare library calls that the module is held against.

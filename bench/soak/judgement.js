@@ -21,23 +21,36 @@ function trend(values) {
 /** A row for each quantity, from its samples after the first tenth. */
 function judge(samples) {
   const later = samples.slice(1);
-  return Object.keys(samples[0]).filter((name) => typeof samples[0][name] === 'number').map((name) => {
-    const values = later.map((sample) => sample[name]);
-    const rise = values[values.length - 1] - values[0];
-    const late = trend(values.slice(values.length >> 1));
-    const limit = MEMORY[name];
-    const flat = limit === undefined ? values.every((value) => value === values[0]) : rise <= limit && late <= limit / 4;
-    return { quantity: name, 'after the first tenth': values[0], lowest: Math.min(...values), highest: Math.max(...values),
-      last: values[values.length - 1], 'trend of the second half': late.toFixed(1),
-      limits: limit === undefined ? 'equal' : `+${limit}, +${limit / 4}`, flat: flat ? 'yes' : 'NO' };
-  });
+  return Object.keys(samples[0])
+    .filter((name) => typeof samples[0][name] === 'number')
+    .map((name) => {
+      const values = later.map((sample) => sample[name]);
+      const rise = values[values.length - 1] - values[0];
+      const late = trend(values.slice(values.length >> 1));
+      const limit = MEMORY[name];
+      const flat =
+        limit === undefined
+          ? values.every((value) => value === values[0])
+          : rise <= limit && late <= limit / 4;
+      return {
+        quantity: name,
+        'after the first tenth': values[0],
+        lowest: Math.min(...values),
+        highest: Math.max(...values),
+        last: values[values.length - 1],
+        'trend of the second half': late.toFixed(1),
+        limits: limit === undefined ? 'equal' : `+${limit}, +${limit / 4}`,
+        flat: flat ? 'yes' : 'NO',
+      };
+    });
 }
 
 /** The kinds of a count by name ({ kind: count }) that were not the same in all samples after the first tenth. */
 function changes(samples, name) {
   const later = samples.slice(1).map((sample) => sample[name]);
   const kinds = new Set(later.flatMap((counts) => Object.keys(counts)));
-  return [...kinds].map((kind) => [kind, later.map((counts) => counts[kind] || 0)])
+  return [...kinds]
+    .map((kind) => [kind, later.map((counts) => counts[kind] || 0)])
     .filter(([, counts]) => counts.some((count) => count !== counts[0]));
 }
 

@@ -29,7 +29,13 @@ async function makePerson({ env }, app, { width, height }) {
   let window = 0;
 
   const setTitle = () => {
-    client.setProperty(window, '_NET_WM_NAME', 'UTF8_STRING', 8, Buffer.from(`Document ${++did.titles}`));
+    client.setProperty(
+      window,
+      '_NET_WM_NAME',
+      'UTF8_STRING',
+      8,
+      Buffer.from(`Document ${++did.titles}`),
+    );
   };
   const isActive = (id) => {
     const property = client.getProperty(root, '_NET_ACTIVE_WINDOW');
@@ -41,10 +47,14 @@ async function makePerson({ env }, app, { width, height }) {
     client.map(id);
     return id;
   };
-  const activate = (id) => until(() => {
-    if (!isActive(id)) client.activate(id);
-    return isActive(id) && client.focusedWindow() === id;
-  }, { what: 'an active window' });
+  const activate = (id) =>
+    until(
+      () => {
+        if (!isActive(id)) client.activate(id);
+        return isActive(id) && client.focusedWindow() === id;
+      },
+      { what: 'an active window' },
+    );
 
   const act = (...steps) => {
     overlay.act(client, ...steps);
@@ -83,18 +93,24 @@ async function makePerson({ env }, app, { width, height }) {
     },
     setTitle,
     lock(count, bare = false) {
-      for (let i = 0; i < count; ++i) bus.emit(bare ? BARE : SAVER[0], SAVER[1], SAVER[2], i % 2 ? '(false,)' : '(true,)');
+      for (let i = 0; i < count; ++i)
+        bus.emit(bare ? BARE : SAVER[0], SAVER[1], SAVER[2], i % 2 ? '(false,)' : '(true,)');
       if (!bare) did.locks += count;
     },
     /** Match rules reach the bus in their own time; what comes after a signal that was heard is heard. */
     async untilHeard() {
       const before = await app.ask('heard');
-      await until(async () => {
-        bus.emit(...SAVER, '(true,)');
-        return (await app.ask('heard')).screen_lock > before.screen_lock;
-      }, { what: 'the subscription' });
+      await until(
+        async () => {
+          bus.emit(...SAVER, '(true,)');
+          return (await app.ask('heard')).screen_lock > before.screen_lock;
+        },
+        { what: 'the subscription' },
+      );
       bus.emit(...SAVER, '(false,)');
-      await until(async () => (await app.ask('heard')).screen_unlock > before.screen_unlock, { what: 'the last signal' });
+      await until(async () => (await app.ask('heard')).screen_unlock > before.screen_unlock, {
+        what: 'the last signal',
+      });
       const after = await app.ask('heard');
       heardBefore.screen_lock += after.screen_lock - before.screen_lock;
       heardBefore.screen_unlock += after.screen_unlock - before.screen_unlock;
@@ -110,10 +126,13 @@ async function makePerson({ env }, app, { width, height }) {
       let seen;
       const expected = () => `${did.keys} keys, ${did.clicks} clicks, ${did.locks} locks`;
       try {
-        await until(async () => {
-          seen = await person.counts();
-          return seen.keys === did.keys && seen.clicks === did.clicks && seen.locks === did.locks;
-        }, { timeout: 60000 });
+        await until(
+          async () => {
+            seen = await person.counts();
+            return seen.keys === did.keys && seen.clicks === did.clicks && seen.locks === did.locks;
+          },
+          { timeout: 60000 },
+        );
       } catch (error) {
         throw new Error(`sent ${expected()}; counted ${JSON.stringify(seen)}`);
       }
@@ -123,34 +142,50 @@ async function makePerson({ env }, app, { width, height }) {
     async select(ending, number) {
       act('m 400 300');
       await app.ask('select');
-      const id = await until(() => overlay.findOverlay(client, app.pid), { timeout: 60000, what: 'the overlay' });
+      const id = await until(() => overlay.findOverlay(client, app.pid), {
+        timeout: 60000,
+        what: 'the overlay',
+      });
       await until(() => overlay.onScreen(client, id), { what: 'the overlay on the screen' });
-      const [right, bottom] = [410 + (number * 37) % 200, 310 + (number * 53) % 150];
+      const [right, bottom] = [410 + ((number * 37) % 200), 310 + ((number * 53) % 150)];
       const drag = async () => {
         act('m 400 300', 'p');
         await app.ask('forgetTurns');
         for (let i = 1; i <= 8; ++i) {
-          act(`m ${400 + Math.round(((right - 400) * i) / 8)} ${300 + Math.round(((bottom - 300) * i) / 8)}`);
+          act(
+            `m ${400 + Math.round(((right - 400) * i) / 8)} ${300 + Math.round(((bottom - 300) * i) / 8)}`,
+          );
         }
         await app.ask('turns', 'pointer steps of a drag');
       };
       const ways = {
-        drag: async () => { await drag(); act('r'); },
+        drag: async () => {
+          await drag();
+          act('r');
+        },
         click: () => act('p', 'r'),
         escape: () => escape(),
-        'escape in a drag': async () => { await drag(); escape(); act('r'); },
+        'escape in a drag': async () => {
+          await drag();
+          escape();
+          act('r');
+        },
         // A window manager may keep the focus where somebody types, and a focus that is lost within the
         // grace after the first picture does not count: back and forth.
-        focus: () => until(async () => {
-          client.activate(window);
-          if ((await app.ask('selected')).length) return true;
-          try {
-            if (client.focusedWindow() === window) client.activate(id);
-          } catch (error) {
-            // It went meanwhile.
-          }
-          return false;
-        }, { timeout: 60000, what: 'the end by focus' }),
+        focus: () =>
+          until(
+            async () => {
+              client.activate(window);
+              if ((await app.ask('selected')).length) return true;
+              try {
+                if (client.focusedWindow() === window) client.activate(id);
+              } catch (error) {
+                // It went meanwhile.
+              }
+              return false;
+            },
+            { timeout: 60000, what: 'the end by focus' },
+          ),
         teardown: () => person.restart(),
         closed: () => client.closeWindow(id),
         destroyed: () => client.destroy(id),
@@ -159,17 +194,25 @@ async function makePerson({ env }, app, { width, height }) {
       const code = ending in codes ? codes[ending] : 102003;
       await app.ask('forgetTurns');
       await ways[ending]();
-      const results = await until(async () => {
-        const all = await app.ask('selected');
-        return all.length > 0 && all;
-      }, { timeout: 60000, what: 'the end of the selection' });
+      const results = await until(
+        async () => {
+          const all = await app.ask('selected');
+          return all.length > 0 && all;
+        },
+        { timeout: 60000, what: 'the end of the selection' },
+      );
       await app.ask('turns', `end of a selection by ${ending}`);
       await until(() => !overlay.findOverlay(client, app.pid), { what: 'the overlay to be gone' });
       ++did.selections;
       await activate(window);
       const size = ending === 'drag' ? [right - 400, bottom - 300] : [0, 0];
       const [{ errorCode, width: w, height: h, bytes }] = results;
-      const good = results.length === 1 && errorCode === code && w === size[0] && h === size[1] && (bytes > 0) === (w > 0);
+      const good =
+        results.length === 1 &&
+        errorCode === code &&
+        w === size[0] &&
+        h === size[1] &&
+        bytes > 0 === w > 0;
       return good ? null : `selection ${ending}: ${JSON.stringify(results)}`;
     },
 
@@ -184,10 +227,13 @@ async function makePerson({ env }, app, { width, height }) {
     async untilBareHeard() {
       await app.ask('listen', BARE);
       const before = (await app.ask('heard')).bare;
-      await until(async () => {
-        person.lock(1, true);
-        return (await app.ask('heard')).bare > before;
-      }, { what: 'the bare subscription' });
+      await until(
+        async () => {
+          person.lock(1, true);
+          return (await app.ask('heard')).bare > before;
+        },
+        { what: 'the bare subscription' },
+      );
     },
     leave() {
       client.close();

@@ -23,15 +23,29 @@ function memcheck() {
   const suppressions = path.join(__dirname, '..', 'valgrind.supp');
   return {
     command: 'valgrind',
-    args: ['--tool=memcheck', '--quiet', '--num-callers=50', '--leak-check=full', '--show-leak-kinds=definite',
-      '--keep-debuginfo=yes', `--suppressions=${suppressions}`, '--xml=yes', `--xml-file=${file}`, process.execPath],
+    args: [
+      '--tool=memcheck',
+      '--quiet',
+      '--num-callers=50',
+      '--leak-check=full',
+      '--show-leak-kinds=definite',
+      '--keep-debuginfo=yes',
+      `--suppressions=${suppressions}`,
+      '--xml=yes',
+      `--xml-file=${file}`,
+      process.execPath,
+    ],
     /** One text for each error whose stack passes through the module. */
     findings() {
       const text = fs.readFileSync(file, 'utf8');
       if (!text.includes('</valgrindoutput>')) return ['memcheck: the report has no end'];
       const errors = text.match(/<error>[^]*?<\/error>/g) || [];
-      const described = errors.map((error) => ({ ours: error.includes(`/${MODULE}</obj>`), text: describe(error) }));
-      for (const one of described.filter(({ ours }) => !ours)) console.log(`elsewhere: ${one.text.split('\n  ').slice(0, 7).join('\n  ')}`);
+      const described = errors.map((error) => ({
+        ours: error.includes(`/${MODULE}</obj>`),
+        text: describe(error),
+      }));
+      for (const one of described.filter(({ ours }) => !ours))
+        console.log(`elsewhere: ${one.text.split('\n  ').slice(0, 7).join('\n  ')}`);
       console.log(`\nmemcheck: ${errors.length} reports\n`);
       return described.filter(({ ours }) => ours).map((one) => `memcheck: ${one.text}`);
     },
