@@ -212,32 +212,32 @@ need_node() {
     "$folder" /usr/share/nodejs)")
 }
 
-# modules_current [optional]: optional ones are for scripts/lint only.
+# What npm leaves out; scripts/lint clears it.
+modules_omit=optional
+
 modules_current() {
   node -e '
-    const wanted = process.argv[1];
+    const omit = process.argv[1];
     const read = (file) => {
       try { return JSON.parse(fs.readFileSync(file)).packages; } catch (e) { return {}; }
     };
     const have = read("node_modules/.package-lock.json");
     const want = Object.entries(read("package-lock.json"))
-      .filter(([name, { optional, cpu, libc }]) => name && (wanted ? !cpu : !optional));
+      .filter(([name, { optional, cpu, libc }]) => name && !(omit ? optional : cpu));
     const same = ([name, { version, integrity }]) => fs.existsSync(name) && have[name] &&
       have[name].version === version && have[name].integrity === integrity;
-    process.exit(want.every(same) ? 0 : 1);' "${1:-}"
+    process.exit(want.every(same) ? 0 : 1);' "$modules_omit"
 }
 
 install_modules() {
-  local options=(--ignore-scripts --no-audit --no-fund)
-  if modules_current "$@"; then return 0; fi
-  [ $# -gt 0 ] || options+=(--omit=optional)
-  logged npm npm ci "${options[@]}" || die "npm ci failed"
+  if modules_current; then return 0; fi
+  logged npm npm ci --ignore-scripts --no-audit --no-fund ${modules_omit:+"--omit=$modules_omit"} ||
+    die "npm ci failed"
 }
 
-# need_modules [optional]
 need_modules() {
   need_packages "${PACKAGES_NPM[@]}"
-  modules_current "$@" || locked install_modules "$@"
+  modules_current || locked install_modules
 }
 
 # All that the demo needs of npm; Debian has it in a package, too.

@@ -1,7 +1,5 @@
 'use strict';
 
-// project, and says which test file notices it. WORDs choose lines that hold all of them.
-
 const { execFileSync, spawn } = require('child_process');
 const fs = require('fs');
 const os = require('os');
