@@ -51,9 +51,9 @@ class Stranger {
     title_ = kiv::kUndefined;
     for (int i = 0; i < kMaxProperties && bytes->remaining_bytes() > 0; ++i) Set(bytes);
     XSync(display_, False);
-    if (active_ == root_ || active_ == outer_) return std::nullopt;
-    if (active_ != inner_) return kiv::kUndefined;
-    return title_;
+    if (active_ == None) return kiv::kUndefined;
+    // Any other id may be a window of another client's, the host's among them.
+    return active_ == inner_ ? title_ : std::nullopt;
   }
 
  private:

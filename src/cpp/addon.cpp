@@ -21,7 +21,9 @@ NODE_MODULE(kiv_native, Setup)
 
 namespace {
 
-DesktopSessionAgent desktop_session_agent;
+// Never destroyed: exit() in a child that somebody forked would close the polls that it shares with
+// this process, and Xlib would wait for a server that hangs.
+DesktopSessionAgent& desktop_session_agent = *new DesktopSessionAgent;
 
 void ReleaseRuntime() {
   desktop_session_agent.OnRuntimeEnd();

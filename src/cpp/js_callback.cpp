@@ -11,8 +11,6 @@ namespace {
 
 constexpr char kAsyncResourceName[] = "nan:Callback:Call";
 
-EntryScope* current_entry = nullptr;
-
 // While the engine ends a script, no more of it may run.
 bool IsTerminating() { return v8::Isolate::GetCurrent()->IsExecutionTerminating(); }
 
@@ -64,10 +62,12 @@ void JsScope::Propagate(Nan::TryCatch* raised) {
   if (entry && raised->HasCaught() && raised->CanContinue()) entry->Hold(raised->Exception());
 }
 
-EntryScope::EntryScope() : outer_(current_entry) { current_entry = this; }
+EntryScope* EntryScope::current_ = nullptr;
+
+EntryScope::EntryScope() : outer_(current_) { current_ = this; }
 
 EntryScope::~EntryScope() {
-  current_entry = outer_;
+  current_ = outer_;
   // Thrown like an exception, a termination could be caught by the script that it is to end.
   if (IsTerminating()) return;
   if (!held_.IsEmpty()) Nan::ThrowError(Nan::New(held_));
@@ -78,10 +78,8 @@ void EntryScope::Hold(v8::Local<v8::Value> exception) {
   if (held_.IsEmpty()) held_.Reset(exception);
 }
 
-EntryScope* EntryScope::Current() { return current_entry; }
+EventScope::EventScope() : beneath_(std::exchange(EntryScope::current_, nullptr)) {}
 
-EventScope::EventScope() : beneath_(std::exchange(current_entry, nullptr)) {}
-
-EventScope::~EventScope() { current_entry = beneath_; }
+EventScope::~EventScope() { EntryScope::current_ = beneath_; }
 
 }  // namespace kiv

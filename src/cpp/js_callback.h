@@ -52,9 +52,12 @@ class EntryScope {
   void Hold(v8::Local<v8::Value> exception);
 
   // The innermost exported function under way; null when there is none, and in an event's handler.
-  static EntryScope* Current();
+  static EntryScope* Current() { return current_; }
 
  private:
+  friend class EventScope;
+
+  static EntryScope* current_;
   Nan::HandleScope handles_;
   Nan::TryCatch pending_;
   Nan::Global<v8::Value> held_;

@@ -13,7 +13,7 @@ namespace kiv {
 constexpr char kUndefined[] = "Undefined";
 
 // One snapshot: the encoded picture, its thumbnail and what was active when it was taken. A value:
-// whoever makes one fills one of his own and publishes it to the agent's record in one step, since
+// whoever makes one fills a local one and publishes it to the agent's record in one step, since
 // everybody else may read the record whenever JavaScript runs.
 struct ScreenSnap {
   // A block of exactly `size` bytes from one array-new; null when empty.

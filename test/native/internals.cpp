@@ -26,7 +26,7 @@ namespace {
 using kiv::CallInfo;
 
 // An agent of this add-on's own, for the record and the guard; set up by activeTask() alone.
-kiv::DesktopSessionAgent agent;
+kiv::DesktopSessionAgent& agent = *new kiv::DesktopSessionAgent;
 
 }  // namespace
 

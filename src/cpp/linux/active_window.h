@@ -28,7 +28,8 @@ struct ActiveTask {
   std::vector<std::string> warnings;  // lines for the log
 };
 
-// Asks the default root window of `display`. Waits for replies; the window may die meanwhile.
+// Asks the default root window of `display`, which must not be null. Waits for replies; the window
+// may die meanwhile.
 ActiveTask ReadActiveTask(_XDisplay* display, const ActiveWindowAtoms& atoms);
 
 }  // namespace kiv

@@ -148,21 +148,19 @@ void GnomeDbusScreenshot::SnapSelection(DesktopSessionData* data, void* callback
   const auto bus = ConnectSessionBus(&error);
   if (!bus) return CompleteWithoutPicture(kSnapSelectionFailed, data, callback);
   auto request = std::make_unique<AreaRequest>(AreaRequest{shared_from_this(), data, callback});
-  g_dbus_connection_call(bus.get(), kGnomeDbusBusName, kGnomeDbusObjectPath, kGnomeDbusInterface,
-                         kGnomeDbusFunctionSelectArea, nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE,
-                         G_MAXINT, nullptr, select_area_done, request.release());
+  StartSessionBusCall(bus.get(), kGnome, kGnomeDbusFunctionSelectArea, select_area_done,
+                      request.release());
 }
 
 void GnomeDbusScreenshot::select_area_done(GObject* source, GAsyncResult* result, void* user_data) {
   const EventScope event_scope;
   const std::unique_ptr<AreaRequest> request(static_cast<AreaRequest*>(user_data));
   GErrorPtr error;
-  GVariantPtr reply(
-      g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, CollectError(&error)));
+  GVariantPtr reply = FinishSessionBusCall(source, result, "(iiii)", &error);
   if (!reply && g_error_matches(error.get(), G_IO_ERROR, G_IO_ERROR_CANCELLED)) {
     return CompleteWithoutPicture(kSnapSelectionCancelled, request->data, request->callback);
   }
-  if (!reply || !CheckReplyType(reply.get(), "(iiii)", &error)) {
+  if (!reply) {
     LogFailure(error->message);
     return CompleteWithoutPicture(kSnapSelectionFailed, request->data, request->callback);
   }
@@ -191,6 +189,12 @@ void GnomeDbusScreenshot::ScreenshotArea(int x, int y, int width, int height,
   OnScreenSnapCompleted(kSnapCompleted, &data->snap, callback, true);
 }
 
+std::string ReadPath(GVariant* reply) {
+  const char* path = nullptr;
+  g_variant_get(reply, "(&s)", &path);
+  return path;
+}
+
 GdkPixbuf* PlasmaDbusScreenshot::SnapWholeDesktop() {
   return Capture(kKdeDbusFunctionScreenshot, nullptr);
 }
@@ -204,10 +208,8 @@ void PlasmaDbusScreenshot::SnapSelection(DesktopSessionData* /*data*/, void* /*c
 GdkPixbuf* PlasmaDbusScreenshot::Capture(const char* method, GVariant* parameters) {
   const GVariantPtr reply = CallOrLog(kKde, method, parameters, "(s)");
   if (!reply) return nullptr;
-  const char* path = nullptr;
-  g_variant_get(reply.get(), "(&s)", &path);
-  tmp_files_.emplace_back(path);
-  return LoadImage(path);
+  tmp_files_.push_back(ReadPath(reply.get()));
+  return LoadImage(tmp_files_.back());
 }
 
 }  // namespace kiv

@@ -66,6 +66,9 @@ class GnomeDbusScreenshot : public DbusScreenshot,
                       void* callback);
 };
 
+// The path in a reply of type "(s)".
+std::string ReadPath(GVariant* reply);
+
 // KWin: chooses the file itself and tells its name. "Active display" is the screen that has the
 // number of GDK's default screen. There is no selection.
 class PlasmaDbusScreenshot : public DbusScreenshot {

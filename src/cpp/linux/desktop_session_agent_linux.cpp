@@ -21,23 +21,26 @@ namespace kiv {
 
 namespace {
 
-// Writes the active window's title and its process's command line into `snap`. The log's lines come
-// last: they enter JavaScript.
-void FetchActiveTaskInfo(DesktopSessionData* data, ScreenSnap* snap) {
+// The active window's title and its process's command line. Its log lines enter JavaScript.
+ActiveTask FetchActiveTaskInfo(DesktopSessionData* data) {
   ActiveTask task;
   if (data->display()) task = ReadActiveTask(data->display(), *data);
   data->x_connection.AfterRoundTrip();
+  for (const std::string& line : task.warnings) LogMessage(LogMessage::warn).stream() << line;
+  return task;
+}
+
+void SetTexts(ScreenSnap* snap, ActiveTask task) {
   snap->activeWindowTitle = std::move(task.title);
   snap->activeProcessName = std::move(task.process);
-  for (const std::string& line : task.warnings) LogMessage(LogMessage::warn).stream() << line;
 }
 
 void HandleNextEvent(void* self) {
   auto* data = static_cast<DesktopSessionData*>(self);
-  const RawPress press = TakeRawPress(data->display(), data->xi_opcode);
-  if (!IsNewPress(press, data)) return;
-  if (IsEscape(press)) data->selection->EscPressed();
-  CountPress(press, uv_hrtime(), data);
+  const auto press = TakeRawPress(data->display(), data->xi_opcode);
+  if (!press || !IsNewPress(*press, data)) return;
+  if (IsEscape(*press)) data->selection->EscPressed();
+  CountPress(*press, uv_hrtime(), data);
 }
 
 // What does not need the X server goes on: the timer, lock events, the bus.
@@ -59,7 +62,6 @@ DesktopSessionData::DesktopSessionData() : selection(new UserSelectionImpLinux(t
   define_session_type();
 }
 
-// The runtime's end has released everything, or the process exits without it and the kernel does.
 DesktopSessionData::~DesktopSessionData() = default;
 
 void DesktopSessionData::define_session_type() {
@@ -86,13 +88,19 @@ void DesktopSessionData::Unsubscribe() {
   g_object_unref(std::exchange(bus, nullptr));
 }
 
+void DesktopSessionData::Release() {
+  interval_timer.Close();
+  Unsubscribe();
+  x_connection.Close();
+}
+
 void DesktopSessionData::Shutdown() {
+  interval_timer.Close();
   if (const auto connection = RetainGObject(bus)) {
     Unsubscribe();
     CloseSessionBus(connection.get());
   }
   x_connection.Close();
-  interval_timer.Close();
 }
 
 void DesktopSessionData::OnDBusSignalReceived(GDBusConnection* /*connection*/,
@@ -118,9 +126,7 @@ DesktopSessionAgent::~DesktopSessionAgent() { uv_mutex_destroy(&mutex_); }
 int DesktopSessionAgent::Setup() {
   // Kept until it is asked for again.
   const auto bus = RetainGObject(data_.bus);
-  data_.interval_timer.Close();
-  data_.Unsubscribe();
-  data_.x_connection.Close();
+  data_.Release();
   return Connect();
 }
 
@@ -142,7 +148,6 @@ int DesktopSessionAgent::Connect() {
 }
 
 void DesktopSessionAgent::Teardown() {
-  data_.interval_timer.Close();
   data_.Shutdown();
   // Without the agent's connection Escape would no longer reach the overlay. Last, because the
   // completion may call anything.
@@ -150,9 +155,7 @@ void DesktopSessionAgent::Teardown() {
 }
 
 void DesktopSessionAgent::OnRuntimeEnd() {
-  data_.interval_timer.Close();
-  data_.Unsubscribe();
-  data_.x_connection.Close();
+  data_.Release();
   data_.interval_callback.reset();
   data_.selection->Drop();
 }
@@ -187,7 +190,7 @@ ScreenSnap* DesktopSessionAgent::SnapActiveDisplay(bool jpeg, bool limit_size) {
 ScreenSnap* DesktopSessionAgent::Snap(CaptureArea area, bool jpeg, bool limit_size) {
   data_.define_session_type();
   ScreenSnap snap;
-  FetchActiveTaskInfo(&data_, &snap);
+  SetTexts(&snap, FetchActiveTaskInfo(&data_));
   PublishPicture(&snap, CaptureScreen(area, data_.is_x11, jpeg, limit_size));
   PublishSnap(&data_.snap, std::move(snap));
   return &data_.snap;
@@ -196,7 +199,7 @@ ScreenSnap* DesktopSessionAgent::Snap(CaptureArea area, bool jpeg, bool limit_si
 ScreenSnap* DesktopSessionAgent::SnapSelection(void* context) {
   data_.define_session_type();
   // Before the overlay becomes the active window.
-  FetchActiveTaskInfo(&data_, &data_.snap);
+  SetTexts(&data_.snap, FetchActiveTaskInfo(&data_));
   data_.SnapSelection(context);
   return &data_.snap;
 }

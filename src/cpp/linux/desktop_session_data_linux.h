@@ -53,9 +53,11 @@ struct DesktopSessionData : InputCounters, ActiveWindowAtoms {
   void define_session_type();
   // Starts the overlay; `context` is the request's, which the overlay's completion takes back.
   void SnapSelection(void* context);
-  // Removes the lock subscriptions, closes the session bus connection for everybody who shares it,
-  // and closes the X connection and the timer.
+  // Closes, in this order, the timer, the session bus connection for everybody who shares it, and
+  // the X connection.
   void Shutdown();
+  // The same, but only lets go of the session bus connection, which the host may share.
+  void Release();
   // Subscribes to the lock signals; without a session bus nothing happens.
   void Subscribe();
   // Removes the subscriptions; the connection, which the host may share, stays open.

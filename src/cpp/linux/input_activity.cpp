@@ -68,12 +68,12 @@ int SelectRawInput(Display* display) {
   return ScreenCount(display);
 }
 
-RawPress TakeRawPress(Display* display, int opcode) {
+std::optional<RawPress> TakeRawPress(Display* display, int opcode) {
   XEvent event;
   XNextEvent(display, &event);
   XGenericEventCookie* cookie = &event.xcookie;
-  if (cookie->type != GenericEvent || cookie->extension != opcode) return {};
-  if (!XGetEventData(display, cookie)) return {};
+  if (cookie->type != GenericEvent || cookie->extension != opcode) return std::nullopt;
+  if (!XGetEventData(display, cookie)) return std::nullopt;
   RawPress press;
   if (cookie->evtype == XI_RawKeyPress || cookie->evtype == XI_RawButtonPress) {
     press.type = cookie->evtype;

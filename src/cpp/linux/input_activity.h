@@ -8,7 +8,7 @@ struct _XDisplay;
 
 namespace kiv {
 
-// What tells one raw press from the next; all zero for anything but a press.
+// What tells one raw press from the next; all zero for another raw event.
 struct RawPress {
   int type = 0;    // XI_RawKeyPress or XI_RawButtonPress
   int detail = 0;  // keycode or button
@@ -31,8 +31,9 @@ std::optional<int> FindXInput(_XDisplay* display);
 // Selects raw key and button events on the root window of every screen; how many there are.
 int SelectRawInput(_XDisplay* display);
 
-// Takes the next event off the queue, which must not be empty. `opcode` is the X Input extension's.
-RawPress TakeRawPress(_XDisplay* display, int opcode);
+// Takes the next event off the queue, which must not be empty; empty for what is no raw event.
+// `opcode` is the X Input extension's.
+std::optional<RawPress> TakeRawPress(_XDisplay* display, int opcode);
 
 // Whether `press` is one to count. A server sends a raw event once for every root window on which
 // it is selected, one copy right after the other; only the first counts. Two presses of one key

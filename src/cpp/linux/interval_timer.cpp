@@ -19,7 +19,8 @@ bool IntervalTimer::Watch(void (*on_tick)(void* self), void* self) {
   on_tick_ = on_tick;
   self_ = self;
   timer_poll_ = MakeUvHandle(uv_poll_init, uv_default_loop(), this, timer_fd_.get());
-  if (timer_poll_ && uv_poll_start(timer_poll_.get(), UV_READABLE, OnReadable) == 0) return true;
+  if (timer_poll_ && uv_poll_start(timer_poll_.get(), UV_READABLE, PollTimerCallback) == 0)
+    return true;
   timer_poll_.reset();
   return false;
 }
@@ -35,7 +36,7 @@ void IntervalTimer::Close() {
   timer_fd_.reset();
 }
 
-void IntervalTimer::OnReadable(uv_poll_t* handle, int status, int /*events*/) {
+void IntervalTimer::PollTimerCallback(uv_poll_t* handle, int status, int /*events*/) {
   const EventScope event_scope;
   auto* timer = static_cast<IntervalTimer*>(handle->data);
   if (status < 0) {

@@ -11,18 +11,16 @@ class IntervalTimer {
  public:
   // Makes a disarmed timer; false when the kernel gives none.
   bool Create();
-  // Starts watching it; false when libuv refuses. `on_tick` is called once for the periods that
-  // have passed, however many; it may close the timer.
+  // Starts watching a timer that was made; false when libuv refuses. `on_tick` is called once for
+  // the periods that have passed, however many; it may close the timer.
   bool Watch(void (*on_tick)(void* self), void* self);
   // Ticks every so many milliseconds from now on; 0 disarms. Without a timer nothing happens.
   void Arm(int milliseconds) const;
   // May be called again.
   void Close();
 
-  bool watched() const { return timer_poll_ != nullptr; }
-
  private:
-  static void OnReadable(uv_poll_t* handle, int status, int events);
+  static void PollTimerCallback(uv_poll_t* handle, int status, int events);
   // Whether a period has passed since the last call.
   bool TakeExpirations() const;
 

@@ -4,7 +4,7 @@
 #include <gtk/gtk.h>
 
 #include "gdk_error_trap.h"
-#include "glib_ptr.h"
+#include "glib_scoped.h"
 
 #if !GTK_CHECK_VERSION(3, 18, 0)
 #error "kiv_native needs GTK 3.18 or later"
@@ -64,8 +64,8 @@ class OverlayWindow {
 };
 
 // A menu, a combo box's list or another popup of the host's keeps pointer and keyboard from every
-// other window while it holds them. Ends that; a menu is closed, which may call anything of the
-// host's.
+// other window while it holds them. Ends such holds; a menu is closed, which may call anything of
+// the host's.
 void EndGrabs();
 
 }  // namespace kiv

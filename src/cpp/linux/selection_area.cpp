@@ -9,17 +9,9 @@ bool SelectionArea::IsValidPoint(int x, int y) const {
   return left_ <= x && x <= right_ && top_ <= y && y <= bottom_;
 }
 
-void SelectionArea::get_rect(int& x, int& y, int& w, int& h) const {
-  x = std::min(anchor_x_, current_x_);
-  y = std::min(anchor_y_, current_y_);
-  w = std::abs(anchor_x_ - current_x_);
-  h = std::abs(anchor_y_ - current_y_);
-}
-
 GdkRectangle SelectionArea::Rectangle() const {
-  GdkRectangle area = {};
-  get_rect(area.x, area.y, area.width, area.height);
-  return area;
+  return {std::min(anchor_x_, current_x_), std::min(anchor_y_, current_y_),
+          std::abs(anchor_x_ - current_x_), std::abs(anchor_y_ - current_y_)};
 }
 
 void SelectionArea::Press(int x, int y) {

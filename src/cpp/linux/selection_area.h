@@ -12,7 +12,6 @@ struct SelectionArea {
   // Both bounds included.
   bool IsValidPoint(int x, int y) const;
   // The rectangle between the pressed and the moving corner.
-  void get_rect(int& x, int& y, int& w, int& h) const;
   GdkRectangle Rectangle() const;
 
   // The pointer is pressed at, or moves to, a valid point. Without a press both corners move.

@@ -166,6 +166,21 @@ GVariantPtr CallSessionBus(const BusObject& object, const char* method, GVariant
   return reply;
 }
 
+void StartSessionBusCall(GDBusConnection* bus, const BusObject& object, const char* method,
+                         GAsyncReadyCallback done, gpointer user_data) {
+  g_dbus_connection_call(bus, object.bus_name, object.object_path, object.interface, method,
+                         nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE, G_MAXINT, nullptr, done,
+                         user_data);
+}
+
+GVariantPtr FinishSessionBusCall(GObject* source, GAsyncResult* result, const char* reply_type,
+                                 GErrorPtr* error) {
+  GVariantPtr reply(
+      g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, CollectError(error)));
+  if (reply && !CheckReplyType(reply.get(), reply_type, error)) return nullptr;
+  return reply;
+}
+
 GVariantPtr CallSessionBusOrLog(const char* request_id, const BusObject& object, const char* method,
                                 GVariant* parameters, const char* reply_type) {
   GErrorPtr error;

@@ -30,6 +30,14 @@ GVariantPtr CallSessionBus(const BusObject& object, const char* method, GVariant
 GVariantPtr CallSessionBusOrLog(const char* request_id, const BusObject& object, const char* method,
                                 GVariant* parameters, const char* reply_type);
 
+// Starts a call that may take for ever and returns at once; `done` ends it with
+// FinishSessionBusCall.
+void StartSessionBusCall(GDBusConnection* bus, const BusObject& object, const char* method,
+                         GAsyncReadyCallback done, gpointer user_data);
+// The reply, as CallSessionBus returns it; `source` and `result` are those of `done`.
+GVariantPtr FinishSessionBusCall(GObject* source, GAsyncResult* result, const char* reply_type,
+                                 GErrorPtr* error);
+
 // False, with an error, for a reply of another type.
 bool CheckReplyType(GVariant* reply, const char* reply_type, GErrorPtr* error);
 

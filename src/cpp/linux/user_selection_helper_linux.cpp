@@ -1,6 +1,5 @@
 #include "user_selection_helper_linux.h"
 
-#include <new>
 #include <utility>
 
 #include "../event_scope.h"
@@ -115,10 +114,7 @@ ScreenSnap CutOut(GdkPixbuf* picture, const GdkRectangle& area) {
 UserSelectionImpLinux::UserSelectionImpLinux(DesktopSessionData* session_data)
     : session_data_(session_data) {}
 
-// An open overlay goes with the process, in which GTK may be gone already.
-UserSelectionImpLinux::~UserSelectionImpLinux() {
-  if (selection_) new (std::nothrow) std::shared_ptr<Selection>(std::move(selection_));
-}
+UserSelectionImpLinux::~UserSelectionImpLinux() = default;
 
 void UserSelectionImpLinux::start_selection(void* context) {
   const auto mine = std::make_shared<Selection>(context);
@@ -130,7 +126,10 @@ void UserSelectionImpLinux::start_selection(void* context) {
   if (selection_ != mine) return;
   if (!base) return FailStart(kLoggingRequestId_ScreenSnapCreateBasePixmapError);
   auto blended = MakeDimmed(base.get());
-  if (!blended) return FailStart(kLoggingRequestId_ScreenSnapCreateBlandedPixmapError);
+  if (!blended) {
+    base.reset();
+    return FailStart(kLoggingRequestId_ScreenSnapCreateBlandedPixmapError);
+  }
   EndGrabs();
   // A menu's end may call anything of the host's.
   if (selection_ != mine) return;
@@ -188,19 +187,30 @@ void UserSelectionImpLinux::ConnectSignals(OverlayWindow* window) {
   connect(window->screen(), "size-changed", G_CALLBACK(monitors_changed));
 }
 
-void UserSelectionImpLinux::selection_finish(int code) { Finish(code, ScreenSnap()); }
-
-void UserSelectionImpLinux::Finish(int code, ScreenSnap picture) {
+void UserSelectionImpLinux::selection_finish(int code) {
   // Whatever JavaScript does below finds no open selection; this one ends with the function.
   const auto mine = std::exchange(selection_, nullptr);
   if (!mine) return;
-  // A loop may run below.
+  // A loop that JavaScript runs must not draw on a window that is gone.
   mine->prepare_base_.Cancel();
   if (mine->window_) mine->window_->Disconnect();
   LogMessage(LogMessage::info).stream() << kLoggingRequestId_ScreenSnapSelectionError << code;
   if (mine->window_) mine->window_->Hide();
-  PublishPicture(&session_data_->snap, std::move(picture));
+  PublishPicture(&session_data_->snap, std::move(mine->cut_out_));
   OnScreenSnapCompleted(code, &session_data_->snap, mine->context_, true);
+}
+
+void UserSelectionImpLinux::get_rect(int& x, int& y, int& w, int& h) const {
+  const bool open = selection_ && selection_->area_;
+  const GdkRectangle area = open ? selection_->area_->Rectangle() : GdkRectangle{};
+  x = area.x;
+  y = area.y;
+  w = area.width;
+  h = area.height;
+}
+
+bool UserSelectionImpLinux::IsValidPoint(int x, int y) const {
+  return selection_ && selection_->area_ && selection_->area_->IsValidPoint(x, y);
 }
 
 void UserSelectionImpLinux::EscPressed() { selection_finish(kSnapSelectionCancelled); }
@@ -215,7 +225,7 @@ gboolean UserSelectionImpLinux::on_button_press_event(GdkEventButton* event) {
   if (!selection_ || event->type != GDK_BUTTON_PRESS) return TRUE;
   const int x = selection_->window_->ToPixels(event->x);
   const int y = selection_->window_->ToPixels(event->y);
-  if (selection_->area_->IsValidPoint(x, y)) selection_->area_->Press(x, y);
+  if (IsValidPoint(x, y)) selection_->area_->Press(x, y);
   return TRUE;
 }
 
@@ -223,8 +233,10 @@ gboolean UserSelectionImpLinux::on_button_release_event(GdkEventButton* /*event*
   const auto mine = selection_;
   if (!mine) return TRUE;
   mine->area_->button_pressed_ = false;
-  ScreenSnap picture = CutOut(mine->canvas_->picture(), mine->area_->Rectangle());
-  if (selection_ == mine) Finish(kSnapCompleted, std::move(picture));
+  GdkRectangle area = {};
+  get_rect(area.x, area.y, area.width, area.height);
+  mine->cut_out_ = CutOut(mine->canvas_->picture(), area);
+  if (selection_ == mine) selection_finish(kSnapCompleted);
   return TRUE;
 }
 
@@ -281,7 +293,7 @@ gboolean UserSelectionImpLinux::on_motion_notify_event(GdkEventMotion* event) {
   SelectionCanvas& canvas = *selection_->canvas_;
   const int x = selection_->window_->ToPixels(event->x);
   const int y = selection_->window_->ToPixels(event->y);
-  if (!area.IsValidPoint(x, y)) return TRUE;
+  if (!IsValidPoint(x, y)) return TRUE;
   canvas.BeginStep(std::exchange(cross_drawn_, true));
   const GdkRectangle before = area.Rectangle();
   area.MoveTo(x, y);

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "../screen_snap.h"
+#include "glib_scoped.h"
 #include "overlay_window.h"
 #include "selection_area.h"
 #include "selection_drawing.h"
@@ -34,8 +35,11 @@ class UserSelectionImpLinux {
   void Fail();
   // Closes everything without a word to JavaScript, at the runtime's end.
   void Drop();
-  // Ends the open selection without a picture. Enters JavaScript.
+  // Ends the open selection with what was cut out of the picture, if anything. Enters JavaScript.
   void selection_finish(int code);
+  // Of the open selection; without one everything is 0 and no point is valid.
+  void get_rect(int& x, int& y, int& w, int& h) const;
+  bool IsValidPoint(int x, int y) const;
 
   gboolean on_button_press_event(GdkEventButton* event);
   gboolean on_button_release_event(GdkEventButton* event);
@@ -59,6 +63,7 @@ class UserSelectionImpLinux {
     std::optional<SelectionCanvas> canvas_;
     std::optional<SelectionArea> area_;
     IdleSource prepare_base_;
+    ScreenSnap cut_out_;       // empty until the release
     bool shown_ = false;       // the first picture has been drawn
     timeval start_time_ = {};  // when the window was presented, or later the first picture drawn
   };
@@ -68,12 +73,10 @@ class UserSelectionImpLinux {
   void FailStart(const char* request_id);
   void OpenWindow(GObjectPtr<GdkPixbuf> base, GObjectPtr<GdkPixbuf> blended);
   void ConnectSignals(OverlayWindow* window);
-  // Ends the open selection with what was cut out.
-  void Finish(int code, ScreenSnap picture);
 
   DesktopSessionData* session_data_;
   bool cross_drawn_ = false;  // never cleared
-  // Null when no selection is open. Whoever has entered JavaScript compares it with the one he
+  // Null when no selection is open. Code that has entered JavaScript compares it with the one it
   // serves.
   std::shared_ptr<Selection> selection_;
 };

@@ -85,7 +85,7 @@ bool XConnection::StartReading(const Client& client) {
   wake_ = MakeUvHandle(uv_async_init, uv_default_loop(), this, uv_async_cb{OnWake});
   UvUnref(wake_);
   poll_ = MakeUvHandle(uv_poll_init, uv_default_loop(), this, ConnectionNumber(display_));
-  if (!wake_ || !poll_ || uv_poll_start(poll_.get(), UV_READABLE, OnReadable) != 0) {
+  if (!wake_ || !poll_ || uv_poll_start(poll_.get(), UV_READABLE, PollCallback) != 0) {
     StopReading();
     return false;
   }
@@ -113,7 +113,7 @@ void XConnection::AfterRoundTrip() {
   if (lost_ || QLength(display_) > 0) uv_async_send(wake_.get());
 }
 
-void XConnection::OnReadable(uv_poll_t* handle, int status, int /*events*/) {
+void XConnection::PollCallback(uv_poll_t* handle, int status, int /*events*/) {
   const EventScope event_scope;
   auto* self = static_cast<XConnection*>(handle->data);
   if (status >= 0) return self->Drain();

@@ -12,8 +12,7 @@ namespace kiv {
 class XConnection {
  public:
   XConnection() = default;
-  // Not closed: Xlib would wait for a server that hangs while the process exits.
-  ~XConnection() = default;
+  ~XConnection() { Close(); }
   XConnection(const XConnection&) = delete;
   XConnection& operator=(const XConnection&) = delete;
 
@@ -27,7 +26,7 @@ class XConnection {
 
   // Connects to the default display. The connection, or null.
   _XDisplay* Open();
-  // Starts reading; false when libuv refuses.
+  // Starts reading an open connection; false when libuv refuses.
   bool StartReading(const Client& client);
   // Closes it, lost or not. May be called again.
   void Close();
@@ -38,10 +37,9 @@ class XConnection {
 
   // The connection while it is open and the server is there; else null.
   _XDisplay* display() const { return lost_ ? nullptr : display_; }
-  bool reading() const { return poll_ != nullptr; }
 
  private:
-  static void OnReadable(uv_poll_t* handle, int status, int events);
+  static void PollCallback(uv_poll_t* handle, int status, int events);
   static void OnWake(uv_async_t* handle);
   void Drain();
   void StopReading();

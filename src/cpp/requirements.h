@@ -1,0 +1,9 @@
+#ifndef SRC_CPP_REQUIREMENTS_H_
+#define SRC_CPP_REQUIREMENTS_H_
+
+// The compiler reads this before every source (binding.gyp).
+#if __cplusplus <= 201703L
+#error "kiv_native needs a compiler in C++20 mode"
+#endif
+
+#endif  // SRC_CPP_REQUIREMENTS_H_
