@@ -9,6 +9,15 @@
 
 namespace kiv {
 
+namespace {
+
+// A logger that logs again is called again within itself. The engine ends a function that does so
+// for ever, but not an exported function of ours that is the logger: that would overflow the stack.
+constexpr int kMostNested = 64;
+int nested = 0;
+
+}  // namespace
+
 const std::string LogMessage::trace("trace");
 const std::string LogMessage::debug("debug");
 const std::string LogMessage::info("info");
@@ -26,11 +35,13 @@ LogMessage::LogMessage(const std::string& level) : level_(level), stream_(std::i
 
 LogMessage::~LogMessage() {
   const std::string text = stream_.str();
-  if (logger_) {
+  if (logger_ && nested < kMostNested) {
     JsScope scope;
     if (scope.usable()) {
       v8::Local<v8::Value> argv[] = {ToJsString(level_), ToJsString(text)};
+      ++nested;
       scope.Call(*logger_, 2, argv);
+      --nested;
       return;
     }
   }
