@@ -210,9 +210,7 @@
         # The module once more, with libFuzzer, which sees the way that an input takes through it.
         'target_name': 'kiv_fuzz',
         'dependencies': ['upgrade_templates'],
-        'sources': ['fuzz/native/fuzz.cpp', 'fuzz/native/bus.cpp', 'fuzz/native/files.cpp',
-                    'fuzz/native/host_functions.cpp', 'fuzz/native/properties.cpp',
-                    '<@(module_sources)'],
+        'sources': ['fuzz/native/fuzz.cpp', '<@(module_sources)'],
         'defines': ['<@(oldest_releases)'],
         'cflags': [
           '<!@(pkg-config --cflags-only-I <(module_libs) | sed s/-I/-isystem/g)',

@@ -218,7 +218,9 @@ modules_current() {
       try { return JSON.parse(fs.readFileSync(file)).packages; } catch (e) { return {}; }
     };
     const have = read("node_modules/.package-lock.json");
-    const want = Object.entries(read("package-lock.json")).filter(([name]) => name);
+    // Optional ones are those of other machines, too.
+    const want = Object.entries(read("package-lock.json"))
+      .filter(([name, { optional }]) => name && !optional);
     const same = ([name, { version, integrity }]) => fs.existsSync(name) && have[name] &&
       have[name].version === version && have[name].integrity === integrity;
     process.exit(want.every(same) ? 0 : 1);'
