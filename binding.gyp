@@ -132,7 +132,7 @@
           'target_name': 'tests',
           'type': 'none',
           'dependencies': [
-            'demo', 'kiv_host_utils', 'kiv_internals', 'kiv_faults', 'kiv_allocations',
+            'demo', 'kiv_host_utils', 'kiv_internals', 'kiv_faults',
             'bench_soak', 'example_button_window',
           ],
         },
@@ -141,8 +141,7 @@
           # otherwise.
           'target_name': 'kiv_internals',
           'dependencies': ['upgrade_templates'],
-          'sources': ['test/native/internals.cpp', 'test/native/internals_x11.cpp',
-                      '<@(module_sources)'],
+          'sources': ['test/native/internals.cpp', '<@(module_sources)'],
           'defines': ['<@(oldest_releases)'],
           'cflags': ['<!@(pkg-config --cflags-only-I <(module_libs) | sed s/-I/-isystem/g)'],
           'libraries': ['<!@(pkg-config --libs <(module_libs))', '-ldl'],
@@ -190,12 +189,6 @@
           'sources': ['test/native/faults.cpp'],
           'cflags': ['<!@(pkg-config --cflags-only-I gtk+-3.0 | sed s/-I/-isystem/g)'],
           'libraries': ['<!@(pkg-config --libs gtk+-3.0)', '-ldl'],
-        },
-        {
-          # For LD_PRELOAD; no add-on.
-          'target_name': 'kiv_allocations',
-          'sources': ['test/native/allocations.cpp'],
-          'libraries': ['-ldl'],
         },
         {
           'target_name': 'x_client',

@@ -15,20 +15,6 @@ void FailNewPixbuf(const Nan::FunctionCallbackInfo<v8::Value>& info) {
   calls_until_failure = Nan::To<int>(info[0]).FromJust();
 }
 
-// Allocations through what stands in front of malloc when kiv_allocations is preloaded.
-void FailAllocation(const Nan::FunctionCallbackInfo<v8::Value>& info) {
-  using Function = void (*)(long, int);
-  const auto fail = reinterpret_cast<Function>(dlsym(RTLD_DEFAULT, "kiv_fail_allocation"));
-  if (!fail) return Nan::ThrowError("kiv_allocations is not preloaded");
-  fail(Nan::To<int>(info[0]).FromJust(), Nan::To<int>(info[1]).FromJust());
-}
-
-void AllocationFailed(const Nan::FunctionCallbackInfo<v8::Value>& info) {
-  using Function = bool (*)();
-  info.GetReturnValue().Set(
-      reinterpret_cast<Function>(dlsym(RTLD_DEFAULT, "kiv_allocation_failed"))());
-}
-
 void DestroyWindows(const Nan::FunctionCallbackInfo<v8::Value>& /*info*/) {
   GList* windows = gtk_window_list_toplevels();
   g_list_foreach(
@@ -66,9 +52,6 @@ void OpenPopup(const Nan::FunctionCallbackInfo<v8::Value>& /*info*/) {
 void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
   // failNewPixbuf(n): the n-th coming call of gdk_pixbuf_new has no memory.
   Nan::SetMethod(exports, "failNewPixbuf", FailNewPixbuf);
-  // failAllocation(n, victims): the n-th coming allocation of this thread fails, once. 0: none.
-  Nan::SetMethod(exports, "failAllocation", FailAllocation);
-  Nan::SetMethod(exports, "allocationFailed", AllocationFailed);
   // failSave(): from now on every picture's encoding fails after a few bytes.
   Nan::SetMethod(exports, "failSave", [](const auto& /*info*/) { save_fails = true; });
   // iterate(): one round of a GLib loop beneath JavaScript, as a modal dialog runs it.

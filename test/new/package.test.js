@@ -25,27 +25,23 @@ async function run(command, args, cwd, code = 0, env = {}) {
 test('the exports have their order and names; handles are not counted', () =>
   shared.withApp(async (app) => {
     const found = await app.run(() => Object.keys(kiv).map((name) => [name, kiv[name].name]));
-    assert.deepStrictEqual(found.flat(), names.flatMap((name) => [name, name]));
+    const expected = names.map((name) => [name, name]);
+    assert.deepStrictEqual(found, expected);
     const counts = { handleCount: null, gdiObjectCount: null, guiUserObjectCount: null };
     assert.deepStrictEqual(await app.run(() => kiv.getProcessHandlesInfo(process.pid)), counts);
   }));
 
-test('what the session is is decided by its type when the module loads', async () => {
-  for (const type of ['x11', undefined, '', 'X11'])
-    await shared.withApp(
-      async (app) => {
-        const wayland = type === '' || type === 'X11';
-        const other = { XDG_SESSION_TYPE: wayland ? 'x11' : 'wayland' };
-        await app.run((env) => Object.assign(process.env, env), other);
-        assert.strictEqual(await app.run(() => kiv.isWayland()), wayland, type);
-      },
-      { env: { XDG_SESSION_TYPE: type } },
-    );
+test('a session type counts that is set when the module loads', async () => {
+  for (const type of ['x11', undefined, '', 'X11']) {
+    const app = await shared.app({ env: { XDG_SESSION_TYPE: type } });
+    await app.run(() => (process.env.XDG_SESSION_TYPE = kiv.isWayland() ? 'x11' : ''));
+    assert.strictEqual(await app.run(() => kiv.isWayland()), type === '' || type === 'X11', type);
+    await app.end();
+  }
 });
 
 test('the add-ons that are shipped link no libnode, with which another Node crashes', () => {
-  const expected =
-    /^lib(g[td]k|gio|gobject|glib|gdk_pixbuf|cairo|X\w+|stdc|gcc_s|c|m|dl|[au]b?san)\b/;
+  const expected = /^lib(g(tk|dk\w*|io|object|lib)|cairo|X\w+|stdc|gcc_s|c|m|dl|[au]b?san)\b/;
   for (const name of ['kiv_native', 'kiv_host_loop', 'kiv_host_utils']) {
     const dynamic = execFileSync('readelf', ['-d', path.join(BUILD, `${name}.node`)]);
     for (const [library] of String(dynamic).matchAll(/(?<=NEEDED.*\[)[^\]]+/g))
