@@ -16,10 +16,8 @@ void FailNewPixbuf(const Nan::FunctionCallbackInfo<v8::Value>& info) {
 }
 
 void DestroyWindows(const Nan::FunctionCallbackInfo<v8::Value>& /*info*/) {
-  GList* windows = gtk_window_list_toplevels();
-  g_list_foreach(
-      windows, [](gpointer window, gpointer) { gtk_widget_destroy(GTK_WIDGET(window)); }, nullptr);
-  g_list_free(windows);
+  const auto destroy = [](gpointer window) { gtk_widget_destroy(GTK_WIDGET(window)); };
+  g_list_free_full(gtk_window_list_toplevels(), destroy);
 }
 
 // What a host may have open when a selection starts; each takes pointer and keys for themselves.
@@ -66,17 +64,13 @@ void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void*
 
 }  // namespace
 
-template <typename Function>
-static Function Original(const char* name) {
-  static void* library = dlopen("libgdk_pixbuf-2.0.so.0", RTLD_LAZY);
-  return reinterpret_cast<Function>(dlsym(library, name));
-}
-
+// The library's own function.
+#define ORIGINAL(name) reinterpret_cast<decltype(&name)>(dlsym(RTLD_NEXT, #name))
 #define INTERPOSED extern "C" __attribute__((visibility("default")))
 
 INTERPOSED GdkPixbuf* gdk_pixbuf_new(GdkColorspace colorspace, gboolean alpha, int bits, int width,
                                      int height) {
-  static const auto original = Original<decltype(&gdk_pixbuf_new)>("gdk_pixbuf_new");
+  static const auto original = ORIGINAL(gdk_pixbuf_new);
   if (calls_until_failure > 0 && --calls_until_failure == 0) return nullptr;
   return original(colorspace, alpha, bits, width, height);
 }
@@ -84,8 +78,7 @@ INTERPOSED GdkPixbuf* gdk_pixbuf_new(GdkColorspace colorspace, gboolean alpha, i
 INTERPOSED gboolean gdk_pixbuf_save_to_callbackv(GdkPixbuf* pixbuf, GdkPixbufSaveFunc sink,
                                                  gpointer data, const char* type, char** keys,
                                                  char** values, GError** error) {
-  static const auto original =
-      Original<decltype(&gdk_pixbuf_save_to_callbackv)>("gdk_pixbuf_save_to_callbackv");
+  static const auto original = ORIGINAL(gdk_pixbuf_save_to_callbackv);
   if (!save_fails) return original(pixbuf, sink, data, type, keys, values, error);
   sink("partial", 7, error, data);
   g_set_error_literal(error, GDK_PIXBUF_ERROR, GDK_PIXBUF_ERROR_FAILED, "expected");
