@@ -52,5 +52,4 @@ function calls(bytes) {
 
 process.on('uncaughtException', check);
 const [name, ...args] = process.argv.slice(2);
-const targets = { arguments: calls, pictures, properties, signals };
-run(targets[name], ['fuzz', ...args].join(' '));
+run({ arguments: calls, pictures, properties, signals }[name], ['fuzz', ...args].join(' '));

@@ -28,16 +28,16 @@ void Pictures(const kiv::CallInfo& info) {
   kiv::GErrorPtr error;
   const auto picture = kiv::ReadPicture(path, &error);
   g_assert(!picture != !error);
-  // Four bytes to a pixel.
-  g_assert(!picture || gdk_pixbuf_get_byte_length(picture.get()) <= size_t{4} << 27);
+  g_assert(!picture || gdk_pixbuf_get_byte_length(picture.get()) <= size_t{4} << 27);  // RGBA
 }
 
-// A tuple of any D-Bus type, of bytes that need mean nothing.
+// A tuple of any type that a signature can have, of bytes that need mean nothing.
 void Signals(const kiv::CallInfo& info) {
   auto bytes = Bytes(info);
   const bool upstart = bytes.ConsumeBool();
   std::string type = "(" + bytes.ConsumeRandomLengthString(12) + ")";
-  if (!g_variant_is_signature(type.c_str())) type = bytes.PickValueInArray({"(b)", "(s)", "(bs)"});
+  const bool sendable = g_variant_is_signature(type.c_str());
+  if (!sendable || !g_variant_type_string_is_valid(type.c_str())) type = upstart ? "(s)" : "(b)";
   const auto data = bytes.ConsumeRemainingBytes<char>();
   const kiv::GVariantPtr raw(g_variant_ref_sink(g_variant_new_from_data(
       G_VARIANT_TYPE(type.c_str()), data.data(), data.size(), FALSE, nullptr, nullptr)));
