@@ -133,7 +133,7 @@
           'target_name': 'tests',
           'type': 'none',
           'dependencies': [
-            'demo', 'kiv_host_utils', 'kiv_internals', 'kiv_faults', 'kiv_allocations',
+            'demo', 'kiv_host_utils', 'kiv_internals', 'kiv_faults',
             'bench_soak', 'example_button_window',
           ],
         },
@@ -142,8 +142,7 @@
           # otherwise.
           'target_name': 'kiv_internals',
           'dependencies': ['upgrade_templates'],
-          'sources': ['test/native/internals.cpp', 'test/native/internals_x11.cpp',
-                      '<@(module_sources)'],
+          'sources': ['test/native/internals.cpp', '<@(module_sources)'],
           'defines': ['<@(oldest_releases)'],
           'cflags': ['<!@(pkg-config --cflags-only-I <(module_libs) | sed s/-I/-isystem/g)'],
           'libraries': ['<!@(pkg-config --libs <(module_libs))', '-ldl'],
@@ -193,12 +192,6 @@
           'libraries': ['<!@(pkg-config --libs gtk+-3.0)', '-ldl'],
         },
         {
-          # For LD_PRELOAD; no add-on.
-          'target_name': 'kiv_allocations',
-          'sources': ['test/native/allocations.cpp'],
-          'libraries': ['-ldl'],
-        },
-        {
           'target_name': 'x_client',
           'sources': ['test/native/x_client.cpp'],
           'cflags': ['<!@(pkg-config --cflags-only-I x11 xtst xi xres xscrnsaver | sed s/-I/-isystem/g)'],
@@ -211,9 +204,7 @@
         # The module once more, with libFuzzer, which sees the way that an input takes through it.
         'target_name': 'kiv_fuzz',
         'dependencies': ['upgrade_templates'],
-        'sources': ['fuzz/native/fuzz.cpp', 'fuzz/native/bus.cpp', 'fuzz/native/files.cpp',
-                    'fuzz/native/host_functions.cpp', 'fuzz/native/properties.cpp',
-                    '<@(module_sources)'],
+        'sources': ['fuzz/native/fuzz.cpp', '<@(module_sources)'],
         'defines': ['<@(oldest_releases)'],
         'cflags': [
           '<!@(pkg-config --cflags-only-I <(module_libs) | sed s/-I/-isystem/g)',

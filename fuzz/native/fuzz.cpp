@@ -1,122 +1,117 @@
-// One add-on that is the module, libFuzzer and the targets.
+// One add-on that is the module, libFuzzer and the native targets.
 
-#include <glib.h>
+#include <X11/Xatom.h>
+#include <fuzzer/FuzzedDataProvider.h>
+#include <gtk/gtk.h>
 #include <nan.h>
-
 // The module is registered by this add-on's own registration.
 #undef NODE_MODULE
 #define NODE_MODULE(name, setup)
-#include <cstdio>
-#include <cstdlib>
-#include <map>
-#include <string>
-#include <vector>
+#include <fstream>
 
 #include "../../src/cpp/addon.cpp"  // NOLINT(bugprone-suspicious-include)
-#include "fuzz.h"
+#include "../../src/cpp/linux/lock_watcher.h"
+#include "../../src/cpp/linux/picture_file.h"
+#include "../../src/cpp/linux/tools_x11_linux.h"
 
-extern "C" int LLVMFuzzerRunDriver(int* argc, char*** argv,
-                                   int (*target)(const uint8_t* data, size_t size));
+extern "C" int LLVMFuzzerRunDriver(int* argc, char*** argv, int (*target)(const uint8_t*, size_t));
 
 namespace {
 
-using kiv::CallInfo;
-
-const std::map<std::string, fuzz::Target> kTargets = {
-    {"pictures", fuzz::Picture},
-    {"command_line", fuzz::CommandLine},
-    {"properties", fuzz::Properties},
-    {"replies", fuzz::Replies},
-};
-
-fuzz::Target native_target = nullptr;
-v8::Local<v8::Function> script_target;
-
-void CallScript(const uint8_t* data, size_t size) {
-  const auto* bytes = reinterpret_cast<const char*>(data);
-  v8::Local<v8::Value> argv[] = {
-      Nan::CopyBuffer(bytes, static_cast<uint32_t>(size)).ToLocalChecked()};
-  const Nan::TryCatch raised;
-  Nan::Call(script_target, Nan::GetCurrentContext()->Global(), 1, argv);
-  if (!raised.HasCaught()) return;
-  const auto stack = raised.StackTrace().FromMaybe(raised.Exception());
-  fuzz::Check(false, *Nan::Utf8String(stack));
+FuzzedDataProvider Bytes(const kiv::CallInfo& info) {
+  return {reinterpret_cast<uint8_t*>(node::Buffer::Data(info[0])), node::Buffer::Length(info[0])};
 }
+
+void Pictures(const kiv::CallInfo& info) {
+  static const std::string path = std::string(g_get_tmp_dir()) + "/picture";
+  std::ofstream(path, std::ios::binary) << Bytes(info).ConsumeRemainingBytesAsString();
+  kiv::GErrorPtr error;
+  const auto picture = kiv::ReadPicture(path, &error);
+  g_assert(!picture != !error);
+  g_assert(!picture || gdk_pixbuf_get_byte_length(picture.get()) <= size_t{4} << 27);  // RGBA
+}
+
+// A tuple of any type that a signature can have, of bytes that need mean nothing.
+void Signals(const kiv::CallInfo& info) {
+  auto bytes = Bytes(info);
+  const bool upstart = bytes.ConsumeBool();
+  std::string type = "(" + bytes.ConsumeRandomLengthString(12) + ")";
+  const bool sendable = g_variant_is_signature(type.c_str());
+  if (!sendable || !g_variant_type_string_is_valid(type.c_str())) type = upstart ? "(s)" : "(b)";
+  const auto data = bytes.ConsumeRemainingBytes<char>();
+  const kiv::GVariantPtr raw(g_variant_ref_sink(g_variant_new_from_data(
+      G_VARIANT_TYPE(type.c_str()), data.data(), data.size(), FALSE, nullptr, nullptr)));
+  const kiv::GVariantPtr body(g_variant_get_normal_form(raw.get()));
+  const kiv::GCharPtr text(g_variant_print(body.get(), FALSE));
+  std::optional<bool> expected;
+  if (g_str_has_prefix(text.get(), upstart ? "('desktop-lock'" : "(true")) expected = true;
+  if (g_str_has_prefix(text.get(), upstart ? "('desktop-unlock'" : "(false")) expected = false;
+  const char* const name = upstart ? "EventEmitted" : "ActiveChanged";
+  g_assert(kiv::ReadLockSignal(name, body.get()) == expected);
+}
+
+// The text that the property is for whoever reads it as one.
+std::string SetAny(Display* display, Window window, Atom name, FuzzedDataProvider* bytes) {
+  const int format = bytes->PickValueInArray({0, 8, 16, 32});
+  const std::string value = bytes->ConsumeRandomLengthString();
+  XDeleteProperty(display, window, name);
+  if (format == 0) return kiv::kUndefined;
+  std::string items;  // as Xlib wants them
+  for (const long item : value) {
+    items.append(reinterpret_cast<const char*>(&item), format == 32 ? sizeof item : format / 8);
+  }
+  XChangeProperty(display, window, name, XA_STRING, format, PropModeReplace,
+                  reinterpret_cast<unsigned char*>(items.data()), static_cast<int>(value.size()));
+  return items.c_str();
+}
+
+void Properties(const kiv::CallInfo& info) {
+  static Display* const display = XOpenDisplay(nullptr);
+  static Window root = DefaultRootWindow(display);
+  static const kiv::ActiveWindowAtoms atoms = kiv::InternActiveWindowAtoms(display);
+  auto bytes = Bytes(info);
+  const bool active = bytes.ConsumeBool();
+  SetAny(display, root, atoms.atom_net_active_window, &bytes);
+  if (active) {
+    XChangeProperty(display, root, atoms.atom_net_active_window, XA_WINDOW, 32, PropModeReplace,
+                    reinterpret_cast<unsigned char*>(&root), 1);
+  }
+  SetAny(display, root, atoms.atom_net_wm_pid, &bytes);
+  const auto title = SetAny(display, root, atoms.atom_net_wm_name, &bytes);
+  const auto found = kiv::ReadActiveTask(display, atoms).title;
+  g_assert(found == (active ? title : kiv::kUndefined));
+}
+
+v8::Local<v8::Function> target;
 
 int OnInput(const uint8_t* data, size_t size) {
   const Nan::HandleScope scope;
-  if (native_target) {
-    native_target(data, size);
-  } else {
-    CallScript(data, size);
-  }
-  fuzz::Settle();
+  v8::Local<v8::Value> input =
+      Nan::CopyBuffer(reinterpret_cast<const char*>(data), size).ToLocalChecked();
+  Nan::Call(target, Nan::GetCurrentContext()->Global(), 1, &input).IsEmpty();
+  // The main script never returns, so these are the only loops.
+  for (int i = 0; i < 50 && g_main_context_iteration(nullptr, FALSE); ++i) continue;
+  uv_run(uv_default_loop(), UV_RUN_NOWAIT);
   return 0;
 }
 
-// run(arguments, target): hands the process over to libFuzzer, which ends it. The target is the
-// name of a native one, or a function of one input that throws when it finds a fault.
-void Run(const CallInfo& info) {
-  const auto list = info[0].As<v8::Array>();
-  std::vector<std::string> texts;
-  for (uint32_t i = 0; i < list->Length(); ++i) {
-    texts.emplace_back(*Nan::Utf8String(Nan::Get(list, i).ToLocalChecked()));
-  }
-  std::vector<char*> pointers;
-  for (std::string& text : texts) pointers.push_back(text.data());
-  pointers.push_back(nullptr);
-  if (info[1]->IsFunction()) {
-    script_target = info[1].As<v8::Function>();
-  } else {
-    native_target = kTargets.at(*Nan::Utf8String(info[1]));
-  }
-  auto argc = static_cast<int>(texts.size());
-  char** argv = pointers.data();
+// run(target, arguments): hands the process over to libFuzzer, which ends it.
+void Run(const kiv::CallInfo& info) {
+  target = info[0].As<v8::Function>();
+  char** argv = g_strsplit(*Nan::Utf8String(info[1]), " ", 0);
+  auto argc = static_cast<int>(g_strv_length(argv));
   LLVMFuzzerRunDriver(&argc, &argv, OnInput);
 }
 
-template <auto Target>
-void WithBytes(const CallInfo& info) {
-  Target(reinterpret_cast<const uint8_t*>(node::Buffer::Data(info[0])),
-         node::Buffer::Length(info[0]));
-}
-
-void SetVictim(const CallInfo& info) { fuzz::SetVictim(Nan::To<int32_t>(info[0]).FromJust()); }
-
-void Iterate(const CallInfo& /*info*/) { g_main_context_iteration(nullptr, false); }
-
-void Settle(const CallInfo& /*info*/) { fuzz::Settle(); }
-
 void SetupFuzz(v8::Local<v8::Object> exports, v8::Local<v8::Value> module, void* priv) {
+  gtk_init_check(nullptr, nullptr);
   kiv::Setup(exports, module, priv);
-  const auto tools = Nan::New<v8::Object>();
-  Nan::Set(exports, Nan::New("fuzz").ToLocalChecked(), tools);
-  Nan::SetMethod(tools, "run", Run);
-  Nan::SetMethod(tools, "signals", WithBytes<fuzz::Signals>);
-  Nan::SetMethod(tools, "planHostFunctions", WithBytes<fuzz::PlanHostFunctions>);
-  Nan::SetMethod(tools, "setVictim", SetVictim);
-  Nan::SetMethod(tools, "iterate", Iterate);
-  Nan::SetMethod(tools, "settle", Settle);
+  Nan::SetMethod(exports, "pictures", Pictures);
+  Nan::SetMethod(exports, "properties", Properties);
+  Nan::SetMethod(exports, "signals", Signals);
+  Nan::SetMethod(exports, "run", Run);
 }
 
 }  // namespace
-
-namespace fuzz {
-
-void Check(bool held, const char* what) {
-  if (held) return;
-  std::fprintf(stderr, "finding: %s\n", what);
-  std::abort();
-}
-
-void Settle() {
-  constexpr int kTurns = 50;
-  for (int i = 0; i < kTurns && g_main_context_iteration(nullptr, false); ++i) {
-  }
-  // The main script never returns, so this is the only loop of libuv.
-  uv_run(uv_default_loop(), UV_RUN_NOWAIT);
-}
-
-}  // namespace fuzz
 
 NODE_MODULE_X(kiv_fuzz, SetupFuzz, NULL, 0)

@@ -15,25 +15,9 @@ void FailNewPixbuf(const Nan::FunctionCallbackInfo<v8::Value>& info) {
   calls_until_failure = Nan::To<int>(info[0]).FromJust();
 }
 
-// Allocations through what stands in front of malloc when kiv_allocations is preloaded.
-void FailAllocation(const Nan::FunctionCallbackInfo<v8::Value>& info) {
-  using Function = void (*)(long, int);
-  const auto fail = reinterpret_cast<Function>(dlsym(RTLD_DEFAULT, "kiv_fail_allocation"));
-  if (!fail) return Nan::ThrowError("kiv_allocations is not preloaded");
-  fail(Nan::To<int>(info[0]).FromJust(), Nan::To<int>(info[1]).FromJust());
-}
-
-void AllocationFailed(const Nan::FunctionCallbackInfo<v8::Value>& info) {
-  using Function = bool (*)();
-  info.GetReturnValue().Set(
-      reinterpret_cast<Function>(dlsym(RTLD_DEFAULT, "kiv_allocation_failed"))());
-}
-
 void DestroyWindows(const Nan::FunctionCallbackInfo<v8::Value>& /*info*/) {
-  GList* windows = gtk_window_list_toplevels();
-  g_list_foreach(
-      windows, [](gpointer window, gpointer) { gtk_widget_destroy(GTK_WIDGET(window)); }, nullptr);
-  g_list_free(windows);
+  const auto destroy = [](gpointer window) { gtk_widget_destroy(GTK_WIDGET(window)); };
+  g_list_free_full(gtk_window_list_toplevels(), destroy);
 }
 
 // What a host may have open when a selection starts; each takes pointer and keys for themselves.
@@ -66,9 +50,6 @@ void OpenPopup(const Nan::FunctionCallbackInfo<v8::Value>& /*info*/) {
 void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
   // failNewPixbuf(n): the n-th coming call of gdk_pixbuf_new has no memory.
   Nan::SetMethod(exports, "failNewPixbuf", FailNewPixbuf);
-  // failAllocation(n, victims): the n-th coming allocation of this thread fails, once. 0: none.
-  Nan::SetMethod(exports, "failAllocation", FailAllocation);
-  Nan::SetMethod(exports, "allocationFailed", AllocationFailed);
   // failSave(): from now on every picture's encoding fails after a few bytes.
   Nan::SetMethod(exports, "failSave", [](const auto& /*info*/) { save_fails = true; });
   // iterate(): one round of a GLib loop beneath JavaScript, as a modal dialog runs it.
@@ -83,17 +64,13 @@ void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void*
 
 }  // namespace
 
-template <typename Function>
-static Function Original(const char* name) {
-  static void* library = dlopen("libgdk_pixbuf-2.0.so.0", RTLD_LAZY);
-  return reinterpret_cast<Function>(dlsym(library, name));
-}
-
+// The library's own function.
+#define ORIGINAL(name) reinterpret_cast<decltype(&name)>(dlsym(RTLD_NEXT, #name))
 #define INTERPOSED extern "C" __attribute__((visibility("default")))
 
 INTERPOSED GdkPixbuf* gdk_pixbuf_new(GdkColorspace colorspace, gboolean alpha, int bits, int width,
                                      int height) {
-  static const auto original = Original<decltype(&gdk_pixbuf_new)>("gdk_pixbuf_new");
+  static const auto original = ORIGINAL(gdk_pixbuf_new);
   if (calls_until_failure > 0 && --calls_until_failure == 0) return nullptr;
   return original(colorspace, alpha, bits, width, height);
 }
@@ -101,8 +78,7 @@ INTERPOSED GdkPixbuf* gdk_pixbuf_new(GdkColorspace colorspace, gboolean alpha, i
 INTERPOSED gboolean gdk_pixbuf_save_to_callbackv(GdkPixbuf* pixbuf, GdkPixbufSaveFunc sink,
                                                  gpointer data, const char* type, char** keys,
                                                  char** values, GError** error) {
-  static const auto original =
-      Original<decltype(&gdk_pixbuf_save_to_callbackv)>("gdk_pixbuf_save_to_callbackv");
+  static const auto original = ORIGINAL(gdk_pixbuf_save_to_callbackv);
   if (!save_fails) return original(pixbuf, sink, data, type, keys, values, error);
   sink("partial", 7, error, data);
   g_set_error_literal(error, GDK_PIXBUF_ERROR, GDK_PIXBUF_ERROR_FAILED, "expected");
