@@ -1,38 +1,28 @@
 'use strict';
 
-// The selection overlay beside a bare GTK program that draws the same: one pointer step, this
-// process's own time in it, and the start from the call to the first picture on the screen.
-// node bench/overlay.js [--quick]
+// The selection overlay beside the bare drawing in the same window: one pointer step of a growing
+// drag, and this process's own time in it. node bench/overlay.js [--quick]
 
 const { until } = require('../test/lib/processes');
-const { ESCAPE } = require('../test/lib/x');
-const { inSession, median, run, table } = require('./measure');
+const { inSession, run, table } = require('./measure');
 const { pixels } = require('./pictures');
 
-const drag = (subject, width, height, steps) => {
-  const begin = process.hrtime.bigint();
-  global.open = true;
-  if (subject === 'bare') reference.open();
-  else
-    kiv.getScreenSnapAsync('selection', () => {
-      global.open = false;
-    });
-  reference.untilDrawn();
-  const start = Number(process.hrtime.bigint() - begin) / 1e6;
-  reference.step(width / 8, height / 8, false);
-  reference.step(width / 8, height / 8, true);
-  reference.step(width / 4, height / 4, false);
-  const times = [];
-  for (let i = 1; i <= steps; ++i) {
+const open = () => {
+  kiv.getScreenSnapAsync('selection', () => {});
+};
+
+// Medians, taking turns.
+const drag = (width, height, steps) => {
+  reference.prepare();
+  reference.press(width / 8, height / 8);
+  const results = { module: [], bare: [] };
+  for (let i = 0; i < steps; ++i) {
     const way = 1 / 4 + i / (2 * steps);
-    times.push(reference.step(width * way, height * way, false));
+    for (const name of i % 2 ? ['module', 'bare'] : ['bare', 'module'])
+      results[name].push(reference.step(width * way, height * way, name === 'bare'));
   }
-  if (subject === 'bare') reference.close();
-  return [
-    start,
-    measure.median(times.map(([all]) => all)),
-    measure.median(times.map(([, own]) => own)),
-  ];
+  const figures = (list) => [0, 1].map((i) => measure.median(list.map((times) => times[i])));
+  return { module: figures(results.module), bare: figures(results.bare) };
 };
 
 run(async (quick) => {
@@ -43,30 +33,22 @@ run(async (quick) => {
   ]) {
     await inSession({ screens: [`${width}x${height}`], bus: false }, async (app, { x }) => {
       await x.wallpaper(width, height, pixels(width, height));
-      const all = { module: [], bare: [] };
-      for (let round = 0; round <= (quick ? 3 : 9); ++round) {
-        for (const [name, results] of Object.entries(all)) {
-          results.push(await app.run(drag, name, width, height, quick ? 10 : 30));
-          if (name === 'module') x.key(ESCAPE);
-          if (name === 'module') await until(() => app.run(() => !global.open), 'the end');
-        }
-      }
-      // The first of each loads what GTK loads at first use.
-      const figure = (name, i) => median(all[name].slice(1).map((result) => result[i]));
-      for (const name of Object.keys(all)) {
-        const [start, step, own] = [0, 1, 2].map((i) => figure(name, i));
-        rows.push({
-          screen: `${width}x${height}`,
-          program: name,
-          'step ms': step.toFixed(2),
-          'step ratio': (step / figure('bare', 1)).toFixed(3),
-          'own ms': own.toFixed(2),
-          'own ratio': (own / figure('bare', 2)).toFixed(3),
-          'start ms': start.toFixed(0),
-          'start ratio': (start / figure('bare', 0)).toFixed(3),
-        });
-      }
+      await app.run(open);
+      await until(async () => {
+        for (const at of [99, 100]) x.moveTo(at, 100);
+        return (await x.pixel(100, 0)) === 0xffffff;
+      }, 'the overlay');
+      const { module, bare } = await app.run(drag, width, height, quick ? 20 : 200);
+      rows.push({
+        screen: `${width}x${height}`,
+        'step ms': module[0].toFixed(2),
+        'bare drawing ms': bare[0].toFixed(2),
+        ratio: (module[0] / bare[0]).toFixed(3),
+        'own ms': module[1].toFixed(2),
+        'own, bare drawing': bare[1].toFixed(2),
+        'own ratio': (module[1] / bare[1]).toFixed(3),
+      });
     });
   }
-  table('One pointer step of a growing drag, and the start (medians)', rows);
+  table('One pointer step of a growing drag (medians)', rows);
 });

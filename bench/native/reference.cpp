@@ -184,170 +184,97 @@ void InputInfo(Info info) {
   info.GetReturnValue().Set(result);
 }
 
-// --- The selection: a program with the same pictures and drawing. It also drives whichever overlay
-// is open, and measures its steps.
+// --- A step of the selection's pointer, and what it draws: both in the module's own overlay.
 
-struct Bare {
-  GtkWidget* window = nullptr;
-  GdkPixbuf* base = nullptr;
-  GdkPixbuf* dimmed = nullptr;
-  cairo_surface_t* sources[2] = {};
-  cairo_surface_t* surface = nullptr;
-  cairo_t* cr = nullptr;
-  double anchor_x = 0;
-  double anchor_y = 0;
-  bool pressed = false;
-};
-Bare bare;
-
-void Cross(double x, double y) {
-  const double dash = 4.0;
-  cairo_set_dash(bare.cr, &dash, 1, 0);
-  cairo_set_line_width(bare.cr, 1);
-  cairo_set_source_rgb(bare.cr, 1, 1, 1);
-  cairo_move_to(bare.cr, x + 0.5, 0);
-  cairo_line_to(bare.cr, x + 0.5, gdk_pixbuf_get_height(bare.base));
-  cairo_move_to(bare.cr, 0, y + 0.5);
-  cairo_line_to(bare.cr, gdk_pixbuf_get_width(bare.base), y + 0.5);
-  cairo_stroke(bare.cr);
-}
-
-// On the server, where each step takes it from.
-cairo_surface_t* Prepare(GdkWindow* window, GdkPixbuf* picture) {
-  cairo_surface_t* surface = gdk_window_create_similar_surface(
-      window, CAIRO_CONTENT_COLOR, gdk_pixbuf_get_width(picture), gdk_pixbuf_get_height(picture));
-  cairo_t* cr = cairo_create(surface);
-  gdk_cairo_set_source_pixbuf(cr, picture, 0, 0);
-  cairo_paint(cr);
-  cairo_destroy(cr);
-  return surface;
-}
-
-void FreeSurfaces() {
-  if (!bare.cr) return;
-  cairo_destroy(bare.cr);
-  for (cairo_surface_t* one : {bare.surface, bare.sources[0], bare.sources[1]}) {
-    cairo_surface_destroy(one);
-  }
-}
-
-gboolean OnConfigure(GtkWidget* widget, GdkEvent* /*event*/, gpointer /*data*/) {
-  GdkWindow* window = gtk_widget_get_window(widget);
-  FreeSurfaces();
-  bare.sources[0] = Prepare(window, bare.dimmed);
-  bare.sources[1] = Prepare(window, bare.base);
-  bare.surface = Prepare(window, bare.dimmed);
-  bare.cr = cairo_create(bare.surface);
-  Cross(0, 0);
-  return TRUE;
-}
-
-gboolean OnDraw(GtkWidget* /*widget*/, cairo_t* cr, gpointer /*data*/) {
-  cairo_set_source_surface(cr, bare.surface, 0, 0);
-  cairo_paint(cr);
-  return FALSE;
-}
-
-gboolean OnPress(GtkWidget* /*widget*/, GdkEventButton* event, gpointer /*data*/) {
-  bare.pressed = true;
-  bare.anchor_x = event->x;
-  bare.anchor_y = event->y;
-  return TRUE;
-}
-
-gboolean OnMotion(GtkWidget* /*widget*/, GdkEventMotion* event, gpointer /*data*/) {
-  cairo_set_source_surface(bare.cr, bare.sources[0], 0, 0);
-  cairo_paint(bare.cr);
-  Cross(event->x, event->y);
-  if (bare.pressed) {
-    cairo_set_source_surface(bare.cr, bare.sources[1], 0, 0);
-    cairo_rectangle(bare.cr, bare.anchor_x, bare.anchor_y, event->x - bare.anchor_x,
-                    event->y - bare.anchor_y);
-    cairo_fill(bare.cr);
-  }
-  gtk_widget_queue_draw(bare.window);
-  return TRUE;
-}
-
-// open(): takes the picture, dims it and shows it.
-void Open(Info /*info*/) {
-  bare.base = Screen();
-  const int width = gdk_pixbuf_get_width(bare.base);
-  const int height = gdk_pixbuf_get_height(bare.base);
-  bare.dimmed = gdk_pixbuf_new(GDK_COLORSPACE_RGB, FALSE, 8, width, height);
-  gdk_pixbuf_fill(bare.dimmed, 0);
-  gdk_pixbuf_composite(bare.base, bare.dimmed, 0, 0, width, height, 0, 0, 1, 1, GDK_INTERP_NEAREST,
-                       150);
-  bare.window = gtk_window_new(GTK_WINDOW_TOPLEVEL);
-  gtk_window_fullscreen(GTK_WINDOW(bare.window));
-  gtk_widget_set_size_request(bare.window, width, height);
-  gtk_widget_set_events(bare.window, GDK_POINTER_MOTION_MASK | GDK_BUTTON_PRESS_MASK);
-  GtkWidget* area = gtk_drawing_area_new();
-  gtk_container_add(GTK_CONTAINER(bare.window), area);
-  g_signal_connect(bare.window, "motion-notify-event", G_CALLBACK(OnMotion), nullptr);
-  g_signal_connect(bare.window, "button-press-event", G_CALLBACK(OnPress), nullptr);
-  g_signal_connect(area, "draw", G_CALLBACK(OnDraw), nullptr);
-  g_signal_connect(area, "configure-event", G_CALLBACK(OnConfigure), nullptr);
-  gtk_widget_show_all(bare.window);
-  gtk_window_present(GTK_WINDOW(bare.window));
-}
-
-void Close(Info /*info*/) {
-  gtk_widget_destroy(bare.window);
-  FreeSurfaces();
-  g_object_unref(bare.base);
-  g_object_unref(bare.dimmed);
-  bare = Bare();
-}
-
-GtkWidget* Overlay() {
-  GList* all = gtk_window_list_toplevels();
-  GtkWidget* found = nullptr;
-  for (GList* item = all; item; item = item->next) {
-    auto* widget = static_cast<GtkWidget*>(item->data);
-    if (gtk_widget_get_mapped(widget)) found = widget;
-  }
-  g_list_free(all);
-  return found;
-}
+GdkWindow* overlay = nullptr;
+GtkWidget* overlay_widget = nullptr;
+cairo_surface_t* pictures[3] = {};  // undimmed, dimmed, shown
 
 void Sync() { XSync(GDK_DISPLAY_XDISPLAY(gdk_display_get_default()), False); }
 
-// untilDrawn(): runs the loop until the overlay's first picture is on the screen.
-void UntilDrawn(Info /*info*/) {
-  GtkWidget* window = Overlay();
-  if (!window) return Nan::ThrowError("no overlay");
-  bool drawn = false;
-  const auto note = +[](GtkWidget* /*widget*/, cairo_t* /*cr*/, bool* seen) {
-    *seen = true;
-    return FALSE;
-  };
-  const gulong id = g_signal_connect_after(window, "draw", G_CALLBACK(note), &drawn);
-  while (!drawn) g_main_context_iteration(nullptr, TRUE);
-  g_signal_handler_disconnect(window, id);
-  Sync();
+// prepare(): finds the overlay, and puts pictures of its size onto the server.
+void Prepare(Info info) {
+  GList* all = gtk_window_list_toplevels();
+  for (GList* item = all; item; item = item->next) {
+    if (gtk_widget_get_mapped(GTK_WIDGET(item->data))) overlay_widget = GTK_WIDGET(item->data);
+  }
+  g_list_free(all);
+  if (!overlay_widget) return Nan::ThrowError("no overlay");
+  overlay = gtk_widget_get_window(overlay_widget);
+  GdkPixbuf* screen = Screen();
+  for (cairo_surface_t*& picture : pictures) {
+    if (picture) cairo_surface_destroy(picture);
+    picture = gdk_window_create_similar_surface(overlay, CAIRO_CONTENT_COLOR,
+                                                gdk_window_get_width(overlay),
+                                                gdk_window_get_height(overlay));
+    cairo_t* cr = cairo_create(picture);
+    gdk_cairo_set_source_pixbuf(cr, screen, 0, 0);
+    cairo_paint(cr);
+    cairo_destroy(cr);
+  }
+  g_object_unref(screen);
 }
 
-// step(x, y, press): milliseconds from the pointer's event to the repainted window, and this
-// thread's own of it.
-void Step(Info info) {
-  GtkWidget* window = Overlay();
-  GdkEvent* event = gdk_event_new(Flag(info, 2) ? GDK_BUTTON_PRESS : GDK_MOTION_NOTIFY);
-  event->any.window = GDK_WINDOW(g_object_ref(gtk_widget_get_window(window)));
+void Draw(double x, double y) {
+  const double dash = 4.0;
+  const GdkRectangle whole = {0, 0, gdk_window_get_width(overlay), gdk_window_get_height(overlay)};
+  cairo_t* cr = cairo_create(pictures[2]);
+  cairo_set_source_surface(cr, pictures[1], 0, 0);
+  cairo_paint(cr);
+  cairo_set_dash(cr, &dash, 1, 0);
+  cairo_set_line_width(cr, 1);
+  cairo_set_source_rgb(cr, 1, 1, 1);
+  cairo_move_to(cr, x + 0.5, 0);
+  cairo_line_to(cr, x + 0.5, whole.height);
+  cairo_move_to(cr, 0, y + 0.5);
+  cairo_line_to(cr, whole.width, y + 0.5);
+  cairo_stroke(cr);
+  cairo_set_source_surface(cr, pictures[0], 0, 0);
+  cairo_rectangle(cr, whole.width / 8.0, whole.height / 8.0, x - whole.width / 8.0,
+                  y - whole.height / 8.0);
+  cairo_fill(cr);
+  cairo_destroy(cr);
+  gdk_window_begin_paint_rect(overlay, &whole);
+  cr = gdk_cairo_create(overlay);
+  cairo_set_source_surface(cr, pictures[2], 0, 0);
+  cairo_paint(cr);
+  cairo_destroy(cr);
+  gdk_window_end_paint(overlay);
+}
+
+void Send(GdkEventType type, double x, double y) {
+  GdkEvent* event = gdk_event_new(type);
+  event->any.window = GDK_WINDOW(g_object_ref(overlay));
   gdk_event_set_device(event, gdk_device_manager_get_client_pointer(
                                   gdk_display_get_device_manager(gdk_display_get_default())));
   // Both kinds begin alike.
-  event->motion.x = Number(info, 0);
-  event->motion.y = Number(info, 1);
-  if (Flag(info, 2)) event->button.button = 1;
+  event->motion.x = x;
+  event->motion.y = y;
+  if (type == GDK_BUTTON_PRESS) event->button.button = 1;
+  gtk_widget_event(overlay_widget, event);
+  gdk_event_free(event);
+  gdk_window_process_updates(overlay, TRUE);
+}
+
+// press(x, y)
+void Press(Info info) { Send(GDK_BUTTON_PRESS, Number(info, 0), Number(info, 1)); }
+
+// step(x, y, bare): milliseconds from the pointer's event to the repainted window, and this
+// thread's own of it; `bare` only draws.
+void Step(Info info) {
+  const double x = Number(info, 0);
+  const double y = Number(info, 1);
+  const bool draws = Flag(info, 2);
   Sync();
   const double start = Milliseconds(CLOCK_MONOTONIC);
   const double own = Milliseconds(CLOCK_THREAD_CPUTIME_ID);
-  gtk_widget_event(window, event);
-  gdk_window_process_updates(gtk_widget_get_window(window), TRUE);
+  if (draws) {
+    Draw(x, y);
+  } else {
+    Send(GDK_MOTION_NOTIFY, x, y);
+  }
   Sync();
   Return(info, Milliseconds(CLOCK_MONOTONIC) - start, Milliseconds(CLOCK_THREAD_CPUTIME_ID) - own);
-  gdk_event_free(event);
 }
 
 // --- The process.
@@ -455,26 +382,23 @@ void Turns(Info info) {
 }
 
 void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
-  const std::map<const char*, Nan::FunctionCallback> functions = {
-      {"reserve", Reserve},
-      {"desktop", Desktop},
-      {"compositor", Compositor},
-      {"startCounting", StartCounting},
-      {"stopCounting", StopCounting},
-      {"counted", Counted},
-      {"inputInfo", InputInfo},
-      {"open", Open},
-      {"close", Close},
-      {"untilDrawn", UntilDrawn},
-      {"step", Step},
-      {"countObjects", CountObjects},
-      {"objects", Objects},
-      {"allocated", Allocated},
-      {"handles", Handles},
-      {"processor", Processor},
-      {"watchTurns", WatchTurns},
-      {"turns", Turns},
-  };
+  const std::map<const char*, Nan::FunctionCallback> functions = {{"reserve", Reserve},
+                                                                  {"desktop", Desktop},
+                                                                  {"compositor", Compositor},
+                                                                  {"startCounting", StartCounting},
+                                                                  {"stopCounting", StopCounting},
+                                                                  {"counted", Counted},
+                                                                  {"inputInfo", InputInfo},
+                                                                  {"prepare", Prepare},
+                                                                  {"press", Press},
+                                                                  {"step", Step},
+                                                                  {"countObjects", CountObjects},
+                                                                  {"objects", Objects},
+                                                                  {"allocated", Allocated},
+                                                                  {"handles", Handles},
+                                                                  {"processor", Processor},
+                                                                  {"watchTurns", WatchTurns},
+                                                                  {"turns", Turns}};
   for (const auto& [name, function] : functions) Nan::SetMethod(exports, name, function);
 }
 
