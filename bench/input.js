@@ -8,44 +8,32 @@ const { inSession, run, table } = require('./measure');
 // The application sleeps while the flood is made, and finds all of it waiting. Only its own thread's
 // time counts: the server sends meanwhile.
 async function flood(app, x, presses, subject) {
-  const before = await app.run((name) => {
-    global.subject = {
-      module: {
-        start: kiv.init,
-        stop: kiv.teardown,
-        counted: () => kiv.getInputInfo().keyboardActivity,
-      },
-      reference: {
-        start: reference.startCounting,
-        stop: reference.stopCounting,
-        counted: reference.counted,
-      },
-    }[name];
-    global.subject.start();
+  await app.run((name) => {
+    const module = [kiv.init, kiv.teardown, () => kiv.getInputInfo().keyboardActivity];
+    const bare = [reference.startCounting, reference.stopCounting, reference.counted];
+    const [start, stop, counted] = name === 'module' ? module : bare;
+    start();
     reference.turns();
-    return [global.subject.counted(), reference.processor()];
+    Object.assign(global, { stop, counted, known: counted(), began: reference.processor() });
   }, subject);
   process.kill(app.pid, 'SIGSTOP');
   for (let i = 0; i < presses; ++i) x.key();
   await x.sync();
   process.kill(app.pid, 'SIGCONT');
   // Counting reads the connection, too: ask once, when nothing came for a while.
-  return app.run(
-    async (count, start) => {
-      let last;
-      do {
-        last = reference.processor();
-        await new Promise((resolve) => setTimeout(resolve, 100));
-      } while (reference.processor() - last > 2);
-      const [longest] = reference.turns().slice(1);
-      const lost = count - global.subject.counted();
-      global.subject.stop();
-      if (lost !== 0) throw new Error(`${lost} presses are missing`);
-      return { time: last - start, longest };
-    },
-    before[0] + presses,
-    before[1],
-  );
+  return app.run(async (wanted) => {
+    let last;
+    do {
+      last = reference.processor();
+      await new Promise((resolve) => setTimeout(resolve, 100));
+    } while (reference.processor() - last > 2);
+    const [, longest] = reference.turns();
+    const lost = wanted - (global.counted() - global.known);
+    if (lost !== 0) throw new Error(`${lost} presses are missing`);
+    const time = reference.processor() - global.began;
+    global.stop();
+    return { time, longest };
+  }, presses);
 }
 
 run(async (quick) => {

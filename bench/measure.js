@@ -21,14 +21,6 @@ function interleaved(subjects, rounds) {
   return times;
 }
 
-/** Lets collected buffers give their memory back, which takes a turn. */
-async function settleMemory() {
-  for (let round = 0; round < 3; ++round) {
-    global.gc();
-    await new Promise(setImmediate);
-  }
-}
-
 /** Prints rows of an array of objects as a Markdown table. */
 function table(title, rows) {
   const keys = Object.keys(rows[0]);
@@ -40,19 +32,23 @@ function table(title, rows) {
   console.log();
 }
 
-/** Calls `f` with an application, which has `measure` and `reference`, and a session of its own. */
-async function inSession(options, f, more) {
+/**
+ * Calls `f` with an application, which has `measure` and `reference`, and a session of its own.
+ * `tidy` is false where others' code keeps the application from an end in order.
+ */
+async function inSession(options, f, { tidy = true, ...more } = {}) {
   const { startApp } = require('../test/lib/app');
   const { startSession } = require('../test/lib/session');
   const session = await startSession(options);
   try {
     const app = await startApp(session, more);
+    session.stops.push(app.stop);
     await app.run(() => {
       global.measure = require('../../bench/measure');
       global.reference = require(`${process.env.KIV_BUILD_FOLDER}/bench_reference.node`);
     });
     const result = await f(app, session);
-    await app.end();
+    if (tidy) await app.end();
     return result;
   } finally {
     await session.stop();
@@ -67,4 +63,4 @@ function run(main) {
   });
 }
 
-module.exports = { inSession, interleaved, median, quantile, run, settleMemory, table };
+module.exports = { inSession, interleaved, median, quantile, run, table };

@@ -324,11 +324,7 @@ void Objects(Info info) {
 
 // allocated(): bytes that malloc has given out.
 void Allocated(Info info) {
-#if __GLIBC_PREREQ(2, 33)
   const struct mallinfo2 all = mallinfo2();
-#else
-  const struct mallinfo all = mallinfo();
-#endif
   info.GetReturnValue().Set(static_cast<double>(all.uordblks) + static_cast<double>(all.hblkhd));
 }
 

@@ -9,7 +9,9 @@ const fs = require('fs');
 const os = require('os');
 const path = require('path');
 const { promisify } = require('util');
-const { median } = require('../measure');
+const { until } = require('../../test/lib/processes');
+const { inSession, median } = require('../measure');
+const { pixels } = require('../pictures');
 
 const ROOT = path.join(__dirname, '..', '..');
 const PACKAGES = path.join(ROOT, '.cache', 'peers', 'node_modules');
@@ -131,71 +133,60 @@ async function beside(piece, peer) {
   return { mine: median(times.mine), theirs: median(times.theirs), bytes };
 }
 
+let countedKeys = 0;
+
 /** Has the peer or the module count keys from now on. */
 function countKeys(peer) {
-  let counted = 0;
-  let count = () => kiv.getInputInfo().keyboardActivity;
-  if (peer) {
-    const { uIOhook } = load('uiohook-napi');
-    kiv.teardown();
-    uIOhook.on('keydown', () => ++counted);
-    uIOhook.start();
-    count = () => counted;
-  }
-  global.cost = () => {
-    const { user, system } = process.cpuUsage();
-    return [count(), user + system];
-  };
+  if (!peer) return;
+  const { uIOhook } = load('uiohook-napi');
+  kiv.teardown();
+  uIOhook.on('keydown', () => ++countedKeys);
+  uIOhook.start();
 }
 
-async function inDesktop([width, height], f) {
-  const { startApp } = require('../../test/lib/app');
-  const { startSession } = require('../../test/lib/session');
-  const { pixels } = require('../pictures');
-  const session = await startSession({ screens: [`${width}x${height}`], wm: 'openbox' });
-  try {
-    const { x } = session;
-    await x.wallpaper(width, height, pixels(width, height));
-    await x.activeWindow({ title: 'A window', pid: process.pid });
-    const app = await startApp(session);
-    session.stops.push(() => app.stop());
-    await app.run(() => {
-      global.peers = require('../../bench/peers/run');
-    });
-    return await f(app, x);
-  } catch (error) {
-    const lines = error.message.split('\n');
+/** The count, once it stays, and the microseconds of processor so far. */
+async function settled() {
+  const count = () => countedKeys + kiv.getInputInfo().keyboardActivity;
+  let last;
+  do {
+    last = count();
+    await new Promise((resolve) => setTimeout(resolve, 500));
+  } while (count() !== last);
+  const { user, system } = process.cpuUsage();
+  return [last, user + system];
+}
+
+const inDesktop = ([width, height], f) =>
+  inSession(
+    { screens: [`${width}x${height}`], wm: 'openbox' },
+    async (app, { x }) => {
+      await x.wallpaper(width, height, pixels(width, height));
+      await x.activeWindow({ title: 'A window', pid: process.pid });
+      await app.run(() => {
+        global.peers = require('../../bench/peers/run');
+      });
+      return f(app, x);
+    },
+    { tidy: false },
+  ).catch(({ message }) => {
+    const lines = message.split('\n');
     const line = lines.find((text) => /Error|error|cannot|failed/.test(text)) || lines[0];
     return { failure: `fails: ${line.slice(0, 80)}` };
-  } finally {
-    await session.stop();
-  }
-}
+  });
 
 // A burst of somebody else's key presses: how many arrive, and the process's time for each.
 const burst = (peer) =>
   inDesktop(FULL, async (app, x) => {
-    const { until } = require('../../test/lib/processes');
     await app.run((name) => peers.countKeys(name), peer);
-    const cost = () => app.run(() => global.cost());
-    const quiet = async () => {
-      let last;
-      await until(async () => {
-        await new Promise((resolve) => setTimeout(resolve, 500));
-        const before = last;
-        last = await cost();
-        return before && before[0] === last[0];
-      });
-      return last;
+    const press = async (times) => {
+      for (let i = 0; i < times; ++i) x.key();
+      await x.sync();
+      return app.run(() => peers.settled());
     };
-    await until(async () => {
-      x.key();
-      return (await cost())[0] > 0;
-    }, 'a key that arrives');
-    const [known, before] = await quiet();
-    for (let i = 0; i < PRESSES; ++i) x.key();
-    await x.sync();
-    const [count, after] = await quiet();
+    // A hook takes its time to be there.
+    await until(async () => (await press(1))[0] > 0, 'a key that arrives');
+    const [known, before] = await app.run(() => peers.settled());
+    const [count, after] = await press(PRESSES);
     const each = (after - before) / PRESSES;
     return { each, text: `${each.toFixed(0)} µs of processor, ${PRESSES - count + known} lost` };
   });
@@ -252,7 +243,7 @@ async function main() {
   fs.writeFileSync(readme, whole.slice(0, from) + text + whole.slice(to + MARKS[1].length));
 }
 
-module.exports = { beside, countKeys };
+module.exports = { beside, countKeys, settled };
 if (require.main === module)
   main().catch((error) => {
     console.error(error);
