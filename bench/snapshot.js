@@ -23,7 +23,9 @@ async function compare(app, kind, screen, quick) {
         reference.reserve(3840 * 2160 * 4);
         if (subjects.module().width === 0) throw new Error(log.join('\n'));
         measure.interleaved(subjects, 1);
-        return Object.values(measure.interleaved(subjects, rounds)).map(measure.median);
+        return Object.values(measure.interleaved(subjects, rounds)).map((all) =>
+          measure.quantile(all, 0.1),
+        );
       },
       ...[kind, jpeg, quick ? 3 : jpeg ? 31 : 9],
     );
@@ -72,5 +74,5 @@ run(async (quick) => {
   };
   const env = { XDG_SESSION_TYPE: 'wayland' };
   await inSession({ screens: ['640x480'] }, serveAndCompare, { env });
-  table('Time of one snapshot (median)', rows);
+  table('Time of one snapshot (the best tenth, or the best)', rows);
 });

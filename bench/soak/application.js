@@ -88,7 +88,8 @@ module.exports = {
         return snap;
       },
     }[where];
-    const snap = hold(`snapshot of the ${type}, ${jpeg ? 'JPEG' : 'PNG'}, ${where}`, call);
+    const format = jpeg && where !== 'async' ? 'JPEG' : 'PNG';
+    const snap = hold(`snapshot of the ${type}, ${format}, ${where}`, call);
     let bytes = snap.data && snap.data.length;
     if (where === 'files') {
       bytes = fs.statSync(snap.ScreenFullPath).size;
