@@ -127,14 +127,14 @@
         {
           'target_name': 'demo',
           'type': 'none',
-          'dependencies': ['kiv_native', 'kiv_host_loop', 'dbus_peer', 'x_client'],
+          'dependencies': ['kiv_native', 'kiv_host_loop'],
         },
         {
           'target_name': 'tests',
           'type': 'none',
           'dependencies': [
-            'demo', 'kiv_host_utils', 'kiv_internals', 'kiv_faults',
-            'bench_soak', 'example_button_window',
+            'demo', 'kiv_host_utils', 'kiv_internals', 'kiv_faults', 'bench_reference',
+            'example_button_window',
           ],
         },
         {
@@ -148,35 +148,11 @@
           'libraries': ['<!@(pkg-config --libs <(module_libs))', '-ldl'],
         },
         {
-          'target_name': 'bench_floor',
-          'sources': ['bench/native/floor.cpp'],
-          'cflags': ['<!@(pkg-config --cflags-only-I gtk+-3.0 | sed s/-I/-isystem/g)'],
-          'libraries': ['<!@(pkg-config --libs gtk+-3.0)'],
-        },
-        {
-          'target_name': 'bench_input',
-          'sources': ['bench/native/input_floor.cpp'],
-          'cflags': ['<!@(pkg-config --cflags-only-I gio-2.0 x11 xtst xi xscrnsaver | sed s/-I/-isystem/g)'],
-          'libraries': ['<!@(pkg-config --libs gio-2.0 x11 xtst xi xscrnsaver)'],
-        },
-        {
-          'target_name': 'dbus_peer',
-          'sources': ['test/native/dbus_peer.cpp'],
-          'cflags': ['<!@(pkg-config --cflags-only-I gio-2.0 | sed s/-I/-isystem/g)'],
-          'libraries': ['<!@(pkg-config --libs gio-2.0)'],
-        },
-        {
-          'target_name': 'bench_overlay',
-          'sources': ['bench/native/overlay.cpp'],
-          'defines': ['GDK_VERSION_MIN_REQUIRED=GDK_VERSION_3_18'],
-          'cflags': ['<!@(pkg-config --cflags-only-I gtk+-3.0 x11 | sed s/-I/-isystem/g)'],
-          'libraries': ['<!@(pkg-config --libs gtk+-3.0 x11)'],
-        },
-        {
-          'target_name': 'bench_soak',
-          'sources': ['bench/native/soak.cpp'],
-          'cflags': ['<!@(pkg-config --cflags-only-I gio-2.0 x11 xtst | sed s/-I/-isystem/g)'],
-          'libraries': ['<!@(pkg-config --libs gio-2.0 x11 xtst)'],
+          'target_name': 'bench_reference',
+          'sources': ['bench/native/reference.cpp'],
+          'defines': ['<@(oldest_releases)'],
+          'cflags': ['<!@(pkg-config --cflags-only-I gtk+-3.0 x11 xi xscrnsaver | sed s/-I/-isystem/g)'],
+          'libraries': ['<!@(pkg-config --libs gtk+-3.0 x11 xi xscrnsaver)'],
         },
         {
           'target_name': 'example_button_window',
@@ -190,12 +166,6 @@
           'sources': ['test/native/faults.cpp'],
           'cflags': ['<!@(pkg-config --cflags-only-I gtk+-3.0 | sed s/-I/-isystem/g)'],
           'libraries': ['<!@(pkg-config --libs gtk+-3.0)', '-ldl'],
-        },
-        {
-          'target_name': 'x_client',
-          'sources': ['test/native/x_client.cpp'],
-          'cflags': ['<!@(pkg-config --cflags-only-I x11 xtst xi xres xscrnsaver | sed s/-I/-isystem/g)'],
-          'libraries': ['<!@(pkg-config --libs x11 xtst xi xres xscrnsaver)'],
         },
       ],
     }],

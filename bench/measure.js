@@ -1,6 +1,6 @@
 'use strict';
 
-// What the benchmarks share. Runs inside cases as well.
+// What the benchmarks share, in the runner's process and in the application's.
 
 /** What a share of the values stays below; on a busy machine 0.1 says more of the work than the median. */
 const quantile = (values, share) =>
@@ -21,63 +21,46 @@ function interleaved(subjects, rounds) {
   return times;
 }
 
-/** Lets collected buffers give their memory back, which takes a turn; needs --expose-gc. */
-async function settleMemory() {
-  for (let round = 0; round < 3; ++round) {
-    global.gc();
-    await new Promise(setImmediate);
-  }
-}
-
-/** Kilobytes of a line of /proc/self/status. */
-function status(name) {
-  const text = require('fs').readFileSync('/proc/self/status', 'utf8');
-  return Number(new RegExp(`^${name}:\\s+(\\d+)`, 'm').exec(text)[1]);
-}
-
 /** Prints rows of an array of objects as a Markdown table. */
-function table(rows) {
+function table(title, rows) {
   const keys = Object.keys(rows[0]);
   const line = (cells) => `| ${cells.join(' | ')} |`;
+  console.log(`${title}\n`);
   console.log(line(keys));
   console.log(line(keys.map(() => '---')));
   for (const row of rows) console.log(line(keys.map((key) => row[key])));
   console.log();
 }
 
-/** Runs a case in a session of its own, made with `options`, and resolves to what it reported. */
-async function inSession(options, source, args, nodeArgs = []) {
-  const { runCase } = require('../test/helpers/case');
-  const { startSession } = require('../test/helpers/session');
+/**
+ * Calls `f` with an application, which has `measure` and `reference`, and a session of its own.
+ * `tidy` is false where others' code keeps the application from an end in order.
+ */
+async function inSession(options, f, { tidy = true, ...more } = {}) {
+  const { startApp } = require('../test/lib/app');
+  const { startSession } = require('../test/lib/session');
   const session = await startSession(options);
   try {
-    const { json, stderr } = await runCase(source, {
-      env: session.env,
-      args,
-      nodeArgs,
-      timeout: 600000,
+    const app = await startApp(session, more);
+    session.stops.push(app.stop);
+    await app.run(() => {
+      global.measure = require('../../bench/measure');
+      global.reference = require(`${process.env.KIV_BUILD_FOLDER}/bench_reference.node`);
     });
-    if (!json) throw new Error(stderr);
-    return json;
+    const result = await f(app, session);
+    if (tidy) await app.end();
+    return result;
   } finally {
     await session.stop();
   }
 }
 
-/** The options of a bare screen. */
-const bareScreen = (width, height) => ({
-  screens: [`${width}x${height}x24`],
-  wm: false,
-  bus: false,
-});
+/** Runs a benchmark to its end. */
+function run(main) {
+  main(process.argv.includes('--quick')).catch((error) => {
+    console.error(error);
+    process.exitCode = 1;
+  });
+}
 
-module.exports = {
-  bareScreen,
-  inSession,
-  interleaved,
-  median,
-  quantile,
-  settleMemory,
-  status,
-  table,
-};
+module.exports = { inSession, interleaved, median, quantile, run, table };

@@ -1,28 +1,19 @@
 'use strict';
 
-// Pictures for the root window; runs inside cases.
-/* global X */
-
-/** BGRX pixels: 'busy' has areas, edges and gradients as a desktop has, 'noise' has nothing else. */
-function pixels(kind, width, height) {
+/** BGRX pixels with areas, edges and gradients as a desktop has them. */
+function pixels(width, height) {
   const bytes = Buffer.alloc(width * height * 4);
   const words = new Uint32Array(bytes.buffer, bytes.byteOffset, width * height);
   let state = 12345;
   const random = () => (state = (Math.imul(state, 1664525) + 1013904223) >>> 0);
-  if (kind === 'noise') {
-    for (let i = 0; i < words.length; ++i) words[i] = random() >>> 8;
-    return bytes;
-  }
   for (let y = 0; y < height; ++y) {
     for (let x = 0; x < width; ++x)
       words[y * width + x] = (((x * 255) / width) << 16) | (((y * 255) / height) << 8) | 0x60;
   }
   for (let i = 0; i < 400; ++i) {
     const [left, top] = [random() % width, random() % height];
-    const [right, bottom] = [
-      Math.min(width, left + (random() % 400)),
-      Math.min(height, top + (random() % 200)),
-    ];
+    const right = Math.min(width, left + (random() % 400));
+    const bottom = Math.min(height, top + (random() % 200));
     const color = random() >>> 8;
     for (let y = top; y < bottom; ++y) words.fill(color, y * width + left, y * width + right);
   }
@@ -34,15 +25,4 @@ function pixels(kind, width, height) {
   return bytes;
 }
 
-/** Covers the whole screen with a picture; returns the client that has to stay open. */
-function paint(kind, width, height) {
-  const client = X.open(process.env.DISPLAY);
-  const id = client.createWindow({ x: 0, y: 0, width, height, overrideRedirect: true });
-  client.map(id);
-  client.sync();
-  client.drawImage(id, 0, 0, width, height, pixels(kind, width, height));
-  client.sync();
-  return client;
-}
-
-module.exports = { paint, pixels };
+module.exports = { pixels };

@@ -4,7 +4,7 @@ const fs = require('fs');
 const path = require('path');
 
 const ENTITIES = { '&': '&amp;', '<': '&lt;', '>': '&gt;', '"': '&quot;' };
-const escape = (text) => String(text).replace(/[&<>"]/g, (character) => ENTITIES[character]);
+const escaped = (text) => String(text).replace(/[&<>"]/g, (character) => ENTITIES[character]);
 
 const STYLE = `
 body { font: 15px/1.5 system-ui, sans-serif; margin: 2rem auto; max-width: 70rem; padding: 0 1rem; color: #222; }
@@ -18,13 +18,13 @@ td, th { padding: 0 1rem; text-align: right; }
 dt { color: #666; } dd { margin: 0; overflow-wrap: anywhere; }`;
 
 function facts(entries) {
-  return `<dl>${entries.map(([name, value]) => `<dt>${escape(name)}</dt><dd>${escape(value)}</dd>`).join('')}</dl>`;
+  return `<dl>${entries.map(([name, value]) => `<dt>${escaped(name)}</dt><dd>${escaped(value)}</dd>`).join('')}</dl>`;
 }
 
 function snapshot(snap) {
-  return `<section><h2>${escape(snap.call)}</h2>
-<figure><img class="whole" src="${escape(snap.file)}" alt="the picture">
-<img class="thumbnail" src="${escape(snap.thumbnail)}" alt="its thumbnail"></figure>
+  return `<section><h2>${escaped(snap.call)}</h2>
+<figure><img class="whole" src="${escaped(snap.file)}" alt="the picture">
+<img class="thumbnail" src="${escaped(snap.thumbnail)}" alt="its thumbnail"></figure>
 ${facts([
   ['size', `${snap.width} × ${snap.height}, ${snap.bytes} bytes`],
   ['file name', snap.filename],
@@ -36,13 +36,13 @@ ${facts([
 function pictures(list) {
   if (list.length === 0) return '';
   const figure = ({ name, file, bytes }) =>
-    `<figure><img class="whole" src="${escape(file)}" alt=""><figcaption>${escape(name)}, ${bytes} bytes</figcaption></figure>`;
+    `<figure><img class="whole" src="${escaped(file)}" alt=""><figcaption>${escaped(name)}, ${bytes} bytes</figcaption></figure>`;
   return `<section><h2>getScreenSnapAsync("selection", f)</h2>${list.map(figure).join('\n')}</section>`;
 }
 
 function moments(list) {
   const cells = (tag, values) =>
-    `<tr>${values.map((value) => `<${tag}>${escape(value)}</${tag}>`).join('')}</tr>`;
+    `<tr>${values.map((value) => `<${tag}>${escaped(value)}</${tag}>`).join('')}</tr>`;
   return `<section><h2>getInputInfo(), setInterval() and ScreenLockMonitor, live</h2>
 <table>${cells('th', ['second', 'keys', 'clicks', 'idle seconds', 'ticks', 'event'])}
 ${list.map((one) => cells('td', [one.second, one.keys, one.clicks, one.idle, one.ticks, one.event])).join('\n')}</table></section>`;
@@ -53,7 +53,7 @@ ${list.map((one) => cells('td', [one.second, one.keys, one.clicks, one.idle, one
  * itself again.
  */
 function writePage(folder, { snapshots, selection = [], log, live = [], going = false }) {
-  const lines = log.map(([level, text]) => `[${level}] ${text}`).join('\n') || 'nothing';
+  const lines = log.join('\n') || 'nothing';
   const file = path.join(folder, 'index.html');
   fs.writeFileSync(
     file,
@@ -65,7 +65,7 @@ function writePage(folder, { snapshots, selection = [], log, live = [], going = 
 ${snapshots.map(snapshot).join('\n')}
 ${pictures(selection)}
 ${moments(live)}
-<section><h2>log</h2><pre>${escape(lines)}</pre></section>
+<section><h2>log</h2><pre>${escaped(lines)}</pre></section>
 </html>
 `,
   );

@@ -6,10 +6,9 @@
 # Each entry is a package and, after a colon, how its presence shows: @command, +pkg-config
 # module, a /path, or nothing for dpkg's own answer.
 PACKAGES_BUILD=(g++:@g++ make:@make python3:@python3 pkg-config:@pkg-config
-  libgtk-3-dev:+gtk+-3.0 libxi-dev:+xi libxss-dev:+xscrnsaver libxinerama-dev:+xinerama
-  libxtst-dev:+xtst libxres-dev:+xres)
-PACKAGES_DISPLAY=(xvfb:@Xvfb openbox:@openbox dbus:@dbus-daemon libglib2.0-bin:@gdbus
-  x11-utils:@xdpyinfo)
+  libgtk-3-dev:+gtk+-3.0 libxi-dev:+xi libxss-dev:+xscrnsaver libxinerama-dev:+xinerama)
+PACKAGES_DISPLAY=(xvfb:@Xvfb openbox:@openbox xdotool:@xdotool dbus:@dbus-daemon
+  libglib2.0-bin:@gdbus x11-utils:@xdpyinfo)
 # What the tests want beside those. Desktops come and go with releases.
 PACKAGES_TEST=(xserver-xorg-core:@Xorg
   xserver-xorg-video-dummy:/usr/lib/xorg/modules/drivers/dummy_drv.so

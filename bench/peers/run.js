@@ -4,298 +4,248 @@
 // the same run: run.js [--readme]. scripts/peers installs them first. --readme renews the README's
 // table.
 
-const { execFileSync } = require('child_process');
+const { execFile, execFileSync } = require('child_process');
 const fs = require('fs');
 const os = require('os');
 const path = require('path');
-const { runCase } = require('../../test/helpers/case');
-const { startSession } = require('../../test/helpers/session');
+const { promisify } = require('util');
+const { until } = require('../../test/lib/processes');
+const { inSession, median } = require('../measure');
+const { pixels } = require('../pictures');
 
 const ROOT = path.join(__dirname, '..', '..');
 const PACKAGES = path.join(ROOT, '.cache', 'peers', 'node_modules');
 const MARKS = ['<!-- peers -->', '<!-- /peers -->'];
-const SIZES = [
+const PRESSES = 50000;
+const [FULL, LARGE] = [
   [1920, 1080],
   [3840, 2160],
 ];
 
-// What a peer's call is: text of an async function's body; `load` takes a package. Bytes where there
-// are any. Those that give raw pixels get sharp as their encoder.
-const PICTURES = {
-  'node-screenshots + sharp': (format) => `
-    const image = await load('node-screenshots').Monitor.all()[0].captureImage();
-    return encode(await image.toRaw(), image.width, image.height, 4, '${format}');`,
-  'robotjs + sharp': (format) => `
-    const { image, width, height } = load('robotjs').screen.capture();
-    return encode(image, width, height, 4, '${format}');`,
-  'nut-js + sharp': (format) => `
-    const { data, width, height, channels } = await load('@nut-tree-fork/nut-js').screen.grab();
-    return encode(data, width, height, channels, '${format}');`,
-  'screenshot-desktop': (format) =>
-    `return load('screenshot-desktop')({ format: '${format === 'jpeg' ? 'jpg' : 'png'}' });`,
-  scrot: (format) =>
-    `return tool('scrot', ['-q', '25', '-o', file('${format}')], file('${format}'));`,
-  maim: (format) =>
-    `return tool('maim', ['-f', '${format === 'jpeg' ? 'jpg' : 'png'}', file('${format}')], file('${format}'));`,
-  import: (format) =>
-    `return tool('import', ['-window', 'root', '-quality', '${format === 'jpeg' ? 25 : 75}', '${format}:' + file('${format}')], file('${format}'));`,
-};
-const picturesAs = (format) =>
-  Object.fromEntries(Object.entries(PICTURES).map(([name, body]) => [name, body(format)]));
-const FITTED = `
-  const image = await load('node-screenshots').Monitor.all()[0].captureImage();
-  const raw = load('sharp')(await image.toRaw(), { raw: { width: image.width, height: image.height, channels: 4 } });
-  const [bytes] = await Promise.all([
-    raw.clone().resize(1920, 1080, { fit: 'inside' }).jpeg({ quality: 50 }).toBuffer(),
-    raw.clone().resize(620, 320, { fit: 'fill' }).jpeg({ quality: 50 }).toBuffer(),
-  ]);
-  return bytes;`;
-const ASYNC =
-  'return new Promise((done) => kiv.getScreenSnapAsync("desktop", (snap) => done(snap.data)));';
+const load = (name) => require(path.join(PACKAGES, name));
+const tool = async (name, ...args) => (await promisify(execFile)(name, args)).stdout;
+async function written(extension, name, ...args) {
+  const file = path.join(process.env.TMPDIR, `picture.${extension}`);
+  await tool(name, ...args.map((arg) => arg.replace('FILE', file)));
+  return fs.readFileSync(file);
+}
 
-/** [piece, screen, the module's call, rounds, the peers' calls] */
-const PIECES = [
-  ['JPEG', SIZES[0], 'return kiv.getScreenSnap("desktop", true).data;', 15, picturesAs('jpeg')],
-  ['PNG', SIZES[0], ASYNC, 5, picturesAs('png')],
-  ['PNG', SIZES[1], ASYNC, 3, picturesAs('png')],
-  [
-    'fitted JPEG and thumbnail',
-    SIZES[1],
-    'return kiv.getScreenSnap("desktop", true).data;',
-    9,
-    { 'node-screenshots + sharp': FITTED },
-  ],
-  [
-    'title and process',
-    SIZES[0],
-    'return internals.activeTask();',
-    60,
-    {
-      '@paymoapp/active-window': `
-      const { ActiveWindow } = load('@paymoapp/active-window');
-      return ActiveWindow.getActiveWindow();`,
-      'x-win': 'return load("@miniben90/x-win").activeWindow();',
-      'get-windows': 'return (await getWindows()).activeWindow();',
-    },
-  ],
-  [
-    'idle time',
-    SIZES[0],
-    'return kiv.getInputInfo();',
-    100,
-    {
-      'desktop-idle': 'return load("desktop-idle").getIdleTime();',
-      xprintidle: 'return tool("xprintidle", []);',
-    },
-  ],
-];
-
-// In a process with the module and one peer, which may end it.
-const beside = async (PACKAGES_, mine, theirs, rounds) => {
-  const path_ = require('path');
-  const fs_ = require('fs');
-  const { execFile } = require('child_process');
-  const { median } = require('../../bench/measure');
-  const { paint } = require('../../bench/pictures');
-  const { activeWindow } = require('./windows');
-  const client = X.open(process.env.DISPLAY);
-  const { width, height } = client.geometry(client.rootWindow(0));
-  client.close();
-  host.startLoop();
-  kiv.setupLogger(() => {});
-  kiv.init();
-  const painted = paint('busy', width, height);
-  const active = await activeWindow({ title: 'A window', pid: process.pid });
-  const load = (name) => require(path_.join(PACKAGES_, name));
-  const file = (format) =>
-    path_.join(process.env.TMPDIR, `picture.${format === 'jpeg' ? 'jpg' : 'png'}`);
-  const encode = (data, columns, lines, channels, format) =>
-    load('sharp')(data, { raw: { width: columns, height: lines, channels } })
+// Those that give raw pixels get sharp as their encoder.
+function pictures(format) {
+  const extension = format === 'jpeg' ? 'jpg' : 'png';
+  const encode = (data, width, height, channels) =>
+    load('sharp')(data, { raw: { width, height, channels } })
       .removeAlpha()
       [format](format === 'jpeg' ? { quality: 25 } : {})
       .toBuffer();
-  const tool = (name, args, written) =>
-    new Promise((resolve, reject) =>
-      execFile(name, args, (error, stdout) => {
-        if (error) reject(error);
-        else resolve(written ? fs_.readFileSync(written) : stdout);
-      }),
-    );
-  // It is a module of the new kind, which a case's text cannot import.
-  const getWindows = () => require(path_.join(PACKAGES_, '..', 'import'))('get-windows');
-  const make = (body) =>
-    new Function(
-      'kiv',
-      'internals',
-      'load',
-      'encode',
-      'tool',
-      'file',
-      'getWindows',
-      `return async () => {${body}}`,
-    )(kiv, internals, load, encode, tool, file, getWindows);
-  const subjects = { mine: make(mine), theirs: make(theirs) };
+  return {
+    'node-screenshots + sharp': async () => {
+      const image = await load('node-screenshots').Monitor.all()[0].captureImage();
+      return encode(await image.toRaw(), image.width, image.height, 4);
+    },
+    'robotjs + sharp': () => {
+      const robot = load('robotjs');
+      robot.setXDisplayName(process.env.DISPLAY); // else the first there is
+      const { image, width, height } = robot.screen.capture();
+      return encode(image, width, height, 4);
+    },
+    'nut-js + sharp': async () => {
+      const { data, width, height, channels } = await load('@nut-tree-fork/nut-js').screen.grab();
+      return encode(data, width, height, channels);
+    },
+    'screenshot-desktop': () => load('screenshot-desktop')({ format: extension }),
+    scrot: () => written(extension, 'scrot', '-q', '25', '-o', 'FILE'),
+    maim: () => written(extension, 'maim', '-f', extension, 'FILE'),
+    import: () =>
+      written(
+        extension,
+        'import',
+        '-window',
+        'root',
+        '-quality',
+        format === 'jpeg' ? '25' : '75',
+        'FILE',
+      ),
+  };
+}
+
+async function fitted() {
+  const image = await load('node-screenshots').Monitor.all()[0].captureImage();
+  const { width, height } = image;
+  const raw = load('sharp')(await image.toRaw(), { raw: { width, height, channels: 4 } });
+  const jpeg = (...how) =>
+    raw
+      .clone()
+      .resize(...how)
+      .jpeg({ quality: 50 })
+      .toBuffer();
+  const both = [jpeg(1920, 1080, { fit: 'inside' }), jpeg(620, 320, { fit: 'fill' })];
+  return (await Promise.all(both))[0];
+}
+
+const titles = {
+  '@paymoapp/active-window': () => load('@paymoapp/active-window').ActiveWindow.getActiveWindow(),
+  'x-win': () => load('@miniben90/x-win').activeWindow(),
+  'get-windows': async () =>
+    (await import(path.join(PACKAGES, 'get-windows', 'index.js'))).activeWindow(),
+};
+const idleTimes = {
+  'desktop-idle': () => load('desktop-idle').getIdleTime(),
+  xprintidle: () => tool('xprintidle'),
+};
+
+const jpegOfMine = () => kiv.getScreenSnap('desktop', true).data;
+const pngOfMine = () =>
+  new Promise((resolve) => kiv.getScreenSnapAsync('desktop', (snap) => resolve(snap.data)));
+/** [piece, screen, rounds, the module's call, the peers' calls]; bytes where there are any. */
+const PIECES = [
+  ['JPEG, 1920 × 1080', FULL, 15, jpegOfMine, pictures('jpeg')],
+  ['PNG, 1920 × 1080', FULL, 5, pngOfMine, pictures('png')],
+  ['PNG, 3840 × 2160', LARGE, 3, pngOfMine, pictures('png')],
+  [
+    'fitted JPEG and thumbnail, 3840 × 2160',
+    LARGE,
+    9,
+    jpegOfMine,
+    { 'node-screenshots + sharp': fitted },
+  ],
+  ['title and process', FULL, 60, () => internals.activeTask(), titles],
+  ['idle time', FULL, 100, () => kiv.getInputInfo(), idleTimes],
+];
+
+/** In a process with the module and one peer, which may end it. */
+async function beside(piece, peer) {
+  const [, , rounds, mine, peers] = PIECES[piece];
+  const subjects = { mine, theirs: peers[peer] };
   const times = { mine: [], theirs: [] };
   const bytes = {};
   for (let round = -1; round < rounds; ++round) {
-    for (const name of Object.keys(subjects)) {
+    for (const [name, call] of Object.entries(subjects)) {
       // Until a tool's process is gone, for the server as well.
       await new Promise((resolve) => setTimeout(resolve, 50));
-      painted.sync();
       const start = process.hrtime.bigint();
-      const result = await subjects[name]();
+      const result = await call();
       // The first round loads.
       if (round >= 0) times[name].push(Number(process.hrtime.bigint() - start) / 1e6);
-      bytes[name] = result && result.length > 0 ? result.length : 0;
+      bytes[name] = Buffer.isBuffer(result) ? result.length : 0;
     }
   }
-  report({ mine: median(times.mine), theirs: median(times.theirs), bytes });
-  active.close();
-  painted.close();
-  process.exit(0);
-};
+  return { mine: median(times.mine), theirs: median(times.theirs), bytes };
+}
 
-// A burst of key presses of somebody else's: how many arrive, and this process's time for each.
-const burst = async (PACKAGES_, peer, presses) => {
-  const path_ = require('path');
-  const { spawn } = require('child_process');
-  let counted = 0;
-  let count = () => counted;
-  if (peer) {
-    const { uIOhook } = require(path_.join(PACKAGES_, 'uiohook-napi'));
-    uIOhook.on('keydown', () => {
-      ++counted;
-    });
-    uIOhook.start();
-  } else {
-    kiv.setupLogger(() => {});
-    kiv.init();
-    count = () => kiv.getInputInfo().keyboardActivity;
-  }
-  const feed = (times) =>
-    new Promise((resolve) =>
-      spawn(
-        process.execPath,
-        [
-          '-e',
-          `
-    const floor = require('${path_.resolve('build/Release/bench_input.node')}');
-    floor.feed(${times}, 38);`,
-        ],
-        { stdio: 'inherit' },
-      ).on('exit', resolve),
-    );
-  await until(() => feed(10).then(() => count() > 0), { what: 'a key that arrives' });
-  await new Promise((resolve) => setTimeout(resolve, 500));
-  const known = count();
-  const before = process.cpuUsage();
-  await feed(presses);
-  // Until nothing comes any more.
-  let last = -1;
-  while (count() !== last) {
+let countedKeys = 0;
+
+/** Has the peer or the module count keys from now on. */
+function countKeys(peer) {
+  if (!peer) return;
+  const { uIOhook } = load('uiohook-napi');
+  kiv.teardown();
+  uIOhook.on('keydown', () => ++countedKeys);
+  uIOhook.start();
+}
+
+/** The count, once it stays, and the microseconds of processor so far. */
+async function settled() {
+  const count = () => countedKeys + kiv.getInputInfo().keyboardActivity;
+  let last;
+  do {
     last = count();
     await new Promise((resolve) => setTimeout(resolve, 500));
-  }
-  const { user, system } = process.cpuUsage(before);
-  report({ lost: presses - (count() - known), cost: (user + system) / presses });
-  process.exit(0);
-};
-
-// The reason in a few words.
-function failure({ signal, code, stderr }) {
-  const line =
-    stderr.split('\n').find((text) => /Error|error|cannot|failed/.test(text)) ||
-    stderr.split('\n')[0];
-  return `fails: ${signal || `exit ${code}`} ${line.slice(0, 80)}`.trim();
+  } while (count() !== last);
+  const { user, system } = process.cpuUsage();
+  return [last, user + system];
 }
+
+const inDesktop = ([width, height], f) =>
+  inSession(
+    { screens: [`${width}x${height}`], wm: 'openbox' },
+    async (app, { x }) => {
+      await x.wallpaper(width, height, pixels(width, height));
+      await x.activeWindow({ title: 'A window', pid: process.pid });
+      await app.run(() => {
+        global.peers = require('../../bench/peers/run');
+      });
+      return f(app, x);
+    },
+    { tidy: false },
+  ).catch(({ message }) => {
+    const lines = message.split('\n');
+    const line = lines.find((text) => /Error|error|cannot|failed/.test(text)) || lines[0];
+    return { failure: `fails: ${line.slice(0, 80)}` };
+  });
+
+// A burst of somebody else's key presses: how many arrive, and the process's time for each.
+const burst = (peer) =>
+  inDesktop(FULL, async (app, x) => {
+    await app.run((name) => peers.countKeys(name), peer);
+    const press = async (times) => {
+      for (let i = 0; i < times; ++i) x.key();
+      await x.sync();
+      return app.run(() => peers.settled());
+    };
+    // A hook takes its time to be there.
+    await until(async () => (await press(1))[0] > 0, 'a key that arrives');
+    const [known, before] = await app.run(() => peers.settled());
+    const [count, after] = await press(PRESSES);
+    const each = (after - before) / PRESSES;
+    return { each, text: `${each.toFixed(0)} µs of processor, ${PRESSES - count + known} lost` };
+  });
 
 const time = (ms) =>
   ms < 1 ? `${(ms * 1000).toFixed(0)} µs` : `${ms.toFixed(ms < 10 ? 1 : 0)} ms`;
 const size = (bytes) => (bytes ? `, ${Math.round(bytes / 1024)} kB` : '');
 
-async function inDesktop([width, height], source, args) {
-  const session = await startSession({ screens: [`${width}x${height}x24`] });
-  try {
-    return await runCase(source, {
-      env: session.env,
-      args: [PACKAGES, ...args],
-      timeout: 300000,
-      leaks: false,
-    });
-  } catch (error) {
-    return { code: 'none', stderr: `Error: ${error.message.split('\n')[0]}` };
-  } finally {
-    await session.stop();
-  }
+function cells({ failure, mine, theirs, bytes }) {
+  if (failure) return ['', failure, ''];
+  const own = time(mine) + size(bytes.mine);
+  // A capture that failed without a word is all of one colour.
+  if (bytes.mine > 0 && bytes.theirs < bytes.mine / 10) return [own, 'fails: a blank picture', ''];
+  return [own, time(theirs) + size(bytes.theirs), (theirs / mine).toFixed(1)];
 }
 
 async function main() {
-  const rows = [];
-  for (const [piece, screen, mine, rounds, peers] of PIECES) {
-    for (const [peer, theirs] of Object.entries(peers)) {
-      const result = await inDesktop(screen, beside, [mine, theirs, rounds]);
-      const { json } = result;
-      const what = /title|idle/.test(piece) ? piece : `${piece}, ${screen.join(' × ')}`;
-      // A capture that failed without a word is all of one colour.
-      const blank = json && json.bytes.theirs > 0 && json.bytes.theirs < json.bytes.mine / 10;
-      if (blank)
-        rows.push([
-          what,
-          peer,
-          time(json.mine) + size(json.bytes.mine),
-          `fails: a blank picture${size(json.bytes.theirs)}`,
-          '',
-        ]);
-      else
-        rows.push(
-          json
-            ? [
-                what,
-                peer,
-                time(json.mine) + size(json.bytes.mine),
-                time(json.theirs) + size(json.bytes.theirs),
-                (json.theirs / json.mine).toFixed(1),
-              ]
-            : [what, peer, '', failure(result), ''],
-        );
-      console.log(rows[rows.length - 1].join(' | '));
+  const rows = [
+    ['Piece', 'Beside', 'This module', 'The other', 'Times the module'],
+    Array(5).fill('---'),
+  ];
+  const add = (...row) => {
+    rows.push(row);
+    console.log(row.join(' | '));
+  };
+  for (const [i, [piece, screen, , , peers]] of PIECES.entries()) {
+    for (const peer of Object.keys(peers)) {
+      const call = (app) => app.run((...args) => peers.beside(...args), i, peer);
+      add(piece, peer, ...cells(await inDesktop(screen, call)));
     }
   }
-  const PRESSES = 50000;
-  const [own, other] = [
-    await inDesktop(SIZES[0], burst, ['', PRESSES]),
-    await inDesktop(SIZES[0], burst, ['uiohook-napi', PRESSES]),
-  ];
-  const told = ({ json, ...result }) =>
-    json ? `${json.cost.toFixed(0)} µs of processor, ${json.lost} lost` : failure(result);
-  rows.push([
+  const [own, other] = [await burst(''), await burst('uiohook-napi')];
+  const texts = [own, other].map(({ text, failure }) => text || failure);
+  add(
     `a key of a burst of ${PRESSES.toLocaleString('en')}`,
     'uiohook-napi',
-    told(own),
-    told(other),
-    own.json && other.json ? (other.json.cost / own.json.cost).toFixed(1) : '',
-  ]);
-  console.log(rows[rows.length - 1].join(' | '));
-
-  const line = (cells) => `| ${cells.join(' | ')} |`;
+    ...texts,
+    (other.each / own.each).toFixed(1),
+  );
+  if (!process.argv.includes('--readme')) return;
   const version = execFileSync('lsb_release', ['-ds'], { encoding: 'utf8' }).trim();
+  const machine = `${os.cpus().length} shared cores (${os.cpus()[0].model.trim()})`;
+  const when = new Date().toISOString().slice(0, 10);
   const text = [
     MARKS[0],
-    line(['Piece', 'Beside', 'This module', 'The other', 'Times the module']),
-    line(['---', '---', '---', '---', '---']),
-    ...rows.map(line),
+    ...rows.map((row) => `| ${row.join(' | ')} |`),
     '',
-    `${new Date().toISOString().slice(0, 10)}, ${os.cpus().length} shared cores (${os.cpus()[0].model.trim()}), ${version}, Node ${process.version}, Xvfb.`,
+    `${when}, ${machine}, ${version}, Node ${process.version}, Xvfb.`,
     MARKS[1],
   ].join('\n');
-  if (!process.argv.includes('--readme')) return;
   const readme = path.join(ROOT, 'README.md');
   const whole = fs.readFileSync(readme, 'utf8');
-  const [from, to] = [whole.indexOf(MARKS[0]), whole.indexOf(MARKS[1])];
+  const [from, to] = MARKS.map((mark) => whole.indexOf(mark));
   fs.writeFileSync(readme, whole.slice(0, from) + text + whole.slice(to + MARKS[1].length));
 }
 
-main().catch((error) => {
-  console.error(error);
-  process.exit(1);
-});
+module.exports = { beside, countKeys, settled };
+if (require.main === module)
+  main().catch((error) => {
+    console.error(error);
+    process.exitCode = 1;
+  });

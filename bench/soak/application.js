@@ -1,188 +1,144 @@
 'use strict';
 
-// The application of the soak, in a process of its own: does what lines on standard input ask for,
-// and reports what came of it. Times all it asks of the module.
-/* global bus, host, kiv, report, until */
+// The application of the soak. Times all that it asks of the module.
 
 const EventEmitter = require('events');
 const fs = require('fs');
 const path = require('path');
-const readline = require('readline');
-const { settleMemory, status } = require('../measure');
+const { until } = require('../../test/lib/processes');
+const bare = require(path.join(process.env.KIV_BUILD_FOLDER, 'bench_reference.node'));
 
-const addon = (name) => require(path.resolve('build', process.env.KIV_BUILD, `${name}.node`));
-const now = () => Number(process.hrtime.bigint()) / 1e6;
-const descriptors = () => fs.readdirSync('/proc/self/fd').length;
+bare.countObjects();
+host.loadUtilities();
+host.startLoop();
+bare.reserve(1920 * 1080 * 4);
+bare.watchTurns();
 
-module.exports = async (width, height) => {
-  const soak = addon('bench_soak');
-  soak.countObjects();
-  const bare = addon('bench_input');
-  const floor = addon('bench_floor');
-  host.loadUtilities();
-  host.startLoop();
-  floor.reserve(width * height * 4);
-  soak.watchTurns();
-  Object.setPrototypeOf(kiv.ScreenLockMonitor.prototype, EventEmitter.prototype);
+const complaints = {};
+kiv.setupLogger((level, text) => {
+  if (level === 'error' || level === 'warn') complaints[text] = (complaints[text] || 0) + 1;
+});
 
-  const log = {};
-  kiv.setupLogger((level, text) => {
-    if (level === 'error' || level === 'warn') log[text] = (log[text] || 0) + 1;
-  });
+// { name: { times, sum, longest, processor } } in milliseconds.
+const holds = {};
+function note(name, clock, processor) {
+  const hold = holds[name] || { times: 0, sum: 0, longest: 0, processor: 0 };
+  holds[name] = hold;
+  ++hold.times;
+  hold.sum += clock;
+  hold.longest = Math.max(hold.longest, clock);
+  hold.processor = Math.max(hold.processor, processor);
+}
+function hold(name, call) {
+  const [clock, processor] = [process.hrtime.bigint(), bare.processor()];
+  const result = call();
+  note(name, Number(process.hrtime.bigint() - clock) / 1e6, bare.processor() - processor);
+  return result;
+}
 
-  // What held the loop: { name: { times, sum, longest, processor } } in milliseconds.
-  const holds = {};
-  const note = (name, clock, processor) => {
-    const hold = (holds[name] = holds[name] || { times: 0, sum: 0, longest: 0, processor: 0 });
-    ++hold.times;
-    hold.sum += clock;
-    hold.longest = Math.max(hold.longest, clock);
-    hold.processor = Math.max(hold.processor, processor);
-  };
-  const hold = (name, call) => {
-    const [clock, processor] = [now(), soak.processor()];
-    const result = call();
-    note(name, now() - clock, soak.processor() - processor);
-    return result;
-  };
+const heard = { screen_lock: 0, screen_unlock: 0 };
+Object.setPrototypeOf(kiv.ScreenLockMonitor.prototype, EventEmitter.prototype);
+// The only one, and exported to be kept: when any monitor is collected, events stop.
+const monitor = new kiv.ScreenLockMonitor();
+EventEmitter.call(monitor);
+for (const event of Object.keys(heard)) monitor.on(event, () => ++heard[event]);
 
-  const heard = { screen_lock: 0, screen_unlock: 0 };
-  // The only one, and kept for the whole day: when any monitor is collected, events stop.
-  const monitor = new kiv.ScreenLockMonitor();
-  EventEmitter.call(monitor);
-  for (const event of Object.keys(heard)) monitor.on(event, () => ++heard[event]);
-  const counted = () => {
-    const { keyboardActivity, mouseActivity } = hold('getInputInfo', () => kiv.getInputInfo());
-    return { keys: keyboardActivity, clicks: mouseActivity };
-  };
-  let selection = null;
-  let ticks = 0;
+let selected = [];
+let ticks = 0;
 
-  const sample = () => ({
-    'resident kB': status('VmRSS'),
-    'malloc kB': Math.round(soak.allocated() / 1024),
-    descriptors: descriptors(),
-    threads: status('Threads'),
-    'loop handles': soak.handles(),
-    GObjects: Object.values(soak.objects()).reduce((sum, count) => sum + count, 0),
-    objects: soak.objects(),
-  });
+const status = (name) =>
+  Number(
+    new RegExp(`^${name}:\\s+(\\d+)`, 'm').exec(fs.readFileSync('/proc/self/status', 'utf8'))[1],
+  );
+const sample = () => ({
+  'resident kB': status('VmRSS'),
+  'malloc kB': Math.round(bare.allocated() / 1024),
+  descriptors: fs.readdirSync('/proc/self/fd').length,
+  threads: status('Threads'),
+  'loop handles': bare.handles(),
+  GObjects: bare.objects(),
+});
 
-  const commands = {
-    init() {
-      hold('init', () => kiv.init());
-    },
-    teardown() {
-      hold('teardown', () => kiv.teardown());
-    },
-    counted,
-    heard: () => ({ ...heard, bare: soak.heard() }),
-    log: () => log,
-    holds: () => holds,
-    sleep: (ms) => new Promise((resolve) => setTimeout(resolve, ms)),
-    forgetTurns() {
-      soak.turns();
-    },
-    turns(name) {
-      note(name, ...soak.turns());
-    },
+module.exports = {
+  ...bare,
+  monitor,
+  init: () => hold('init', kiv.init),
+  teardown: () => hold('teardown', kiv.teardown),
+  heard: () => heard,
+  holds: () => holds,
+  complaints: () => complaints,
+  ticks: () => ticks,
+  selected: () => selected,
+  sleep: (ms) => new Promise((resolve) => setTimeout(resolve, ms)),
+  note: (name) => note(name, ...bare.turns()),
+  counts() {
+    const { keyboardActivity, mouseActivity } = hold('getInputInfo', kiv.getInputInfo);
+    return [keyboardActivity, mouseActivity, heard.screen_lock + heard.screen_unlock];
+  },
 
-    snapshot(type, jpeg, where) {
-      const format = jpeg ? 'JPEG' : 'PNG';
-      let snap;
-      if (where === 'async') {
-        hold(`getScreenSnapAsync ${type} PNG`, () =>
-          kiv.getScreenSnapAsync(type, (result) => {
-            snap = result;
-          }),
-        );
-      } else if (where === 'files') {
-        snap = hold(`getScreenSnap ${type} ${format} to files`, () =>
-          kiv.getScreenSnap(type, jpeg, path.join(process.env.HOME, 'snaps')),
-        );
-      } else {
-        snap = hold(`getScreenSnap ${type} ${format}`, () => kiv.getScreenSnap(type, jpeg));
-      }
-      let bytes;
-      if (snap.ScreenFullPath) {
-        bytes = fs.statSync(snap.ScreenFullPath).size;
-        fs.unlinkSync(snap.ScreenFullPath);
-        fs.unlinkSync(snap.ThumbnailFullPath);
-      } else {
-        bytes = snap.data.length;
-      }
-      return { width: snap.width, height: snap.height, bytes, title: snap.activeWindowTitle };
-    },
-
-    async tick(count, period) {
-      const goal = ticks + count;
-      await new Promise((resolve) =>
-        kiv.setInterval(() => {
-          if (++ticks < goal) return;
-          kiv.setInterval(null, 0);
-          resolve();
-        }, period),
-      );
-      return ticks;
-    },
-    ticks: () => ticks,
-
-    select() {
-      selection = [];
-      hold('getScreenSnapAsync selection', () =>
-        kiv.getScreenSnapAsync('selection', ({ errorCode, width: w, height: h, data }) => {
-          selection.push({ errorCode, width: w, height: h, bytes: data.length });
-        }),
-      );
-    },
-    selected: () => selection,
-
-    async sample() {
-      let last = null;
-      // GDK has a record of the window that is active, or was when a snapshot was taken.
-      kiv.getScreenSnap('display', true);
-      // Closed connections and windows go in their own time.
-      return until(
-        async () => {
-          const before =
-            last && JSON.stringify([last.GObjects, last.descriptors, last['loop handles']]);
-          await settleMemory();
-          last = sample();
-          return (
-            before === JSON.stringify([last.GObjects, last.descriptors, last['loop handles']]) &&
-            last
-          );
-        },
-        { timeout: 20000, what: 'a state that stays' },
-      );
-    },
-
-    // The bare library calls that the module is held against.
-    startCounting: () => bare.startCounting(),
-    stopCounting: () => bare.stopCounting(),
-    bareCounted: () => {
-      const { keyboardActivity, mouseActivity } = bare.object();
-      return keyboardActivity + mouseActivity;
-    },
-    listen: (file) => soak.listen(process.env.DBUS_SESSION_BUS_ADDRESS, file),
-    bareSnapshots() {
-      for (const jpeg of [true, false]) {
-        hold(`bare GDK and gdk-pixbuf, ${jpeg ? 'JPEG' : 'PNG'}`, () => floor.desktop(jpeg));
-      }
-    },
-  };
-
-  const lines = readline.createInterface({ input: process.stdin });
-  lines.on('line', async (line) => {
-    const [id, name, args] = JSON.parse(line);
-    try {
-      const value = await commands[name](...args);
-      report({ id, value });
-    } catch (error) {
-      report({ id, error: `${name}: ${error.stack}` });
+  snapshot(type, jpeg, where) {
+    const call = {
+      buffer: () => kiv.getScreenSnap(type, jpeg),
+      files: () => kiv.getScreenSnap(type, jpeg, path.join(process.env.HOME, 'snaps')),
+      async: () => {
+        let snap;
+        kiv.getScreenSnapAsync(type, (result) => {
+          snap = result;
+        });
+        return snap;
+      },
+    }[where];
+    const format = jpeg && where !== 'async' ? 'JPEG' : 'PNG';
+    const snap = hold(`snapshot of the ${type}, ${format}, ${where}`, call);
+    let bytes = snap.data && snap.data.length;
+    if (where === 'files') {
+      bytes = fs.statSync(snap.ScreenFullPath).size;
+      fs.unlinkSync(snap.ScreenFullPath);
+      fs.unlinkSync(snap.ThumbnailFullPath);
     }
-  });
-  await new Promise((resolve) => lines.on('close', resolve));
-  kiv.setInterval(null, 0);
-  kiv.teardown();
+    return [snap.width, snap.height, bytes > 0, snap.activeWindowTitle];
+  },
+  bareSnapshots() {
+    for (const jpeg of [true, false])
+      hold(`bare GDK and gdk-pixbuf, ${jpeg ? 'JPEG' : 'PNG'}`, () => bare.desktop(jpeg));
+  },
+
+  tick(count) {
+    const goal = ticks + count;
+    return new Promise((resolve) =>
+      kiv.setInterval(() => {
+        if (++ticks < goal) return;
+        kiv.setInterval(null, 0);
+        resolve();
+      }, 4),
+    );
+  },
+
+  select() {
+    selected = [];
+    hold('start of a selection', () =>
+      kiv.getScreenSnapAsync('selection', ({ errorCode, width, height, data }) => {
+        selected.push([errorCode, width, height, data.length > 0]);
+      }),
+    );
+  },
+
+  /** Closed connections and windows go in their own time. */
+  async sample() {
+    let last = {};
+    // GDK has a record of the window that is active, or was when a snapshot was taken.
+    kiv.getScreenSnap('display', true);
+    await until(async () => {
+      const before = last;
+      // Collected buffers give their memory back in a turn.
+      for (let round = 0; round < 3; ++round) {
+        gc();
+        await new Promise(setImmediate);
+      }
+      last = sample();
+      const same = (name) => JSON.stringify(last[name]) === JSON.stringify(before[name]);
+      return ['GObjects', 'descriptors', 'loop handles'].every(same);
+    }, 'a state that stays');
+    return last;
+  },
 };

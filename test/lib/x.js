@@ -97,15 +97,19 @@ async function openDisplay(display) {
     /** A managed window with the focus. */
     async activeWindow({ title, pid, ...rest } = {}) {
       const id = x.createWindow({ x: 50, y: 50, ...rest });
+      // Placed by the user: a window manager leaves it there.
+      const hints = CARDINALS(1, ...Array(17).fill(0));
+      await x.setProperty(id, 'WM_NORMAL_HINTS', 'WM_SIZE_HINTS', 32, hints);
       if (title !== undefined) await x.setProperty(id, '_NET_WM_NAME', 'UTF8_STRING', 8, title);
       if (pid) await x.setProperty(id, '_NET_WM_PID', 'CARDINAL', 32, CARDINALS(pid));
       x.map(id);
       await until(async () => (await x.getProperty(id, 'WM_STATE')).length, 'a managed window');
       await x.activate(id);
-      await until(
-        async () => (await x.getProperty(root, '_NET_ACTIVE_WINDOW')).readUInt32LE(0) === id,
-        'an active window',
-      );
+      await until(async () => {
+        // There may be none yet; one window manager (xfwm4 4.18) writes two.
+        const active = await x.getProperty(root, '_NET_ACTIVE_WINDOW');
+        return active.subarray(0, 4).equals(CARDINALS(id));
+      }, 'an active window');
       return id;
     },
     geometry: async (id) => {
@@ -146,6 +150,15 @@ async function openDisplay(display) {
       }
       X.FreeGC(gc);
     },
+    /** A picture behind all windows. */
+    async wallpaper(width, height, data) {
+      const pixmap = X.AllocID();
+      X.CreatePixmap(pixmap, root, 24, width, height);
+      x.draw(pixmap, width, height, data);
+      X.ChangeWindowAttributes(root, { backgroundPixmap: pixmap });
+      X.ClearArea(root, 0, 0, 0, 0, 0);
+      return x.sync();
+    },
     moveTo: (left, y) => fake(test.MotionNotify, 0, left, y),
     press: (button = 1) => fake(test.ButtonPress, button),
     release: (button = 1) => fake(test.ButtonRelease, button),
@@ -156,6 +169,14 @@ async function openDisplay(display) {
     key(code = 38) {
       fake(test.KeyPress, code);
       fake(test.KeyRelease, code);
+    },
+    /** All clients of the server, as resources() takes them. */
+    async clients() {
+      const res = await extension('res');
+      const found = await new Promise((resolve, reject) => {
+        res.QueryClients((error, value) => (error ? reject(error) : resolve(value)));
+      });
+      return found.map((client) => client.resourceBase);
     },
     /** Number of resources of each kind that a window's client holds on the server. */
     async resources(id) {
