@@ -11,6 +11,7 @@ async function openDisplay(display) {
   const { client: X, screen } = await new Promise((resolve, reject) => {
     x11.createClient({ display }, (error, opened) => (error ? reject(error) : resolve(opened)));
   }).then((opened) => ({ client: opened.client, screen: opened.screen }));
+  X.atoms = { ...X.atoms }; // the library would keep one server's for the next
   X.on('error', () => {}); // windows of others die at any time
   const ask = (request, ...args) =>
     new Promise((resolve, reject) => {
@@ -97,6 +98,9 @@ async function openDisplay(display) {
     /** A managed window with the focus. */
     async activeWindow({ title, pid, ...rest } = {}) {
       const id = x.createWindow({ x: 50, y: 50, ...rest });
+      // Placed by the user: a window manager leaves it there.
+      const hints = CARDINALS(1, ...Array(17).fill(0));
+      await x.setProperty(id, 'WM_NORMAL_HINTS', 'WM_SIZE_HINTS', 32, hints);
       if (title !== undefined) await x.setProperty(id, '_NET_WM_NAME', 'UTF8_STRING', 8, title);
       if (pid) await x.setProperty(id, '_NET_WM_PID', 'CARDINAL', 32, CARDINALS(pid));
       x.map(id);
@@ -145,6 +149,15 @@ async function openDisplay(display) {
         );
       }
       X.FreeGC(gc);
+    },
+    /** A picture behind all windows. */
+    async wallpaper(width, height, data) {
+      const pixmap = X.AllocID();
+      X.CreatePixmap(pixmap, root, 24, width, height);
+      x.draw(pixmap, width, height, data);
+      X.ChangeWindowAttributes(root, { backgroundPixmap: pixmap });
+      X.ClearArea(root, 0, 0, 0, 0, 0);
+      return x.sync();
     },
     moveTo: (left, y) => fake(test.MotionNotify, 0, left, y),
     press: (button = 1) => fake(test.ButtonPress, button),
