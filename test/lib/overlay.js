@@ -4,82 +4,81 @@ const assert = require('node:assert');
 const { until } = require('./processes');
 const { CARDINALS } = require('./x');
 
+const WHITE = 0xffffff;
+const color = (bytes, i) => bytes.readUInt32LE(i * 4) & WHITE;
+const DIMMED = Array.from({ length: 256 }, (_, value) => Math.round((value * 150) / 255));
+const dim = (c) => (DIMMED[c >> 16] << 16) | (DIMMED[(c >> 8) & 255] << 8) | DIMMED[c & 255];
+
 /** The overlay: the application's viewable window that is larger than those of hosts here. */
-async function findOverlay(x, app) {
-  const pid = CARDINALS(app.pid);
-  const look = async (id) => {
-    if ((await x.getProperty(id, '_NET_WM_PID')).equals(pid) && (await x.viewable(id)))
-      if ((await x.geometry(id)).width > 300) return id;
-    for (const child of await x.children(id)) {
-      const found = await look(child).catch(() => {}); // a window may die meanwhile
-      if (found) return found;
-    }
-  };
-  return look(x.root);
+async function findOverlay(x, app, id = x.root) {
+  const mine = (await x.getProperty(id, '_NET_WM_PID')).equals(CARDINALS(app.pid));
+  if (mine && (await x.viewable(id)) && (await x.geometry(id)).width > 300) return id;
+  for (const child of await x.children(id)) {
+    const found = await findOverlay(x, app, child).catch(() => {}); // it may die meanwhile
+    if (found) return found;
+  }
 }
 
-/** Moves the pointer until the overlay of the area shows its cross there: it gets the pointer. */
-const hover = (x, px, py, left = 0, top = 0) =>
+/** The person's hands: a name presses or releases, a point moves the pointer, a number is a key. */
+function act(x, ...steps) {
+  for (const step of steps) {
+    if (Array.isArray(step)) x.moveTo(...step);
+    else if (typeof step === 'number') x.key(step);
+    else x[step]();
+  }
+}
+
+/** Moves the pointer until the overlay shows its cross there, from the corner of its monitor. */
+const hover = (x, [px, py], [left, top] = [0, 0]) =>
   until(async () => {
-    for (const step of [1, 0]) x.moveTo(px + step, py);
-    await x.sync();
-    return [await x.pixel(px, top), await x.pixel(left, py)].every((color) => color === 0xffffff);
+    act(x, [px + 1, py], [px, py], 'sync');
+    return (await x.pixel(px, top)) === WHITE && (await x.pixel(left, py)) === WHITE;
   }, 'the cross of the overlay');
 
-/** Asks for a selection and resolves to its window. `inside(result)`, if set there, runs within. */
-async function openSelection(x, app) {
+/** Asks for a selection, and in vain for another, and resolves to its window. */
+async function openSelection(x, app, at = [320, 240], corner = [0, 0]) {
   await app.run(() => {
     global.results = [];
     kiv.getScreenSnapAsync('selection', (result) => {
       global.results.push(result);
-      if (global.inside) global.inside(result);
+      if (global.inside) global.inside();
     });
+    kiv.getScreenSnapAsync('desktop', (result) => global.results.push(result));
   });
-  return until(() => findOverlay(x, app), 'the overlay');
+  const id = await until(() => findOverlay(x, app), 'the overlay');
+  await hover(x, [at[0] + 5, at[1] + 5], corner); // the first motion leaves the first cross
+  await hover(x, at, corner);
+  return id;
 }
 
 /** [errorCode, width, height] of each call back, once there was one and the overlay has gone. */
 async function outcome(x, app) {
-  const ended = () => app.run(() => global.results.length > 0);
-  await until(
-    async () => (await ended()) && !(await findOverlay(x, app)),
-    'the end of a selection',
-  );
+  await until(() => app.run(() => global.results.length), 'the end of a selection');
+  await until(async () => !(await findOverlay(x, app)), 'no overlay');
   const [calls, free] = await app.run(() => {
-    let called = false;
-    kiv.getScreenSnapAsync('display', () => {
-      called = true;
-    });
-    return [global.results.map((one) => [one.errorCode, one.width, one.height]), called];
+    const seen = global.results.map((one) => [one.errorCode, one.width, one.height]);
+    kiv.getScreenSnapAsync('display', () => seen.push('called'));
+    return [seen, seen.pop() === 'called'];
   });
   assert.ok(free, 'the guard is taken after the end');
   return calls;
 }
 
-const dim = (color) =>
-  [16, 8, 0].reduce(
-    (sum, bits) => sum | (Math.round((((color >> bits) & 255) * 150) / 255) << bits),
-    0,
-  );
-
 /**
- * Pixels in which a screen is not what the overlay has to show of a picture: as it is inside the
- * rectangle, dimmed outside, with the cross's row and column dashed. `corner` is the overlay's; a
- * rectangle that shrinks may take dashes beside it away.
+ * Pixels in which a screen is not what the overlay has to show: the picture inside the rectangle,
+ * dimmed outside, the cross's row and column dashed (one that shrinks may wipe dashes away).
  */
-function wrongPixels(shown, picture, stride, { cross: [cx, cy], area, corner = [0, 0], shrunk }) {
-  const [left, top, width, height] = area;
+function wrongPixels(shown, picture, stride, [cx, cy], [left, top, width, height], shrunk) {
   let wrong = 0;
   for (let i = 0; i < picture.length / 4; ++i) {
-    const [column, row] = [i % stride, Math.floor(i / stride)];
-    const [color, is] = [picture, shown].map((bytes) => bytes.readUInt32LE(i * 4) & 0xffffff);
+    const [column, row, is] = [i % stride, Math.floor(i / stride), color(shown, i)];
     const inside = column >= left && column < left + width && row >= top && row < top + height;
-    const dashed =
-      (column === cx && (row - corner[1]) % 8 < 4) || (row === cy && (column - corner[0]) % 8 < 4);
-    const gap = shrunk && dashed && is === dim(color);
-    if (!gap && is !== (inside ? color : dashed ? 0xffffff : dim(color))) wrong += 1;
+    const dashed = (column === cx && row % 8 < 4) || (row === cy && column % 8 < 4);
+    const wanted = inside ? color(picture, i) : dim(color(picture, i));
+    if (is !== (dashed && !inside ? WHITE : wanted) && !(shrunk && dashed && is === wanted))
+      wrong++;
   }
   return wrong;
 }
 
-module.exports = { findOverlay, hover, openSelection, outcome, wrongPixels };
+module.exports = { act, color, findOverlay, hover, openSelection, outcome, wrongPixels };

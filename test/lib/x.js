@@ -107,7 +107,8 @@ async function openDisplay(display) {
       await until(async () => (await x.getProperty(id, 'WM_STATE')).length, 'a managed window');
       await x.activate(id);
       await until(
-        async () => (await x.getProperty(root, '_NET_ACTIVE_WINDOW')).readUInt32LE(0) === id,
+        async () =>
+          (await x.getProperty(root, '_NET_ACTIVE_WINDOW')).subarray(0, 4).equals(CARDINALS(id)),
         'an active window',
       );
       return id;
