@@ -23,9 +23,12 @@ const revive = (key, value) =>
  * A process that loads the module, as an application would. `run(f, ...args)` calls a function
  * there, which sees `kiv`, `host`, `log` (what the logger heard) and whatever others left in
  * `global`, and resolves to its result. `end()` tears down, lets the process end by itself and
- * checks that it did so without a word. A function that ends it in another way wants `leaks: false`.
+ * checks that it did so without a word. `faulty` loads `faults` first. A function that ends it in another way wants `leaks: false`.
  */
-function startApp(session, { env = {}, node = NODE, args = [], leaks = true, setUp = true } = {}) {
+function startApp(
+  session,
+  { env = {}, node = NODE, args = [], leaks = true, setUp = true, faulty = false } = {},
+) {
   const app = start(node, ['--expose-gc', ...args, path.join(__dirname, 'child.js')], {
     env: {
       ...ENV,
@@ -67,11 +70,12 @@ function startApp(session, { env = {}, node = NODE, args = [], leaks = true, set
       throw new Error(`ended with ${code} ${signal}\n${app.output()}`);
   };
   const ready = setUp
-    ? app.run(() => {
+    ? app.run((inFront) => {
+        if (inFront) faults;
         host.startLoop();
         kiv.setupLogger((...line) => log.push(line.join(' ')));
         kiv.init();
-      })
+      }, faulty)
     : app.run(() => {});
   return ready.then(() => app);
 }
