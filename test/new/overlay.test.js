@@ -10,6 +10,7 @@ const { ESCAPE } = require('../lib/x');
 
 const LEFT = { x: 0, y: 0, width: 640, height: 480 };
 const RIGHT = { x: 640, y: 0, width: 800, height: 600 };
+const FAULTY = { faulty: true };
 const PICTURE = Buffer.alloc(LEFT.width * LEFT.height * 4);
 for (let i = 0; i < PICTURE.length; i += 4)
   PICTURE.writeUInt32LE(Math.imul(i, 0x9e3779b1) >>> 8, i);
@@ -39,31 +40,31 @@ describe('without a window manager', () => {
   const shared = useSession({ screens: ['640x480'], bus: false });
   before(() => shared.x.wallpaper(640, 480, PICTURE));
 
-  for (const GDK_SCALE of ['1', '2'])
-    test(`the overlay shows the rectangle and cuts it out, GDK_SCALE=${GDK_SCALE}`, () =>
-      shared.withApp(
-        async (app) => {
-          const seen = { x: shared.x, picture: PICTURE, area: LEFT };
-          for (const corner of ['101 57', '402 303', '101 303', '402 57']) {
-            const from = corner.split(' ').map(Number);
-            const to = [503 - from[0], 360 - from[1]];
-            await openSelection(shared.x, app, from);
-            await shows(seen, from, from);
-            shared.x.press();
-            for (const [i, at] of [[251, 201], to, [255, 222], [639, 0], to].entries()) {
-              shared.x.moveTo(...at);
-              await shows(seen, from, at, i > 1);
-            }
-            shared.x.release();
-            await cutsOut(seen, app, [101, 57, 301, 246]);
+  for (const options of [{ env: { GDK_SCALE: '1' } }, { env: { GDK_SCALE: '2' } }])
+    test(`the overlay shows the rectangle and cuts it out, GDK_SCALE=${options.env.GDK_SCALE}`, () =>
+      shared.withApp(async (app) => {
+        const seen = { x: shared.x, picture: PICTURE, area: LEFT };
+        for (const corner of ['101 57', '402 303', '101 303', '402 57']) {
+          const from = corner.split(' ').map(Number);
+          const to = [503 - from[0], 360 - from[1]];
+          await openSelection(shared.x, app, from);
+          await shows(seen, from, from);
+          shared.x.press();
+          for (const [i, at] of [[251, 201], to, [255, 222], [639, 0], to].entries()) {
+            shared.x.moveTo(...at);
+            await shows(seen, from, at, i > 1);
           }
-        },
-        { env: { GDK_SCALE } },
-      ));
+          shared.x.release();
+          await cutsOut(seen, app, [101, 57, 301, 246]);
+        }
+      }, options));
 
   test('a point on the bound counts, one beyond does not', () =>
     shared.withApp(async (app) => {
       const { x } = shared;
+      await app.run(() => {
+        global.inside = () => Object.assign(global, { shot: kiv.getScreenSnap('desktop').data });
+      });
       // The picture's corner lies two pixels beyond the screen's.
       x.place(await openSelection(x, app), -2, -2, 720, 560);
       await hover(x, [98, 98]);
@@ -72,17 +73,55 @@ describe('without a window manager', () => {
       await until(async () => (await x.pixel(630, 470)) === shown, 'the rectangle');
       act(x, [639, 479], 'release');
       assert.deepStrictEqual(await outcome(x, app), [[0, 540, 380]]);
+      const { data } = PNG.sync.read(await app.run(() => global.shot));
+      assert.strictEqual(data.readUIntBE(0, 3), color(PICTURE, 0), 'no overlay in the completion');
     }));
+
+  test('selections leave nothing on the server, whatever size their windows had', () =>
+    shared.withApp(async (app) => {
+      const { x } = shared;
+      const counts = [];
+      for (let i = 0; i < 12; ++i) {
+        const id = await openSelection(x, app);
+        const before = await x.pixel(319, 0);
+        let width = 640;
+        await until(async () => {
+          x.place(id, 0, 0, ++width, 500);
+          return (await x.pixel(319, 0)) !== before;
+        }, 'the first, thicker cross');
+        act(x, 'press', [400, 300], ...(i % 2 ? [ESCAPE] : []), 'release');
+        await outcome(x, app);
+        const { PIXMAP, WINDOW, CURSOR, PICTURE } = await x.resources(id);
+        counts.push([PIXMAP, WINDOW, CURSOR, PICTURE]);
+      }
+      assert.deepStrictEqual(counts[11], counts[3]);
+    }));
+
+  // What is not needed before a drag waits by the first picture.
+  test('nothing of a selection is left to a loop that its completion runs', () =>
+    shared.withApp(async (app) => {
+      const code = await app.run(() => {
+        host.stopLoop();
+        let ended;
+        kiv.getScreenSnapAsync('selection', ({ errorCode }) => {
+          for (let i = 0; i < 100; ++i) faults.iterate();
+          ended = errorCode;
+        });
+        const shown = () => kiv.getScreenSnap('desktop').data;
+        const before = shown();
+        for (let i = 0; i < 1000 && shown().equals(before); ++i) faults.iterate();
+        faults.destroyWindows();
+        return ended;
+      });
+      assert.strictEqual(code, 102003);
+    }, FAULTY));
 });
 
 for (const wm of ['openbox', 'metacity'])
   describe(`with ${wm} and two monitors`, { skip: lacking('Xorg', wm) }, () => {
     const shared = useSession({ monitors: [LEFT, RIGHT], wm });
 
-    for (const [area, beyond] of [
-      [LEFT, [900, 400]],
-      [RIGHT, [100, 400]],
-    ])
+    for (const area of [LEFT, RIGHT])
       test(`the overlay covers the monitor of the active window at ${area.x}`, () =>
         shared.withApp(async (app) => {
           const { x } = shared;
@@ -93,7 +132,7 @@ for (const wm of ['openbox', 'metacity'])
           assert.deepStrictEqual(await x.geometry(id), area);
           act(x, 'press', [area.x + 300, 203]);
           await shows({ x, picture, area }, [201, 151], [300, 203]);
-          act(x, beyond, 'release');
+          act(x, [area === LEFT ? 900 : 100, 400], 'release');
           await cutsOut({ x, picture, area }, app, [201, 151, 99, 52]);
           x.destroy(active);
         }));

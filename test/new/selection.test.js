@@ -139,43 +139,6 @@ for (const [what, number, lines, env] of [
       { env, faulty: true },
     ));
 
-test('nothing of a selection is left to a loop that its completion runs', () =>
-  shared.withApp(
-    async (app) => {
-      const { x } = shared;
-      act(x, [320, 240]);
-      const before = await x.pixel(320, 240);
-      await app.run(() => {
-        host.stopLoop();
-        kiv.getScreenSnapAsync('selection', ({ errorCode }) => {
-          for (let i = 0; i < 100; ++i) faults.iterate();
-          log.push(errorCode);
-        });
-      });
-      // What is not needed before a drag waits by the first picture.
-      await until(async () => {
-        await app.run(() => faults.iterate());
-        return (await x.pixel(320, 240)) !== before;
-      });
-      await app.run(() => faults.destroyWindows());
-      assert.ok((await app.log()).includes(FAILED));
-    },
-    { faulty: true },
-  ));
-
-test('selections leave no window, surface, cursor or picture on the server', () =>
-  shared.withApp(async (app) => {
-    const counts = [];
-    for (let i = 0; i < 12; ++i) {
-      const id = await openSelection(shared.x, app);
-      act(shared.x, ...(i % 2 ? [ESCAPE] : DRAG));
-      await outcome(shared.x, app);
-      const { PIXMAP, WINDOW, CURSOR, PICTURE } = await shared.x.resources(id);
-      counts.push([PIXMAP, WINDOW, CURSOR, PICTURE]);
-    }
-    assert.deepStrictEqual(counts[11], counts[3]);
-  }));
-
 for (const [what, leave, code] of [
   ['process.exit', () => process.exit(7), 7],
   ['the end of the loop', () => [kiv.setupLogger(() => {}), process.disconnect()], 0],
