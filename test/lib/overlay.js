@@ -43,7 +43,8 @@ async function openSelection(x, app, at = [320, 240], corner = [0, 0]) {
       global.results.push(result);
       if (global.inside) global.inside();
     });
-    kiv.getScreenSnapAsync('desktop', (result) => global.results.push(result));
+    global.again = (result) => global.results.push(result);
+    kiv.getScreenSnapAsync('desktop', global.again);
   });
   const id = await until(() => findOverlay(x, app), 'the overlay');
   await hover(x, [at[0] + 5, at[1] + 5], corner); // the first motion leaves the first cross

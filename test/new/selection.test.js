@@ -3,7 +3,7 @@
 const assert = require('node:assert');
 const { test } = require('node:test');
 const { setTimeout: wait } = require('timers/promises');
-const { act, openSelection, outcome } = require('../lib/overlay');
+const { act, hover, openSelection, outcome } = require('../lib/overlay');
 const { until } = require('../lib/processes');
 const { startWindowManager, useSession } = require('../lib/session');
 const { ESCAPE } = require('../lib/x');
@@ -11,6 +11,7 @@ const { ESCAPE } = require('../lib/x');
 const [COMPLETED, FAILED, CANCELLED] = [0, 102003, 102005];
 const DRAG = ['press', [400, 300], 'release'];
 const DRAGGED = [COMPLETED, 80, 60];
+const FAULTY = { faulty: true };
 
 const shared = useSession({ screens: ['640x480'], wm: 'openbox', bus: false });
 const takeFocus = async (x) => {
@@ -18,14 +19,12 @@ const takeFocus = async (x) => {
   await until(async () => (await x.focused()) === id);
 };
 /** A drag and Escape, each in a selection of its own. */
-async function works(app, dragged = DRAGGED) {
-  for (const [steps, ...expected] of [
-    [DRAG, dragged],
-    [[ESCAPE], [CANCELLED, 0, 0]],
-  ]) {
+async function works(app) {
+  for (const steps of [DRAG, [ESCAPE]]) {
     await openSelection(shared.x, app);
     act(shared.x, ...steps);
-    assert.deepStrictEqual(await outcome(shared.x, app), expected);
+    const expected = steps === DRAG ? DRAGGED : [CANCELLED, 0, 0];
+    assert.deepStrictEqual(await outcome(shared.x, app), [expected]);
   }
 }
 
@@ -60,84 +59,77 @@ for (const [what, [deed, code]] of Object.entries(ENDINGS))
       await deed(x, id, app);
       const calls = await outcome(x, app);
       assert.deepStrictEqual(calls, [[code ?? calls[0][0], 0, 0]]);
-      await openSelection(x, app);
-      act(x, ...DRAG);
-      assert.deepStrictEqual(await outcome(x, app), [DRAGGED]);
+      await works(app);
       // GDK's remark about a window that somebody destroyed.
       app.text[2] = app.text[2].replace(/\n?\(.*\): Gdk-WARNING .* unexpectedly destroyed\n/, '');
     }));
 
-// What the host does before; without init Escape reaches the overlay by its window only.
-const HOSTS = {
-  'its modal window, without init': [() => [kiv.teardown(), faults.openModalWindow()]],
-  'its menu, without init': [() => [kiv.teardown(), faults.openMenu()]],
-  'its popup, without init': [() => [kiv.teardown(), faults.openPopup()]],
-  'teardown and init in the completion': [
-    () => {
-      global.inside = () => [kiv.teardown(), kiv.init()];
-    },
-  ],
-  'another request in the completion': [
-    () => {
-      global.inside = () =>
-        kiv.getScreenSnapAsync('selection', (snap) => global.results.push(snap));
-    },
-  ],
-  'an exception in the completion': [
-    () => {
-      process.on('uncaughtException', () => {});
-      global.inside = () => {
-        throw new Error('mine');
-      };
-    },
-  ],
-  'teardown in the line of the end': [
+// What the host has done before, and what it does in the completion.
+for (const [what, before, inside = () => {}] of [
+  // Without init Escape reaches the overlay by its window only.
+  ['its modal window is open', () => [kiv.teardown(), faults.openModalWindow()]],
+  ['its menu is open', () => [kiv.teardown(), faults.openMenu()]],
+  ['its popup is open', () => [kiv.teardown(), faults.openPopup()]],
+  ['teardown and init inside', () => {}, () => [kiv.teardown(), kiv.init()]],
+  ['a request inside', () => {}, () => kiv.getScreenSnapAsync('selection', global.again)],
+  ['an exception inside', () => process.on('uncaughtException', Boolean).pid, () => log.no.no],
+  [
+    'teardown in the line of the end',
     () => kiv.setupLogger((_, text) => /selection error/.test(text) && kiv.teardown()),
   ],
-  "teardown in the encoder's error": [
-    () => {
+])
+  test(`a selection gets pointer and keys and completes once, whatever the host does: ${what}`, () =>
+    shared.withApp(async (app) => {
+      await app.run(before);
+      await app.run(`() => { global.inside = ${inside} }`);
+      await works(app);
+    }, FAULTY));
+
+test("the encoder's error line may end its selection and open another", () =>
+  shared.withApp(async (app) => {
+    await app.run(() => {
       faults.failSave();
-      kiv.setupLogger((_, text) => /Fetch image error/.test(text) && kiv.teardown());
-    },
-    [FAILED, 0, 0],
-  ],
-};
-for (const [what, [prepare, dragged]] of Object.entries(HOSTS))
-  test(`a selection gets pointer and keys and completes once whatever the host does: ${what}`, () =>
-    shared.withApp((app) => app.run(prepare).then(() => works(app, dragged)), { faulty: true }));
+      kiv.setupLogger((_, text) => {
+        if (!/Fetch image error/.test(text)) return;
+        kiv.teardown();
+        kiv.getScreenSnapAsync('selection', global.again);
+      });
+    });
+    await openSelection(shared.x, app);
+    act(shared.x, ...DRAG);
+    await until(() => app.run(() => global.results.length === 1));
+    await hover(shared.x, [320, 240]);
+    shared.x.key(ESCAPE);
+    const expected = [FAILED, CANCELLED].map((code) => [code, 0, 0]);
+    assert.deepStrictEqual(await outcome(shared.x, app), expected);
+  }, FAULTY));
 
 // The picture is the first pixbuf of a start, its dimmed copy the second.
-for (const [what, number, lines, env] of [
-  ['no memory for the picture', 1, 'base pixmap error'],
-  ['no memory for the dimmed copy', 2, 'blanded pixmap error'],
-  ['no display', 0, 'base pixmap error', { DISPLAY: undefined }],
-  ['no screenshot service', 0, 'base pixmap error', { XDG_SESSION_TYPE: 'wayland' }],
-  ['ended by the logger', 0, undefined, { XDG_SESSION_TYPE: 'wayland' }],
+for (const [what, number, expected, env] of [
+  ['no memory for the picture', 1, ['base pixmap error', FAILED]],
+  ['no memory for the dimmed copy', 2, ['blanded pixmap error', FAILED]],
+  ['no display', 0, ['base pixmap error', FAILED], { DISPLAY: undefined }],
+  ['no screenshot service', 0, ['base pixmap error', FAILED], { XDG_SESSION_TYPE: 'wayland' }],
+  ['ended by the logger', -1, [FAILED], { XDG_SESSION_TYPE: 'wayland' }],
 ])
-  test(`a selection that cannot start fails once, and so does the next: ${what}`, () =>
-    shared.withApp(
-      async (app) => {
-        const seen = await app.run(
-          (failing, quick) => {
-            const all = [];
-            kiv.setupLogger((_, text) => {
-              if (/creating/.test(text)) all.push(text.slice(21));
-              if (quick && /^DBUS/.test(text)) kiv.teardown();
-            });
-            for (let i = 0; i < 2; ++i) {
-              faults.failNewPixbuf(failing);
-              kiv.getScreenSnapAsync('selection', (snap) => all.push(snap.errorCode));
-            }
-            return all;
-          },
-          number,
-          !lines,
-        );
-        const once = [lines, FAILED].filter(Boolean);
-        assert.deepStrictEqual(seen, [...once, ...once]);
-      },
-      { env, faulty: true },
-    ));
+  test(`a selection that cannot start fails once, and so does the next: ${what}`, () => {
+    const options = { env, faulty: true };
+    return shared.withApp(async (app) => {
+      const seen = await app.run((failing) => {
+        const all = [];
+        kiv.setupLogger((_, text) => {
+          if (/creating/.test(text)) all.push(text.slice(21));
+          if (failing === -1 && /^DBUS/.test(text)) kiv.teardown();
+        });
+        for (let i = 0; i < 2; ++i) {
+          faults.failNewPixbuf(failing);
+          kiv.getScreenSnapAsync('selection', (snap) => all.push(snap.errorCode));
+        }
+        return all;
+      }, number);
+      assert.deepStrictEqual(seen, [...expected, ...expected]);
+    }, options);
+  });
 
 for (const [what, leave, code] of [
   ['process.exit', () => process.exit(7), 7],
