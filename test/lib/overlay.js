@@ -35,7 +35,7 @@ const hover = (x, [px, py], [left, top] = [0, 0]) =>
     return (await x.pixel(px, top)) === WHITE && (await x.pixel(left, py)) === WHITE;
   }, 'the cross of the overlay');
 
-/** Asks for a selection, and in vain for another, and resolves to its window. */
+/** Asks for a selection, and in vain for another; resolves to its window, with the pointer there. */
 async function openSelection(x, app, at = [320, 240], corner = [0, 0]) {
   await app.run(() => {
     global.results = [];
@@ -47,6 +47,7 @@ async function openSelection(x, app, at = [320, 240], corner = [0, 0]) {
     kiv.getScreenSnapAsync('desktop', global.again);
   });
   const id = await until(() => findOverlay(x, app), 'the overlay');
+  if (!at) return id;
   await hover(x, [at[0] + 5, at[1] + 5], corner); // the first motion leaves the first cross
   await hover(x, at, corner);
   return id;
@@ -82,4 +83,4 @@ function wrongPixels(shown, picture, stride, [cx, cy], [left, top, width, height
   return wrong;
 }
 
-module.exports = { act, color, findOverlay, hover, openSelection, outcome, wrongPixels };
+module.exports = { act, color, hover, openSelection, outcome, wrongPixels };

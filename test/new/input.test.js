@@ -71,61 +71,52 @@ describe('on X11', () => {
   for (const question of ['getInputInfo', 'getScreenSnap'])
     test(`a key that arrives during ${question} counts without any further input`, () =>
       shared.withApp(async (app) => {
-        const files = ['ready', 'go'].map((name) => shared.inside(question + name));
-        const counted = app.run(
-          async (method, [ready, go]) => {
-            require('fs').writeFileSync(ready, '');
-            while (!require('fs').existsSync(go));
-            kiv[method]('desktop');
-            for (let i = 0; i < 3; ++i) await new Promise(setImmediate);
-            return kiv.getInputInfo().keyboardActivity;
-          },
-          question,
-          files,
-        );
-        await until(() => fs.existsSync(files[0]));
-        await act(shared.x, 38);
+        const [ready, go] = ['ready', 'go'].map((name) => shared.inside(question + name));
+        const values = [question, ready, go];
+        const counted = app.run(async ([method, begun, awaited]) => {
+          require('fs').writeFileSync(begun, '');
+          while (!require('fs').existsSync(awaited));
+          kiv[method]('desktop');
+          for (let i = 0; i < 3; ++i) await new Promise(setImmediate);
+          return kiv.getInputInfo().keyboardActivity;
+        }, values);
+        await until(() => fs.existsSync(ready));
+        shared.x.key();
         await shared.x.sync();
-        fs.writeFileSync(files[1], '');
+        fs.writeFileSync(go, '');
         assert.strictEqual(await counted, 1);
       }));
 });
 
 describe("on other sessions the idle time is Mutter's", () => {
   const shared = useSession({ display: false });
+  const WAYLAND = { env: { XDG_SESSION_TYPE: 'wayland' } };
   const wrong = /^error DBUS IdleTime: unexpected reply of type /;
 
   test('right, wrong and missing answers, and a logger that throws', () =>
-    shared.withApp(
-      async (app) => {
-        const mutter = await connect(shared.bus.address);
-        for (const [answer, seconds, line] of [
-          [null, -1, /^error DBUS IdleTime: [^\n]+$/], // no service
-          [{ signature: 't', body: [61999n] }, 61, /^$/],
-          [{ signature: 's', body: ['61999'] }, -1, wrong],
-          [{ signature: 'tt', body: [1n, 2n] }, -1, wrong],
-          [
-            { error: 'org.example.No', text: 'not today' },
-            -1,
-            /^error DBUS IdleTime: .*not today$/,
-          ],
-        ]) {
-          mutter.answer({ GetIdletime: answer });
-          if (answer) await mutter.own('org.gnome.Mutter.IdleMonitor');
-          await app.log();
-          assert.strictEqual(await app.run(() => kiv.getInputInfo().last.input), seconds);
-          assert.match((await app.log()).join('\n'), line);
-        }
-        const thrown = app.run(() => {
-          kiv.setupLogger(() => {
-            throw new Error('mine');
-          });
-          kiv.getInputInfo();
+    shared.withApp(async (app) => {
+      const mutter = await connect(shared.bus.address);
+      for (const [answer, seconds, line] of [
+        [null, -1, /^error DBUS IdleTime: [^\n]+$/], // no service
+        [{ signature: 't', body: [61999n] }, 61, /^$/],
+        [{ signature: 's', body: ['61999'] }, -1, wrong],
+        [{ signature: 'tt', body: [1n, 2n] }, -1, wrong],
+        [{ error: 'org.example.No', text: 'not today' }, -1, /^error DBUS IdleTime: .*not today$/],
+      ]) {
+        mutter.answer({ GetIdletime: answer });
+        if (answer) await mutter.own('org.gnome.Mutter.IdleMonitor');
+        await app.log();
+        assert.strictEqual(await app.run(() => kiv.getInputInfo().last.input), seconds);
+        assert.match((await app.log()).join('\n'), line);
+      }
+      const thrown = app.run(() => {
+        kiv.setupLogger(() => {
+          throw new Error('mine');
         });
-        await assert.rejects(thrown, /mine/);
-        await app.run(() => kiv.setupLogger(() => {}));
-        mutter.close();
-      },
-      { env: { XDG_SESSION_TYPE: 'wayland' } },
-    ));
+        kiv.getInputInfo();
+      });
+      await assert.rejects(thrown, /mine/);
+      await app.run(() => kiv.setupLogger(() => {}));
+      mutter.close();
+    }, WAYLAND));
 });

@@ -10,6 +10,7 @@ const { ESCAPE } = require('../lib/x');
 
 const LEFT = { x: 0, y: 0, width: 640, height: 480 };
 const RIGHT = { x: 640, y: 0, width: 800, height: 600 };
+const BEYOND = { ...RIGHT, x: 800 };
 const FAULTY = { faulty: true };
 const PICTURE = Buffer.alloc(LEFT.width * LEFT.height * 4);
 for (let i = 0; i < PICTURE.length; i += 4)
@@ -83,11 +84,8 @@ describe('without a window manager', () => {
       const counts = [];
       for (let i = 0; i < 12; ++i) {
         const id = await openSelection(x, app);
-        for (const [width, at] of [
-          [700, 300],
-          [680, 310],
-        ]) {
-          x.place(id, 0, 0, width, 500);
+        for (const at of [300, 310]) {
+          x.place(id, 0, 0, 400 + at, 500);
           await hover(x, [at, 200]);
         }
         act(x, 'press', [400, 300], ...(i % 2 ? [ESCAPE] : []), 'release');
@@ -140,14 +138,7 @@ for (const wm of ['openbox', 'metacity'])
 
     for (const [what, layout, code] of [
       ['its monitor unplugged', [{ ...RIGHT, x: 0 }], 102003],
-      [
-        'its monitor resized',
-        [
-          { ...RIGHT, x: 0 },
-          { ...RIGHT, x: 800 },
-        ],
-        102003,
-      ],
+      ['its monitor resized', [{ ...RIGHT, x: 0 }, BEYOND], 102003],
       ['the other monitor resized', [LEFT, { ...LEFT, x: 640 }], 102005],
     ])
       test(`the layout changes while the overlay is open: ${what}`, () =>

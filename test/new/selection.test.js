@@ -14,10 +14,6 @@ const DRAGGED = [COMPLETED, 80, 60];
 const FAULTY = { faulty: true };
 
 const shared = useSession({ screens: ['640x480'], wm: 'openbox', bus: false });
-const takeFocus = async (x) => {
-  const id = await x.activeWindow({ x: 0, y: 0 });
-  await until(async () => (await x.focused()) === id);
-};
 /** A drag and Escape, each in a selection of its own. */
 async function works(app) {
   for (const steps of [DRAG, [ESCAPE]]) {
@@ -40,25 +36,37 @@ const ENDINGS = {
   'unmapped by somebody': [(x, id) => x.unmap(id), FAILED],
   teardown: [(_x, _id, app) => app.run(() => kiv.teardown()), FAILED],
   'another window manager': [
-    async (x) => {
+    async (x, _id, _app, _lose, other) => {
       await shared.wm.stop();
+      act(x, ESCAPE);
+      x.destroy(other);
       shared.stops.push((await startWindowManager(shared.env, 'openbox')).stop);
-      x.key(ESCAPE);
     },
   ],
-  'the focus lost late': [(x) => wait(520).then(() => takeFocus(x)), FAILED],
-  'Escape without the focus': [(x) => takeFocus(x).then(() => x.key(ESCAPE)), CANCELLED],
+  'the focus lost late': [(_x, _id, _app, lose) => wait(520).then(lose), FAILED],
+  // Early, so at once when it has the focus.
+  'Escape without the focus': [
+    (x, _id, _app, lose) => lose().then(() => x.key(ESCAPE)),
+    CANCELLED,
+    null,
+  ],
 };
-for (const [what, [deed, code]] of Object.entries(ENDINGS))
+for (const [what, [deed, code, at]] of Object.entries(ENDINGS))
   test(`a selection ends once, leaves the guard free and lets the next in: ${what}`, () =>
     shared.withApp(async (app) => {
       const { x } = shared;
-      const id = await openSelection(x, app);
+      const other = await x.activeWindow({ x: 0, y: 0 });
+      const lose = async () => {
+        await x.activate(other);
+        await until(async () => (await x.focused()) === other, 'the focus elsewhere');
+      };
+      const id = await openSelection(x, app, at);
       const own = [id, ...(await x.children(id))]; // GDK may use a window of its own within
       await until(async () => own.includes(await x.focused()), 'the focus');
-      await deed(x, id, app);
+      await deed(x, id, app, lose, other);
       const calls = await outcome(x, app);
       assert.deepStrictEqual(calls, [[code ?? calls[0][0], 0, 0]]);
+      x.destroy(other);
       await works(app);
       // GDK's remark about a window that somebody destroyed.
       app.text[2] = app.text[2].replace(/\n?\(.*\): Gdk-WARNING .* unexpectedly destroyed\n/, '');
