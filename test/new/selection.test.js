@@ -24,6 +24,13 @@ async function works(app) {
   }
 }
 
+async function replaceManager(x, { other }) {
+  await shared.wm.stop();
+  x.key(ESCAPE);
+  x.destroy(other);
+  shared.stops.push((await startWindowManager(shared.env, 'openbox')).stop);
+}
+
 // What the person or somebody else does to the open overlay, and with what it ends.
 const ENDINGS = {
   'a click': [(x) => x.click(), COMPLETED],
@@ -31,25 +38,14 @@ const ENDINGS = {
   'a vertical drag': [(x) => act(x, 'press', [320, 300], 'release'), COMPLETED],
   'Escape while dragging': [(x) => act(x, 'press', [400, 300], ESCAPE, 'release'), CANCELLED],
   'another key, then Escape twice': [(x) => act(x, 38, ESCAPE, ESCAPE), CANCELLED],
-  'closed by the window manager': [(x, id) => x.closeWindow(id), FAILED],
-  'destroyed by somebody': [(x, id) => x.destroy(id), FAILED],
-  'unmapped by somebody': [(x, id) => x.unmap(id), FAILED],
-  teardown: [(_x, _id, app) => app.run(() => kiv.teardown()), FAILED],
-  'another window manager': [
-    async (x, _id, _app, _lose, other) => {
-      await shared.wm.stop();
-      act(x, ESCAPE);
-      x.destroy(other);
-      shared.stops.push((await startWindowManager(shared.env, 'openbox')).stop);
-    },
-  ],
-  'the focus lost late': [(_x, _id, _app, lose) => wait(520).then(lose), FAILED],
+  'closed by the window manager': [(x, { id }) => x.closeWindow(id), FAILED],
+  'destroyed by somebody': [(x, { id }) => x.destroy(id), FAILED],
+  'unmapped by somebody': [(x, { id }) => x.unmap(id), FAILED],
+  teardown: [(_, { app }) => app.run(() => kiv.teardown()), FAILED],
+  'another window manager': [replaceManager],
+  'the focus lost late': [(_, { lose }) => wait(520).then(lose), FAILED],
   // Early, so at once when it has the focus.
-  'Escape without the focus': [
-    (x, _id, _app, lose) => lose().then(() => x.key(ESCAPE)),
-    CANCELLED,
-    null,
-  ],
+  'Escape without the focus': [(x, { lose }) => lose().then(() => x.key(ESCAPE)), CANCELLED, null],
 };
 for (const [what, [deed, code, at]] of Object.entries(ENDINGS))
   test(`a selection ends once, leaves the guard free and lets the next in: ${what}`, () =>
@@ -63,7 +59,7 @@ for (const [what, [deed, code, at]] of Object.entries(ENDINGS))
       const id = await openSelection(x, app, at);
       const own = [id, ...(await x.children(id))]; // GDK may use a window of its own within
       await until(async () => own.includes(await x.focused()), 'the focus');
-      await deed(x, id, app, lose, other);
+      await deed(x, { id, app, lose, other });
       const calls = await outcome(x, app);
       assert.deepStrictEqual(calls, [[code ?? calls[0][0], 0, 0]]);
       x.destroy(other);
