@@ -11,10 +11,7 @@ const { ESCAPE } = require('../lib/x');
 const LEFT = { x: 0, y: 0, width: 640, height: 480 };
 const RIGHT = { x: 640, y: 0, width: 800, height: 600 };
 // The whole has the size it had.
-const EXCHANGED = [
-  { ...LEFT, x: 800 },
-  { ...RIGHT, x: 0 },
-];
+const EXCHANGED = [{ ...LEFT, x: 800 }].concat({ ...RIGHT, x: 0 });
 const FAULTY = { faulty: true };
 const PICTURE = Buffer.alloc(LEFT.width * LEFT.height * 4);
 for (let i = 0; i < PICTURE.length; i += 4)
