@@ -23,13 +23,12 @@ const revive = (key, value) =>
  * A process that loads the module, as an application would. `run(f, ...args)` calls a function
  * there, which sees `kiv`, `host`, `log` (what the logger heard) and whatever others left in
  * `global`, and resolves to its result. `end()` tears down, lets the process end by itself and
- * checks that it did so without a word. A function that ends it in another way wants `leaks: false`.
- * `under` is a tool's command line that runs the process.
+ * checks that it did so without a word. A function that ends it in another way wants
+ * `leaks: false`. `faulty` loads `faults` first; `under` is a tool's command line that runs it all.
  */
-function startApp(
-  session,
-  { env = {}, node = NODE, under = [], args = [], leaks = true, setUp = true } = {},
-) {
+function startApp(session, options = {}) {
+  const { env = {}, node = NODE, under = [], args = [] } = options;
+  const { leaks = true, setUp = true, faulty = false } = options;
   const [command, ...rest] = [...under, node, '--expose-gc', ...args];
   const app = start(command, [...rest, path.join(__dirname, 'child.js')], {
     env: {
@@ -74,11 +73,12 @@ function startApp(
       throw new Error(`ended with ${code} ${signal}\n${app.output()}`);
   };
   const ready = setUp
-    ? app.run(() => {
+    ? app.run((inFront) => {
+        if (inFront) faults;
         host.startLoop();
         kiv.setupLogger((...line) => log.push(line.join(' ')));
         kiv.init();
-      })
+      }, faulty)
     : app.run(() => {});
   return ready.then(() => app);
 }

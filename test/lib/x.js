@@ -11,6 +11,7 @@ async function openDisplay(display) {
   const { client: X, screen } = await new Promise((resolve, reject) => {
     x11.createClient({ display }, (error, opened) => (error ? reject(error) : resolve(opened)));
   }).then((opened) => ({ client: opened.client, screen: opened.screen }));
+  X.atoms = { ...X.atoms }; // the library would keep one server's for the next
   X.on('error', () => {}); // windows of others die at any time
   const ask = (request, ...args) =>
     new Promise((resolve, reject) => {
