@@ -24,15 +24,22 @@ const revive = (key, value) =>
  * there, which sees `kiv`, `host`, `log` (what the logger heard) and whatever others left in
  * `global`, and resolves to its result. `end()` tears down, lets the process end by itself and
  * checks that it did so without a word. A function that ends it in another way wants `leaks: false`.
+ * `under` is a tool's command line that runs the process.
  */
-function startApp(session, { env = {}, node = NODE, args = [], leaks = true, setUp = true } = {}) {
-  const app = start(node, ['--expose-gc', ...args, path.join(__dirname, 'child.js')], {
+function startApp(
+  session,
+  { env = {}, node = NODE, under = [], args = [], leaks = true, setUp = true } = {},
+) {
+  const [command, ...rest] = [...under, node, '--expose-gc', ...args];
+  const app = start(command, [...rest, path.join(__dirname, 'child.js')], {
     env: {
       ...ENV,
-      KIV_BUILD_FOLDER: BUILD,
       ...(SANITIZED ? sanitizerEnv(leaks) : {}),
       ...session.env,
       ...env,
+      KIV_BUILD_FOLDER: BUILD,
+      // Where host/ looks, which only knows names beneath build/.
+      KIV_BUILD: path.relative(path.join(ROOT, 'build'), BUILD),
     },
     cwd: ROOT,
     stdio: ['pipe', 'pipe', 'pipe', 'ipc'],

@@ -6,8 +6,9 @@ const path = require('path');
 const { after, before } = require('node:test');
 const { startApp } = require('./app');
 const { ENV, start, temporaryFolder, until } = require('./processes');
-const { openDisplay } = require('./x');
 
+// Late, for those who do without the person and thus without its library.
+const openDisplay = (display) => require('./x').openDisplay(display);
 const SERVER = ['-displayfd', '3', '-nolisten', 'tcp', '-noreset', '-ac'];
 // Where there is a set-uid wrapper, it refuses whoever does not sit at the console.
 const XORG = ['/usr/lib/xorg/Xorg', '/usr/bin/Xorg'].find((file) => fs.existsSync(file)) || 'Xorg';
@@ -132,6 +133,7 @@ async function startSession({
   serverArgs,
   display = true,
   bus = true,
+  person = true,
   wm,
 } = {}) {
   const folder = temporaryFolder();
@@ -173,7 +175,7 @@ async function startSession({
     env.DBUS_SESSION_BUS_ADDRESS = session.bus.address;
   }
   if (display && wm) session.wm = add(await startWindowManager(env, wm));
-  if (display) {
+  if (display && person) {
     session.x = await openDisplay(env.DISPLAY);
     stops.push(async () => session.x.close());
   }
