@@ -71,7 +71,7 @@ async function startXorg(monitors) {
   const xrandr = (...args) =>
     execFileSync('xrandr', args, { env: { ...ENV, DISPLAY: server.display }, encoding: 'utf8' });
   const outputs = xrandr().match(/^DUMMY\d+/gm);
-  const layOut = (wanted) =>
+  const layOut = (wanted) => {
     xrandr(
       ...outputs.flatMap((output, i) => {
         if (!wanted[i]) return ['--output', output, '--off'];
@@ -91,6 +91,8 @@ async function startXorg(monitors) {
         return ['--output', output, '--mode', mode, '--pos', `${x}x${y}`];
       }),
     );
+    xrandr(); // the server looks again: clients may ask for what it knows
+  };
   layOut(monitors);
   return { ...server, layOut };
 }

@@ -12,6 +12,7 @@ async function openDisplay(display) {
     x11.createClient({ display }, (error, opened) => (error ? reject(error) : resolve(opened)));
   }).then((opened) => ({ client: opened.client, screen: opened.screen }));
   X.on('error', () => {}); // windows of others die at any time
+  X.atoms = { ...X.atoms }; // the library keeps one table for all servers
   const ask = (request, ...args) =>
     new Promise((resolve, reject) => {
       X[request](...args, (error, value) => (error ? reject(error) : resolve(value)));
@@ -97,6 +98,9 @@ async function openDisplay(display) {
     /** A managed window with the focus. */
     async activeWindow({ title, pid, ...rest } = {}) {
       const id = x.createWindow({ x: 50, y: 50, ...rest });
+      // Placed by the user: a window manager leaves it there.
+      const hints = CARDINALS(1, ...Array(17).fill(0));
+      await x.setProperty(id, 'WM_NORMAL_HINTS', 'WM_SIZE_HINTS', 32, hints);
       if (title !== undefined) await x.setProperty(id, '_NET_WM_NAME', 'UTF8_STRING', 8, title);
       if (pid) await x.setProperty(id, '_NET_WM_PID', 'CARDINAL', 32, CARDINALS(pid));
       x.map(id);
