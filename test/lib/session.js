@@ -196,8 +196,9 @@ function useSession(options, starter = startSession) {
   use.withApp = async (f, more) => {
     const app = await use.app(more);
     try {
-      await f(app);
+      const result = await f(app);
       await app.end();
+      return result;
     } finally {
       await app.stop();
     }

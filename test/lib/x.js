@@ -106,8 +106,9 @@ async function openDisplay(display) {
       x.map(id);
       await until(async () => (await x.getProperty(id, 'WM_STATE')).length, 'a managed window');
       await x.activate(id);
+      const active = () => x.getProperty(root, '_NET_ACTIVE_WINDOW');
       await until(
-        async () => (await x.getProperty(root, '_NET_ACTIVE_WINDOW')).readUInt32LE(0) === id,
+        async () => (await active()).subarray(0, 4).equals(CARDINALS(id)),
         'an active window',
       );
       return id;

@@ -22,15 +22,27 @@ const CLAIMS = [
   ['a title with a NUL', name('UTF8_STRING', 8, 'one\0two'), 'one', U, [NO_PID]],
   ['a title that is not UTF-8', name('STRING', 8, [65, 0xff, 0xc3, 66]), 'A��B', U, [NO_PID]],
   ['32-bit items', name('CARDINAL', 32, 'ABCD'), 'ABCD', U, [NO_PID, 'warn XGetWP4r1:32']],
-  ['5 bytes more than the limit', name('STRING', 8, 'x'.repeat((1 << 20) + 5)), 'x'.repeat(1 << 20), U, [NO_PID]],
+  [
+    '5 bytes more than the limit',
+    name('STRING', 8, 'x'.repeat((1 << 20) + 5)),
+    'x'.repeat(1 << 20),
+    U,
+    [NO_PID],
+  ],
   ['its process', pid(32, CARDINALS(process.pid)), U, 'own', [NO_TITLE]],
   ['a pid of nobody', pid(32, CARDINALS(0x7fffffff)), U, U, [NO_TITLE]],
   ['a pid of one byte', pid(8, [255]), U, null, ['warn XGetWP2r1:8:1', NO_TITLE]],
   ['two pids', pid(32, CARDINALS(0xffffffff, 1)), U, U, ['warn XGetWP2r1:32:2', NO_TITLE]],
 ];
-const commandLine = (id) => fs.readFileSync(`/proc/${id}/cmdline`, 'utf8').split('\n')[0].replace(/[ \t]+$/, '');
+const commandLine = (id) =>
+  fs
+    .readFileSync(`/proc/${id}/cmdline`, 'utf8')
+    .split('\n')[0]
+    .replace(/[ \t]+$/, '');
 const texts = async (app) => {
-  const { activeWindowTitle, activeProcessName } = await app.run(() => kiv.getScreenSnap('desktop', true));
+  const { activeWindowTitle, activeProcessName } = await app.run(() =>
+    kiv.getScreenSnap('desktop', true),
+  );
   return [activeWindowTitle, activeProcessName, await app.log()];
 };
 
@@ -78,7 +90,11 @@ test('properties of every width; the top-level window is the frame', () =>
     const { x } = shared;
     const id = await x.activeWindow({ title: 'Grüße', pid: process.pid });
     await app.run(() => internals.xOpen(process.env.DISPLAY));
-    for (const [format, bytes] of [[8, Buffer.from('a\0b')], [16, Buffer.from([1, 0, 255, 255, 3, 0])], [32, CARDINALS(1, 0xffffffff, 0x80000000)]]) {
+    for (const [format, bytes] of [
+      [8, Buffer.from('a\0b')],
+      [16, Buffer.from([1, 0, 255, 255, 3, 0])],
+      [32, CARDINALS(1, 0xffffffff, 0x80000000)],
+    ]) {
       await x.setProperty(id, 'KIV', 'CARDINAL', format, bytes);
       const seen = await app.run((window) => internals.xProperty(window, 'KIV'), id);
       assert.deepStrictEqual(seen, { items: bytes, count: 3, format });
