@@ -57,9 +57,8 @@ describe('on one screen', () => {
       const stem = /^.*\/snaps é\/Screen[0-9a-f-]{36}/.exec(seen.ScreenFullPath)[0];
       assert.strictEqual(seen.ScreenFullPath, `${stem}.${type}`);
       assert.strictEqual(seen.ThumbnailFullPath, `${stem}_Thumbnail.${type}`);
-      const [picture, small] = [`.${type}`, `_Thumbnail.${type}`].map((end) =>
-        fs.readFileSync(stem + end),
-      );
+      const picture = fs.readFileSync(seen.ScreenFullPath);
+      const small = fs.readFileSync(seen.ThumbnailFullPath);
       const hash = crypto.createHash('sha256').update(picture).digest('hex');
       assert.deepStrictEqual([keysOf(seen), seen.screen_hash], [IN_FILES, hash]);
       assert.deepStrictEqual([picture[0], small[0]], Array(2).fill(type === 'jpg' ? 255 : 137));
@@ -97,57 +96,41 @@ describe('on one screen', () => {
     });
   }
 
+  const early = { setUp: false };
   test('without GTK there is no picture, and not a word', async () => {
-    const early = (app) => snap(app, 'display', true);
-    const { data, dataThumbnail, ...rest } = await shared.withApp(early, { setUp: false });
+    const look = (app) => snap(app, 'display', true);
+    const { data, dataThumbnail, ...rest } = await shared.withApp(look, early);
     assert.deepStrictEqual([data.length, dataThumbnail.length, size(rest)], [0, 0, '0x0']);
   });
 
-  // Before GTK is there.
-  const inEarlyApp = (title, prepare, f) =>
-    test(title, () =>
-      shared.withApp(
-        async (app) => {
-          await app.run(prepare);
-          await app.run(() => {
-            host.startLoop();
-            kiv.setupLogger((...line) => log.push(line.join(' ')));
-            kiv.init();
-          });
-          await f(app);
-        },
-        { setUp: false },
-      ),
-    );
-  const fail = () => void faults.failNewPixbuf(2);
-  inEarlyApp(
-    'what failed is told, gives what there is and keeps the last name',
-    fail,
-    async (app) => {
-      await snap(app, 'desktop', true);
-      await app.run(() => faults.failNewPixbuf(1));
-      const { filename, ...failed } = await snap(app, 'desktop');
-      assert.deepStrictEqual(
-        [size(failed), failed.data.length, filename],
-        ['0x0', 0, 'screen.jpg'],
-      );
-      for (const [silent, line] of [
-        [false, /error Fetch image error:\d+:expected$/],
-        [true, /error Fetch image error:\d+:Not enough memory/],
-      ]) {
-        await app.run((how) => faults.failSave(how), silent);
-        const { data, dataThumbnail } = await snap(app, 'desktop');
-        assert.deepStrictEqual([`${data}`, dataThumbnail.length], ['partial', 0]);
-        assert.match(String(await app.log()), line);
-      }
-    },
-  );
-
-  const count = () => {
-    global.census = require(`${process.env.KIV_BUILD_FOLDER}/bench_soak.node`);
-    global.census.countObjects();
+  const failures = async (app) => {
+    await app.run(() => {
+      faults.failNewPixbuf(0); // in front of GTK
+      host.startLoop();
+      kiv.setupLogger((...line) => log.push(line.join(' ')));
+      kiv.getScreenSnap('desktop', true);
+      faults.failNewPixbuf(1);
+    });
+    const { filename, ...failed } = await snap(app, 'desktop');
+    assert.deepStrictEqual([size(failed), failed.data.length, filename], ['0x0', 0, 'screen.jpg']);
+    for (const [silent, text] of [
+      'expected',
+      'Not enough memory for the encoded picture',
+    ].entries()) {
+      await app.run((how) => faults.failSave(how), silent);
+      const { data, dataThumbnail } = await snap(app, 'desktop');
+      assert.deepStrictEqual([`${data}`, dataThumbnail.length], ['partial', 0]);
+      assert.match(String(await app.log()), new RegExp(`^error Fetch image error:\\d+:${text}$`));
+    }
   };
-  inEarlyApp('GDK forgets windows that were active once when they are gone', count, async (app) => {
+  inApp('what failed is told, gives what there is and keeps the last name', failures, early);
+
+  const forgetting = async (app) => {
+    await app.run(() => {
+      global.census = require(`${process.env.KIV_BUILD_FOLDER}/bench_soak.node`);
+      global.census.countObjects(); // before there is GTK
+      host.startLoop();
+    });
     const records = () => app.run(() => global.census.objects().GdkX11Window);
     const known = await records();
     const windows = [];
@@ -158,7 +141,8 @@ describe('on one screen', () => {
     }
     for (const id of windows) shared.x.destroy(id);
     await until(async () => (await records()) === known, 'GDK without the windows');
-  });
+  };
+  inApp('GDK forgets windows that were active once when they are gone', forgetting, early);
 
   inApp('asynchronous ones call back once, in order, and throw what that throws', async (app) => {
     const seen = await app.run(() => {
@@ -205,11 +189,11 @@ describe('the size limit', { skip: lacking('identify') }, () => {
 });
 
 describe('two monitors', { skip: lacking('Xorg') }, () => {
-  const left = { width: 800, height: 600 };
-  const shared = useSession({
-    monitors: [left, { width: 1024, height: 768, x: 800 }],
-    wm: 'openbox',
-  });
+  const [left, right] = [
+    { width: 800, height: 600 },
+    { width: 1024, height: 768, x: 800 },
+  ];
+  const shared = useSession({ monitors: [left, right], wm: 'openbox' });
   const title = "the display is the active window's monitor, or all, in a session without a type";
   const env = { XDG_SESSION_TYPE: undefined };
   const look = async (app) => {

@@ -165,7 +165,7 @@ rpm; pkexec zypper dnf; ; pkexec BASH, ZYPPER, brenik
 rpm; beesu kdesu dnf; ; beesu -c BASH ", DNF, brenik
 rpm; konsole xterm dnf; ; konsole -e BASH, DNF, brenik
 rpm; pkexec dnf; STATUS_dnf=3; pkexec BASH, DNF, FAILED, brenik
-rpm; xterm dnf; STATUS_xterm=0; CLOSED, sleep 2, brenik`;
+rpm; xterm dnf; STATUS_xterm=0; CLOSED, sleep 2, brenik`.split('\n');
 const words = (text) => text.split(' ').filter(Boolean);
 const REAL = words('bash sh ps which grep rm tee');
 const RECORDED = words('date sleep sudo dpkg apt-get notify-send brenik');
@@ -185,45 +185,39 @@ function runInBox(script, own, tools, variables) {
   return start('bwrap', args, { env: { PATH: '/usr/bin', ...env }, stdio });
 }
 
-test('the script waits, installs, tells what failed, starts the application', {
-  skip,
-}, async () => {
-  write('recorder', RECORDER);
-  const runs = await shared.withApp(async (app) => {
-    assert.doesNotMatch(await scriptOf(app, [write('a.deb')]), /; brenik$/, 'it starts unasked');
-    const scripts = {};
-    for (const family of ['deb', 'rpm'])
-      scripts[family] = await scriptOf(app, [write(`a.${family}`), true]);
-    const started = BRANCHES.split('\n').map((row, i) => {
-      const [family, tools, env, calls] = row.split('; ');
-      fs.mkdirSync(inside(`${i}`));
-      const box = runInBox(scripts[family], inside(`${i}`), words(tools), words(env));
-      return {
-        file: inside(`a.${family}`),
-        own: inside(`${i}`),
-        script: scripts[family],
-        box,
-        calls,
-      };
-    });
-    for (const { own, box } of started) {
-      await box.ready(() => read(own, 'record'), 'a script that waits');
-      assert.match(read(own, 'record'), /^(sleep 1\n)+$/, 'it does not wait for the application');
-    }
-    return started;
-  });
-  for (const { file, own, script, box, calls } of runs) {
+async function startBranch(scripts, row, i) {
+  const [family, tools, env, calls] = row.split('; ');
+  const own = inside(`${i}`);
+  fs.mkdirSync(own);
+  const box = runInBox(scripts[family], own, words(tools), words(env));
+  await box.ready(() => read(own, 'record'), 'a script that waits');
+  assert.match(read(own, 'record'), /^(sleep 1\n)+$/, 'it does not wait for the application');
+  return async () => {
     await box.ended;
-    const log = /\/\S+\.log/.exec(script)[0];
+    const [log] = /\/\S+\.log/.exec(scripts[family]);
     const plain = calls.replace(/[A-Z]{3,}/g, (word) => WORDS[word]);
-    const all = plain.replace(/(\w+)\(\) ([^,]*)/g, 'sudo /usr/bin/$1 $2, $1 $2').split(', ');
-    const wanted = all.map((call) => call.replace('FILE', file).replace('LOG', log));
+    const all = plain.replace(/(\w+)\(\) ([^,]*)/g, 'sudo /usr/bin/$1 $2, $1 $2');
+    const wanted = all
+      .replaceAll('FILE', inside(`a.${family}`))
+      .replace('LOG', log)
+      .split(', ');
     const seen = read(own, 'record').match(/^(?!sleep 1$).+$/gm);
     assert.deepStrictEqual(seen, wanted, box.output());
     const installers = seen.filter((line) => /^(sudo|dpkg|apt-get|dnf|zypper) /.test(line));
-    assert.strictEqual(read(own, path.basename(log)).trim(), installers.join('\n'), calls);
+    assert.strictEqual(read(own, path.basename(log)).trim(), installers.join('\n'), row);
     // What could run nothing leaves its flag file behind.
     const left = fs.readdirSync(own).includes('brenik-100');
-    assert.strictEqual(left, calls.includes('emulator'), calls);
-  }
+    assert.strictEqual(left, calls.includes('emulator'), row);
+  };
+}
+
+test('the script waits, installs, tells failures, starts the application', { skip }, async () => {
+  write('recorder', RECORDER);
+  const checks = await shared.withApp(async (app) => {
+    assert.doesNotMatch(await scriptOf(app, [write('a.deb')]), /; brenik$/, 'it starts unasked');
+    const deb = await scriptOf(app, [inside('a.deb'), true]);
+    const rpm = await scriptOf(app, [write('a.rpm'), true]);
+    return Promise.all(BRANCHES.map((row, i) => startBranch({ deb, rpm }, row, i)));
+  });
+  for (const check of checks) await check();
 });
