@@ -25,7 +25,7 @@ for (const tool of ['ps', 'sleep']) fs.symlinkSync(`/usr/bin/${tool}`, inside('i
 const BOX = 'bwrap --die-with-parent --ro-bind / / --dev /dev --bind'.split(' ');
 BOX.push(folder, folder);
 const { stderr } = spawnSync(BOX[0], [...BOX.slice(1), 'true'], { encoding: 'utf8' });
-const skip = lacking('bwrap') || (stderr && `bwrap makes no namespaces here: ${stderr}`);
+const skip = lacking('bwrap') || (stderr !== '' && `bwrap makes no namespaces here: ${stderr}`);
 if (skip && CI) throw new Error(skip);
 
 function upgrade(app, args, { HOME = inside('home'), cwd = folder } = {}) {
