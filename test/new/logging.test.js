@@ -85,13 +85,14 @@ test('a terminated script neither catches that in a callback nor enters one agai
     ]) {
       kiv.setupLogger(logger);
       const source = `try { kiv.${call}; seen.push("returned"); } catch { seen.push("caught"); }`;
-      global.seen.push(attempt(require('vm').runInThisContext, source, { timeout: 500 }));
+      const end = attempt(require('vm').runInThisContext, source, { timeout: 500 });
+      global.seen.push(String(end).slice(0, 26));
     }
     kiv.setupLogger(() => {});
     kiv.getScreenSnapAsync('desktop', () => global.seen.push('next'));
     return global.seen;
   });
-  const ended = 'Script execution timed out after 500ms';
+  const ended = 'Script execution timed out';
   assert.deepStrictEqual(seen, ['logger', ended, 'completion', ended, 'conversion', ended, 'next']);
   await app.stop();
 });

