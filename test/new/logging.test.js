@@ -29,8 +29,10 @@ inApp('digits are not grouped, whatever the locale of the process', async (app) 
     struct Grouped : std::numpunct<char> { std::string do_grouping() const { return "\\1"; } };
     __attribute__((constructor)) void Set() { std::locale::global({{}, new Grouped}); }`;
   const file = shared.inside('locale.so');
-  execFileSync('g++', ['-shared', '-fPIC', '-x', 'c++', '-', '-o', file], { input });
-  // It is no module, but loaded then.
+  execFileSync('g++', ['-shared', '-fPIC', '-Wl,-z,nodelete', '-x', 'c++', '-', '-o', file], {
+    input,
+  });
+  // It is no module, but stays.
   await app.run((library) => attempt(process.dlopen, { exports: {} }, library), file);
   await app.run(() => kiv.upgrade('/dev/null/x.deb'));
   assert.deepStrictEqual(await app.log(), ['error Upgrade: fi-error:20']);

@@ -88,9 +88,9 @@ describe('on one screen', () => {
     inApp(`when of the host's functions ${what}, the snapshot stays in memory`, async (app) => {
       const file = shared.inside(`${what}.so`);
       const flags = [`-DREFUSED="${refused}"`, `-DHASH=${hash}`, `-DTHROWS=${throws}`];
-      const gcc = ['-shared', '-fPIC', '-x', 'c++', ...flags, '-', '-o', file];
+      const gcc = ['-shared', '-fPIC', '-Wl,-z,nodelete', '-x', 'c++', ...flags, '-', '-o', file];
       if (hash) execFileSync('g++', gcc, { input });
-      // It is no module, but loaded then.
+      // It is no module, but stays.
       await app.run((name) => attempt(process.dlopen, { exports: {} }, name, 0x102), file);
       assert.strictEqual(keysOf(await snap(app, 'desktop', true, '/')), IN_MEMORY);
     });
