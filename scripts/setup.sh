@@ -16,7 +16,7 @@ PACKAGES_TEST=(xserver-xorg-core:@Xorg
   gnome-shell:@gnome-shell gjs:@gjs xwayland:@Xwayland
   kwin-wayland:/usr/bin/kwin_wayland qtwayland5 libkf5service-bin:@kbuildsycoca5
   cinnamon-screensaver:@cinnamon-screensaver cinnamon-common gir1.2-cvc-1.0 gir1.2-caribou-1.0
-  dwm:@dwm procps:@ps util-linux:@unshare)
+  dwm:@dwm procps:@ps util-linux:@unshare bubblewrap:@bwrap imagemagick:@identify)
 # Brings a display manager, which has no business on a developer's machine.
 PACKAGES_CI=(light-locker:@light-locker)
 PACKAGES_LINT=(clang-format:@clang-format clang-tidy:@clang-tidy shellcheck:@shellcheck)

@@ -56,12 +56,14 @@ function startApp(session, options = {}) {
     const error = new Error(`the process ended with ${JSON.stringify(result)}\n${app.output()}`);
     for (const { reject } of waiting.values()) reject(error);
   });
-  app.run = (f, ...values) =>
-    new Promise((resolve, reject) => {
+  app.run = (f, ...values) => {
+    const hang = setTimeout(() => app.child.kill('SIGKILL'), 60000);
+    return new Promise((resolve, reject) => {
       waiting.set(++last, { resolve, reject });
       if (app.child.connected) app.child.send({ id: last, source: String(f), values });
       else reject(new Error(`the process has ended\n${app.output()}`));
-    });
+    }).finally(() => clearTimeout(hang));
+  };
   app.log = () => app.run(() => log.splice(0));
   app.end = async () => {
     await app.run(() => {

@@ -24,7 +24,15 @@ lazy('faults', () => {
   return holder.exports;
 });
 lazy('host', () => require('../../host'));
-Object.assign(global, { log: [], require });
+/** What it returns, or the message of what it throws. */
+function attempt(f, ...values) {
+  try {
+    return f(...values);
+  } catch (error) {
+    return error.message;
+  }
+}
+Object.assign(global, { attempt, log: [], require });
 
 const bytes = (key, value) =>
   value && value.type === 'Buffer' && Array.isArray(value.data)

@@ -91,7 +91,7 @@ async function startXorg(monitors) {
         return ['--output', output, '--mode', mode, '--pos', `${x}x${y}`];
       }),
     );
-    xrandr(); // GDK sees all of it only after somebody has asked
+    xrandr(); // the server looks again: clients may ask for what it knows
   };
   layOut(monitors);
   return { ...server, layOut };
@@ -196,8 +196,9 @@ function useSession(options, starter = startSession) {
   use.withApp = async (f, more) => {
     const app = await use.app(more);
     try {
-      await f(app);
+      const result = await f(app);
       await app.end();
+      return result;
     } finally {
       await app.stop();
     }
