@@ -1,10 +1,10 @@
 'use strict';
 
-const { Message, MessageType, messageBus } = require('dbus-next');
+const { Message, MessageType, sessionBus } = require('dbus-next');
 
 /** Another program on a bus: answers calls as a test wants, and sends signals. */
 async function connect(address) {
-  const bus = messageBus({ busAddress: address });
+  const bus = sessionBus({ busAddress: address });
   await new Promise((resolve, reject) => bus.on('connect', resolve).on('error', reject));
   bus.on('error', () => {});
   const answers = {};

@@ -24,6 +24,7 @@ async function until(condition, what = String(condition), limit = 60000) {
 }
 
 const running = new Set();
+const folders = [];
 
 /**
  * Starts a process that ends with this one. `stdout`, `stderr` and `text[fd]` collect its output;
@@ -75,7 +76,7 @@ function start(command, args = [], { env = ENV, cwd, stdio = ['pipe', 'pipe', 'p
 /** A folder that goes with this process. */
 function temporaryFolder() {
   const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'kiv-'));
-  process.on('exit', () => fs.rmSync(folder, { recursive: true, force: true }));
+  folders.push(folder);
   return folder;
 }
 
@@ -93,6 +94,7 @@ function lacking(...tools) {
 
 process.on('exit', () => {
   for (const { child } of running) child.kill('SIGKILL');
+  for (const folder of folders) fs.rmSync(folder, { recursive: true, force: true });
 });
 
 module.exports = { BUILD, CI, ENV, NODE, ROOT, lacking, start, temporaryFolder, until };
