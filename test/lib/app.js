@@ -52,7 +52,13 @@ function startApp(session, { env = {}, node = NODE, args = [], leaks = true, set
   });
   app.run = (f, ...values) =>
     new Promise((resolve, reject) => {
-      waiting.set(++last, { resolve, reject });
+      // A process that hangs is ended, and says so.
+      const limit = setTimeout(() => app.child.kill('SIGKILL'), 60000);
+      const done = (f) => (value) => {
+        clearTimeout(limit);
+        f(value);
+      };
+      waiting.set(++last, { resolve: done(resolve), reject: done(reject) });
       if (app.child.connected) app.child.send({ id: last, source: String(f), values });
       else reject(new Error(`the process has ended\n${app.output()}`));
     });
