@@ -187,8 +187,16 @@ async function startSession({
 function useSession(options, starter = startSession) {
   const use = {};
   before(async () => Object.assign(use, await starter(options)));
-  after(() => use.stop?.());
-  use.app = (more) => startApp(use, more);
+  const apps = [];
+  after(async () => {
+    for (const app of apps) await app.stop();
+    await use.stop?.();
+  });
+  use.app = async (more) => {
+    const app = await startApp(use, more);
+    apps.push(app);
+    return app;
+  };
   use.withApp = async (f, more) => {
     const app = await use.app(more);
     try {

@@ -4,52 +4,55 @@ const assert = require('node:assert');
 const { execFileSync } = require('node:child_process');
 const fs = require('node:fs');
 const { test } = require('node:test');
+const { startApp } = require('../lib/app');
 const { connect } = require('../lib/bus');
 const { listen } = require('../lib/lockers');
 const { until } = require('../lib/processes');
 const { startBus, startSession, startXvfb, useSession } = require('../lib/session');
 
+const NOWHERE = { DISPLAY: ':99999', DBUS_SESSION_BUS_ADDRESS: 'unix:path=/nonexistent' };
 const shared = useSession();
 const width = (app) => app.run(() => kiv.getScreenSnap('desktop').width);
-const ticking = (app, count = 2) =>
+const init = (app, display = '') =>
+  app.run((name) => {
+    if (name) process.env.DISPLAY = name;
+    kiv.init();
+  }, display);
+const ticking = (app) =>
   app
-    .run(() => {
-      global.ticks = 0;
-      kiv.setInterval(() => ++global.ticks, 5);
-    })
-    .then(() => until(() => app.run((least) => global.ticks >= least, count), 'ticks'));
-/** An X server or bus for one test alone. */
+    .run(() => kiv.setInterval(() => log.push('tick'), 5))
+    .then(() =>
+      until(() => app.run(() => log.filter((line) => line === 'tick').length > 2), 'ticks'),
+    );
+/** The application hears other programs on its bus. */
+const hearing = async (app, address) => {
+  const peer = await connect(address);
+  await listen(app, peer).finally(peer.close);
+};
+/** With a server or bus that is one test's own. */
 const withOwn = async (starting, f) => {
   const own = await starting;
-  try {
-    await f(own);
-  } finally {
-    await own.stop();
-  }
+  await f(own).finally(own.stop);
+};
+/** The output of a process that has to end by itself. */
+const endOf = async (app, code) => {
+  await until(() => app.result, 'the end of the process');
+  assert.deepStrictEqual(app.result, { code, signal: null }, app.output());
+  return app.output();
 };
 
-// How it leaves: [with everything alive, code].
-const ENDS = {
-  'process.exit': [() => process.exit(3), 3],
-  'process.exit in a tick': [() => kiv.setInterval(() => process.exit(4), 5), 4],
-  'an uncaught exception': [
-    () =>
-      setImmediate(() => {
-        throw new Error('expected');
-      }),
-    1,
-  ],
-  'the runtime with everything alive': [
-    () =>
-      setImmediate(() => {
-        internals.unrefHandles();
-        process.disconnect();
-      }),
-    0,
-  ],
-};
-for (const [way, [leave, code]] of Object.entries(ENDS)) {
-  test(`the process ends in order: ${way}`, async () => {
+const fail = () =>
+  setImmediate(() => {
+    throw new Error('expected');
+  });
+const runDry = () => setImmediate(() => internals.unrefHandles(process.disconnect()));
+for (const [way, leave, code, output] of [
+  ['process.exit', () => process.exit(3), 3, /^$/],
+  ['process.exit in a tick', () => kiv.setInterval(() => process.exit(4), 5), 4, /^$/],
+  ['an uncaught exception', fail, 1, /Error: expected\n/],
+  ['no more to wait for', runDry, 0, /^$/],
+]) {
+  test(`the process ends in order with everything alive: ${way}`, async () => {
     const app = await shared.app({ leaks: false });
     await app.run(() => {
       global.kept = [new kiv.ScreenLockMonitor(), kiv.getScreenSnap('display')];
@@ -57,183 +60,156 @@ for (const [way, [leave, code]] of Object.entries(ENDS)) {
       kiv.getScreenSnapAsync('selection', () => {});
     });
     app.run(leave).catch(() => {});
-    assert.deepStrictEqual(await app.ended, { code, signal: null }, app.output());
-    if (code === 1) assert.match(app.output(), /Error: expected\n/);
-    else assert.strictEqual(app.output(), '');
+    assert.match(await endOf(app, code), output);
   });
 }
 
-test('a worker cannot load the module, before or after the main thread did', async () => {
-  const app = await shared.app({ setUp: false });
-  const errors = await app.run(async () => {
-    const { Worker } = require('worker_threads');
-    const file = require('path').join(process.env.KIV_BUILD_FOLDER, 'kiv_native.node');
+test('a worker cannot load the module, before or after the main thread did', () => {
+  const work = async (app) => {
     const load = () =>
-      new Promise((resolve) => {
-        const worker = new Worker(`require(${JSON.stringify(file)})`, { eval: true });
-        worker.on('error', (error) => resolve(error.message)).on('exit', () => resolve('loaded'));
+      app.run(() => {
+        const { Worker } = require('worker_threads');
+        const worker = new Worker('require(`${process.env.KIV_BUILD_FOLDER}/kiv_native`)', {
+          eval: true,
+        });
+        return new Promise((resolve) =>
+          worker.on('error', (error) => resolve(error.message)).on('exit', resolve),
+        );
       });
-    const before = await load();
-    kiv.init();
-    return [before, await load()];
-  });
-  assert.deepStrictEqual(errors, Array(2).fill('kiv_native works on the main thread only'));
-  await app.end();
+    const errors = [await load(), await init(app), await load()];
+    const ONLY = 'kiv_native works on the main thread only';
+    assert.deepStrictEqual(errors, [ONLY, null, ONLY]);
+  };
+  return shared.withApp(work, { setUp: false });
 });
 
-test('init and teardown, in any order and number, leave no descriptor behind', () =>
+test('init and teardown, in any order and number, leave no descriptor, nor a name on the bus', () =>
   shared.withApp(async (app) => {
     const descriptors = () => app.run(() => require('fs').readdirSync('/proc/self/fd').length);
-    await app.run(() => kiv.teardown());
+    const before = (await app.run(() => kiv.teardown())) || (await descriptors());
+    for (let i = 0; i < 10; ++i) {
+      for (const step of ['init', 'init', 'teardown', 'teardown', 'init', 'teardown'])
+        await app.run((name) => kiv[name](), step);
+      await until(async () => (await descriptors()) <= before, 'descriptors are closed');
+    }
     const peer = await connect(shared.bus.address);
     const DBUS = ['org.freedesktop.DBus', '/org/freedesktop/DBus', 'org.freedesktop.DBus'];
-    const names = async () => (await peer.call(...DBUS, 'ListNames'))[0].length;
-    await until(async () => (await names()) === 2, 'nobody but the peer on the bus');
-    peer.close();
-    const before = await descriptors();
-    for (let i = 0; i < 10; ++i) {
-      for (const step of 'iittitit')
-        await app.run((call) => kiv[call](), step === 'i' ? 'init' : 'teardown');
-      await until(async () => (await descriptors()) <= before, `${before} descriptors`);
-    }
+    const alone = async () => (await peer.call(...DBUS, 'ListNames'))[0].length === 2;
+    await until(alone, 'no connection to the bus').finally(peer.close);
+  }));
+
+test('a child of the host inherits no descriptor of the module', () =>
+  shared.withApp(async (app) => {
+    const inherited = () =>
+      app.run(() => String(require('child_process').execFileSync('ls', ['/proc/self/fd'])));
+    const with_init = await inherited();
+    await app.run(() => kiv.teardown());
+    assert.strictEqual(with_init, await inherited());
   }));
 
 test('without a display or a bus init is silent and the rest goes on', () => {
-  const env = { DISPLAY: ':99999', DBUS_SESSION_BUS_ADDRESS: 'unix:path=/nonexistent' };
-  return shared.withApp(
-    async (app) => {
-      await app.run(() => kiv.init());
-      assert.deepStrictEqual([await width(app), await app.log()], [0, []]);
-    },
-    { env },
-  );
+  const work = async (app) => {
+    await init(app);
+    assert.deepStrictEqual([await width(app), await app.log()], [0, []]);
+  };
+  return shared.withApp(work, { env: NOWHERE });
 });
 
-test("a child that native code forks and that exits stops neither the parent's timer nor its input", () =>
+test("a child that native code forks and that exits stops neither the parent's input nor its timer", () =>
   shared.withApp(async (app) => {
     assert.strictEqual(await app.run(() => faults.forkAndExit()), 0);
     shared.x.key();
     await until(
       () => app.run(() => kiv.getInputInfo().keyboardActivity === 1),
-      'a key that is counted',
-      10000,
+      'a key that counts',
     );
     await ticking(app);
   }));
 
 for (const place of ['the loop', 'the next call']) {
-  test(`the loss of the agent's X server is noticed in ${place}; the rest goes on, and init finds another`, () =>
+  test(`the loss of the agent's X server is noticed in ${place}; the rest goes on`, () =>
     withOwn(startXvfb(), (other) =>
       shared.withApp(async (app) => {
-        // GDK keeps its server.
-        await app.run((display) => {
-          process.env.DISPLAY = display;
-          kiv.init();
-        }, other.display);
-        const lost = () => app.run(() => log.length > 0);
-        if (place === 'the loop') {
-          await other.stop();
-          await until(lost, 'a lost server');
-        } else {
+        await init(app, other.display); // GDK keeps its own
+        await app.log();
+        if (place === 'the loop') await other.stop();
+        else
           await app.run((pid) => {
             process.kill(pid, 'SIGKILL');
             while (require('fs').existsSync(`/proc/${pid}/exe`));
-            return kiv.getScreenSnap('display').activeWindowTitle;
+            kiv.getScreenSnap('display');
           }, other.pid);
-          await until(lost, 'a lost server');
-        }
+        const errors = () => app.run(() => log.filter((line) => line.startsWith('error')));
+        await until(async () => (await errors()).length > 0, 'a lost server');
         assert.strictEqual(await width(app), 1280);
-        await ticking(app, 5);
-        const errors = (await app.log()).filter((line) => line.startsWith('error'));
-        assert.deepStrictEqual(errors, ['error Session: X connection lost']);
-        const peer = await connect(shared.bus.address);
-        await listen(app, peer);
-        peer.close();
-        await app.run((display) => {
-          process.env.DISPLAY = display;
-          kiv.init();
-        }, shared.env.DISPLAY);
-        assert.ok((await app.run(() => kiv.getInputInfo().last.input)) >= 0);
+        await ticking(app);
+        assert.deepStrictEqual(await errors(), ['error Session: X connection lost']);
+        await hearing(app, shared.bus.address);
+        await init(app, shared.env.DISPLAY);
+        assert.ok(await app.run(() => kiv.getInputInfo().last.input >= 0), 'another server');
       }),
     ));
 }
 
-test("the loss of GDK's own connection ends the process as GDK does", () =>
+test("the loss of GDK's own X server ends the process as GDK does", () =>
   withOwn(startSession(), async (session) => {
-    const { startApp } = require('../lib/app');
     const app = await startApp(session);
     await width(app);
     await session.server.stop();
-    assert.deepStrictEqual(await app.ended, { code: 1, signal: null });
-    assert.strictEqual(app.output(), '');
+    assert.strictEqual(await endOf(app, 1), '');
   }));
 
 test('the session bus may die, hang and come back; the next init uses it', () =>
   withOwn(startBus(), async (bus) => {
     const env = { DBUS_SESSION_BUS_ADDRESS: bus.address };
-    const meet = async (app) => {
-      const peer = await connect(bus.address);
-      await app.run(() => kiv.init());
-      await listen(app, peer);
-      peer.close();
+    const work = async (app) => {
+      await hearing(app, bus.address);
+      await bus.stop();
+      await init(app);
+      assert.strictEqual(await width(app), 1280);
+      await withOwn(startBus(bus.address), async (next) => {
+        await init(app);
+        await hearing(app, bus.address);
+        process.kill(next.pid, 'SIGSTOP');
+        await app.run(() => kiv.teardown());
+        await init(app);
+        process.kill(next.pid, 'SIGCONT');
+        await init(app);
+        await hearing(app, bus.address);
+      });
     };
-    await shared.withApp(
-      async (app) => {
-        await meet(app);
-        await bus.stop();
-        await app.run(() => kiv.init());
-        assert.strictEqual(await width(app), 1280);
-        await withOwn(startBus(bus.address), async (next) => {
-          await meet(app);
-          process.kill(next.pid, 'SIGSTOP');
-          await app.run(() => {
-            kiv.teardown();
-            kiv.init();
-          });
-          assert.strictEqual(await width(app), 1280);
-          process.kill(next.pid, 'SIGCONT');
-          await meet(app);
-        });
-      },
-      { env },
-    );
+    await shared.withApp(work, { env });
   }));
 
 test('an interval ticks at its period, in the low 32 bits, until another, 0, no function or teardown', () =>
   shared.withApp(async (app) => {
-    const ticks = (...periods) =>
-      app.run(async (list) => {
-        global.ticks = 0;
-        for (const [f, period] of list) {
-          if (period === undefined) kiv[f]();
-          else kiv.setInterval(f && (() => ++global.ticks), period);
-        }
-        await new Promise((resolve) => setTimeout(resolve, 60));
-        return global.ticks > 0;
-      }, periods);
-    assert.deepStrictEqual(
-      await app.run(async () => {
-        const start = Date.now();
-        const times = [];
-        await new Promise((resolve) =>
-          kiv.setInterval((...args) => {
-            times.push([Date.now() - start >= 100 * (times.length + 1) - 2, args.length]);
-            if (times.length === 3) resolve();
-          }, 100),
-        );
-        return times;
-      }),
-      Array(3).fill([true, 0]),
+    const times = await app.run(() => {
+      const [start, all] = [Date.now(), []];
+      return new Promise((resolve) =>
+        kiv.setInterval(() => all.push(Date.now() - start) === 3 && resolve(all), 100),
+      );
+    });
+    assert.ok(
+      times.every((time, i) => time >= 100 * (i + 1) - 2),
+      String(times),
     );
-    await ticking(app);
-    assert.deepStrictEqual(await ticks([true, 0]), false);
-    assert.deepStrictEqual(await ticks([true, 2 ** 32 + 5]), true);
-    assert.deepStrictEqual(await ticks([true, -5]), false);
-    assert.deepStrictEqual(await ticks([true, 2.9]), true);
-    assert.deepStrictEqual(await ticks([true, NaN]), false);
-    assert.deepStrictEqual(await ticks([true, 5], [false, 5]), false);
-    assert.deepStrictEqual(await ticks([true, 5], ['teardown']), false);
-    assert.deepStrictEqual(await ticks([true, 5], ['init']), false);
+    for (const [steps, wanted] of [
+      ['kiv.setInterval(f, 5); kiv.setInterval(f, 0);', false],
+      ['kiv.setInterval(f, 2 ** 32 + 5);', true],
+      ['kiv.setInterval(f, -5);', false],
+      ['kiv.setInterval(f, 2.9);', true],
+      ['kiv.setInterval(f, 5); kiv.setInterval({}, 5);', false],
+      ['kiv.setInterval(f, 5); kiv.teardown();', false],
+      ['kiv.setInterval(f, 5);', false],
+      ['kiv.init();', false],
+    ]) {
+      const ticked = await app.run(`() => new Promise((resolve) => {
+        const f = () => resolve(true);
+        ${steps}
+        setTimeout(resolve, 60, false);
+      })`);
+      assert.strictEqual(ticked, wanted, steps);
+    }
   }));
 
 test('a tick may set intervals, throw, tear down and start over', () =>
@@ -256,51 +232,34 @@ test('a tick may set intervals, throw, tear down and start over', () =>
     assert.deepStrictEqual(await app.log(), ['expected']);
   }));
 
-test('a child of the host inherits no descriptor of the module', () =>
-  shared.withApp(async (app) => {
-    const inherited = () =>
-      app.run(() => String(require('child_process').execFileSync('ls', ['/proc/self/fd'])).length);
-    const after = await inherited();
-    await app.run(() => kiv.teardown());
-    assert.strictEqual(await inherited(), after);
-  }));
-
-test('with hardly a descriptor left every call does without, and the bus that teardown closed then is not used again', () =>
+test('with hardly a descriptor left every call goes on; a bus that teardown closed then is not used again', () =>
   shared.withApp(async (app) => {
     await width(app);
     const used = Math.max(...fs.readdirSync(`/proc/${app.pid}/fd`).map(Number));
     execFileSync('prlimit', ['--pid', String(app.pid), `--nofile=${used + 40}:`]);
-    await app.run(() => {
-      global.fill = () => {
+    await app.run((address) => {
+      const { closeSync, openSync } = require('fs');
+      const fewLeft = (left, work) => {
         const taken = [];
         try {
-          for (;;) taken.push(require('fs').openSync('/dev/null'));
+          for (;;) taken.push(openSync('/dev/null'));
         } catch (_) {
-          return taken;
+          taken.splice(0, left).forEach(closeSync);
         }
+        work();
+        taken.forEach(closeSync);
       };
-      global.free = (taken) => taken.forEach(require('fs').closeSync);
-    });
-    for (let left = 0; left <= 12; ++left) {
-      await app.run((count) => {
-        const taken = global.fill();
-        global.free(taken.splice(0, count));
-        kiv.init();
-        kiv.setInterval(() => {}, 100);
-        kiv.getScreenSnap('desktop');
-        kiv.teardown();
-        global.free(taken);
-      }, left);
-    }
-    const peer = await connect(shared.bus.address);
-    await app.run(() => {
-      process.env.DISPLAY = ':99999'; // no connection whose end would free a descriptor
+      for (let left = 0; left <= 12; ++left)
+        fewLeft(left, () => {
+          kiv.init();
+          kiv.getScreenSnap('desktop');
+          kiv.teardown();
+        });
+      // No connection to a server whose end would free a descriptor.
+      process.env.DISPLAY = address;
       kiv.init();
-      const taken = global.fill();
-      kiv.teardown();
-      global.free(taken);
+      fewLeft(0, () => kiv.teardown());
       kiv.init();
-    });
-    await listen(app, peer);
-    peer.close();
+    }, NOWHERE.DISPLAY);
+    await hearing(app, shared.bus.address);
   }));
