@@ -133,6 +133,7 @@ async function startSession({
   display = true,
   bus = true,
   wm,
+  env: more,
 } = {}) {
   const folder = temporaryFolder();
   const inside = (name) => path.join(folder, name);
@@ -149,6 +150,7 @@ async function startSession({
     // Without an address GLib would look for the machine's own.
     DBUS_SESSION_BUS_ADDRESS: 'unix:path=/nonexistent',
     DBUS_SYSTEM_BUS_ADDRESS: 'unix:path=/nonexistent',
+    ...more,
   };
   const stops = [];
   const session = {

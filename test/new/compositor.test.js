@@ -8,7 +8,7 @@ const { PNG } = require('pngjs');
 const { connect } = require('../lib/bus');
 const compositors = require('../lib/compositors');
 const { lacking, until } = require('../lib/processes');
-const { startSession, useSession } = require('../lib/session');
+const { useSession } = require('../lib/session');
 
 const png = (width, height) => PNG.sync.write(new PNG({ width, height }));
 const snap = (app, type = 'desktop') =>
@@ -19,11 +19,7 @@ const snap = (app, type = 'desktop') =>
 const width = async (app, type) => (await snap(app, type)).width;
 
 describe('a stand-in', () => {
-  const shared = useSession({ display: false }, async (options) => {
-    const session = await startSession(options);
-    session.env.XDG_SESSION_TYPE = 'wayland';
-    return session;
-  });
+  const shared = useSession({ display: false, env: { XDG_SESSION_TYPE: 'wayland' } });
   const NO = { error: 'org.example.No', text: 'not today' };
   const DONE = { signature: 'bs', body: [true, ''] };
   const files = () => fs.readdirSync(shared.env.TMPDIR);
@@ -93,31 +89,27 @@ describe('a stand-in', () => {
       const claim = png(64, 48).subarray(0, 100);
       claim.writeUInt32BE(30000, 16);
       claim.writeUInt32BE(30000, 20);
-      const type = (text) => `unexpected reply of type ${text}, wanted (s)`;
       // What lies at the path that KWin names, or what it says, and the reason in the log.
       for (const [given, reason] of [
-        ['not a picture', ''],
-        [png(640, 480).subarray(0, 300), ''],
+        ['not a picture', '.'],
+        [png(640, 480).subarray(0, 300), '.'],
         [claim, '30000 x 30000'],
         ['P6 30000 30000 255\n', '30000 x 30000'],
         [fs.mkdirSync, 'not a regular file'],
         [(name) => execFileSync('mkfifo', [name]), 'not a regular file'],
         [() => {}, 'No such file'],
-        [{ signature: 'i', body: [1] }, type('(i)')],
-        [{ signature: 'ss', body: ['a', 'b'] }, type('(ss)')],
-        [{}, type('()')],
-        [NO, 'org.example.No: not today'],
+        [{ signature: 'i', body: [1] }, 'unexpected reply of type .i., wanted .s.'],
+        [{}, 'unexpected reply of type .., wanted .s.'],
+        [NO, 'not today'],
       ]) {
-        const named = { signature: 's', body: [path] };
-        const says = given.constructor === Object ? given : named;
+        const says = given.constructor === Object ? given : { signature: 's', body: [path] };
         if (typeof given === 'function') given(path);
-        else if (says === named) fs.writeFileSync(path, given);
+        else if (says !== given) fs.writeFileSync(path, given);
         serve({ kwin: says });
         assert.strictEqual(await width(app), 0, reason);
-        const [line, ...more] = await app.log();
-        assert.match(line, /^error DBUS Screenshot: .+$/);
-        assert.ok(line.includes(reason) && !line.includes(path), `${line}, not ${reason}`);
-        assert.deepStrictEqual(more, []);
+        const line = (await app.log()).join('\n');
+        assert.match(line, new RegExp(`^error DBUS Screenshot: .*${reason}.*$`));
+        assert.ok(!line.includes(path), line);
         if (given === fs.mkdirSync) fs.rmdirSync(path); // unlinking deletes none
         assert.deepStrictEqual(files(), []);
       }
@@ -143,17 +135,14 @@ describe('a stand-in', () => {
         [AREA, NO, 102003, 0, 'not today'],
         [{ error: cancelled }, NO, 102005, 0, ''],
         [NO, NO, 102003, 0, 'not today'],
-        [{ signature: 's', body: ['area'] }, NO, 102003, 0, 'wanted (iiii)'],
+        [{ signature: 's', body: ['area'] }, NO, 102003, 0, 'wanted .iiii.'],
       ]) {
         serve({ gnome: NO, SelectArea, ScreenshotArea });
         await app.run(() => global.select());
-        assert.strictEqual(await app.run(() => 0), 0);
         await until(async () => (await state()) === 'true false', 'the end of a selection');
-        const lines = await app.log();
-        const end = [`${code} ${width} false true`, `debug OnScreenSnapCompleted:${code}:End`];
-        assert.deepStrictEqual(lines.slice(-2), end);
-        if (reason) assert.ok(lines.shift().includes(reason), reason);
-        assert.strictEqual(lines.length, 2);
+        const line = reason && `error DBUS Screenshot: .*${reason}.*\n`;
+        const end = `${code} ${width} false true\ndebug OnScreenSnapCompleted:${code}:End`;
+        assert.match((await app.log()).join('\n'), new RegExp(`^${line}${end}$`));
       }
       assert.match(calls('ScreenshotArea')[0].body.join(), /^5,6,70,80,true,.*\/brenik\.\w{10}$/);
       assert.deepStrictEqual(files(), []);
@@ -178,15 +167,12 @@ for (const [name, starter, background, skip] of [
         const wanted = [1280, 720, 0xc02080, 0xc02080, background].join();
         let seen;
         const look = async () => {
-          const picture = PNG.sync.read((await snap(app)).data);
-          const pixel = (x, y) => picture.data.readUIntBE((y * picture.width + x) * 4, 3);
-          const points = [pixel(200, 100), pixel(499, 299), pixel(1000, 600)];
-          seen = [picture.width, picture.height, ...points].join();
+          const { data, width, height } = PNG.sync.read((await snap(app)).data);
+          const pixel = (x, y) => data.readUIntBE((y * width + x) * 4, 3);
+          seen = [width, height, pixel(200, 100), pixel(499, 299), pixel(1000, 600)].join();
           return seen === wanted;
         };
-        await until(look, 'a picture with the window').catch(() =>
-          assert.strictEqual(seen, wanted),
-        );
+        await until(look, wanted).catch(() => assert.strictEqual(seen, wanted));
         assert.deepStrictEqual(fs.readdirSync(shared.env.TMPDIR), []);
         assert.doesNotMatch((await app.log()).join(), /^error|,error/);
       }));

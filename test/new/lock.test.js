@@ -34,10 +34,8 @@ test('the signals of every desktop are events; those of another path, member or 
       [UPSTART, 'sas', ['desktop-lock', ['a']], 'screen_lock'],
       [UPSTART, 's', ['desktop-unlock'], 'screen_unlock'],
       [UPSTART, 's', ['session-end']],
-      [UPSTART, 'b', [true]],
       [GNOME, '', []],
       [GNOME, 's', ['true']],
-      [GNOME, 'i', [1]],
       [['/org/gnome/Other', ...GNOME.slice(1)], 'b', [true]],
       [[...GNOME.slice(0, 2), 'Other'], 'b', [true]],
       [GNOME, 'b', [true], 'screen_lock'],
@@ -66,7 +64,10 @@ test("the newest monitor's first emit function gets the events, until it is coll
     };
     const drop = () => {
       global.newest = null;
-      gc();
+    };
+    const restart = () => {
+      kiv.teardown();
+      kiv.init();
     };
     for (const [variable, value, ...wanted] of [
       ['emit', () => 'no function'],
@@ -78,26 +79,15 @@ test("the newest monitor's first emit function gets the events, until it is coll
       ['collected', () => {}],
     ]) {
       await app.run(`() => { global.${variable} = ${value}; setImmediate(gc); }`);
-      await app.run(() => {});
       peer.emit(...GNOME, 'b', [true]);
       await until(() => app.run(() => log.length > 0), 'the signal');
       assert.deepStrictEqual(await app.log(), [CHANGED, ...wanted], `${variable} ${value}`);
     }
-  }));
-
-test('a listener may tear down and set up; the events go on', () =>
-  listening(async (app, peer) => {
-    await app.run(() => {
-      global.monitor.emit = null;
-      global.again = new kiv.ScreenLockMonitor();
-      global.again.emit = () => {
-        kiv.teardown();
-        kiv.init();
-        log.push('again');
-      };
-    });
+    // A listener may tear down and set up.
+    await app.run(
+      `() => { global.again = new kiv.ScreenLockMonitor(); global.again.emit = ${restart}; }`,
+    );
     peer.emit(...GNOME, 'b', [true]);
-    await until(() => app.run(() => log.includes('again')), 'the signal');
     await listen(app, peer);
   }));
 
