@@ -2,9 +2,8 @@
 
 const fs = require('fs');
 const { Variant } = require('dbus-next');
-const { connect } = require('./bus');
 const { lacking, start, until } = require('./processes');
-const { startBus, startSession } = require('./session');
+const { startServed } = require('./session');
 const { openDisplay } = require('./x');
 
 const KWIN = '/usr/bin/kwin_wayland';
@@ -53,22 +52,17 @@ async function startKwin({ env, inside, peer }, launch) {
   await kwin.ready(offers, 'the screenshot service');
 }
 
+const WAYLAND = { XDG_SESSION_TYPE: 'wayland', LIBGL_ALWAYS_SOFTWARE: '1' };
 /** A Wayland session without a screen, 1280x720; `starter` is one of the two above. */
-async function startCompositor(starter, attempts = 3) {
+function startCompositor(starter) {
   // Compositors start Xwayland in a folder of this mode only.
   fs.mkdirSync('/tmp/.X11-unix', { recursive: true });
   if (process.getuid() === 0) fs.chmodSync('/tmp/.X11-unix', 0o1777);
-  const session = await startSession({ display: false });
-  const { env, stops } = session;
-  try {
-    const system = await startBus();
-    session.peer = await connect(session.bus.address);
-    stops.push(system.stop, async () => session.peer.close());
-    env.DBUS_SYSTEM_BUS_ADDRESS = system.address;
-    Object.assign(env, { XDG_SESSION_TYPE: 'wayland', LIBGL_ALWAYS_SOFTWARE: '1' });
+  // More than one attempt, since GNOME Shell now and then hangs while starting.
+  return startServed({ display: false, env: WAYLAND }, async (session) => {
+    const { env, stops } = session;
     await starter(session, (command, args) => {
       const compositor = start('setsid', [command, ...args], { env });
-      // One that hangs while it starts a program leaves that half-made process behind.
       stops.push(async () => {
         await compositor.stop(2000);
         try {
@@ -80,13 +74,7 @@ async function startCompositor(starter, attempts = 3) {
     process.env.XAUTHORITY = env.XAUTHORITY;
     session.x = await openDisplay(env.DISPLAY);
     stops.push(async () => session.x.close());
-    return session;
-  } catch (error) {
-    await session.stop();
-    // GNOME Shell now and then hangs while starting: it runs JavaScript between fork and exec.
-    if (attempts === 1) throw error;
-    return startCompositor(starter, attempts - 1);
-  }
+  });
 }
 
 module.exports = { lackingKwin, startCompositor, startGnomeShell, startKwin };

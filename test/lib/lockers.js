@@ -4,7 +4,7 @@ const fs = require('fs');
 const { PNG } = require('pngjs');
 const { connect } = require('./bus');
 const { start, until } = require('./processes');
-const { startBus, startSession } = require('./session');
+const { startServed } = require('./session');
 
 /** Of each locker: the name it owns, and on how many watched paths it tells a change. */
 const LOCKERS = {
@@ -12,40 +12,25 @@ const LOCKERS = {
   'cinnamon-screensaver': ['org.cinnamon.ScreenSaver', 1],
 };
 
-/** An X11 session with a real screen locker; `peer` talks to it. */
-async function startLocker(command) {
-  const session = await startSession();
-  const { env, inside, stops } = session;
-  const system = await startBus();
-  session.peer = await connect(env.DBUS_SESSION_BUS_ADDRESS);
-  env.DBUS_SYSTEM_BUS_ADDRESS = system.address;
-  const login = await connect(system.address);
-  await login.own('org.freedesktop.login1');
-  env.XDG_SESSION_PATH = '/org/freedesktop/login1/session/c1';
-  const path = { signature: 'o', body: [env.XDG_SESSION_PATH] };
-  login.answer({ GetSession: path, GetSessionByPID: path });
-  // cinnamon-screensaver asks loginctl, which refuses where systemd does not run, and cannot unlock
-  // without a picture of the user.
-  fs.writeFileSync(inside('loginctl'), '#!/bin/sh\necho c1\n', { mode: 0o755 });
-  fs.writeFileSync(inside('home/.face'), PNG.sync.write(new PNG({ width: 1, height: 1 })));
-  env.PATH = `${session.folder}:${env.PATH}`;
-  const locker = start(command, [], { env });
-  const leave = async (peer) => peer.close();
-  stops.push(
-    system.stop,
-    () => leave(login),
-    () => leave(session.peer),
-    locker.stop,
-  );
-  const [name] = LOCKERS[command];
-  await locker
-    .ready(() => session.peer.hasOwner(name), name)
-    .catch(async (error) => {
-      await session.stop();
-      throw error;
-    });
-  return session;
-}
+/** An X11 session with a real screen locker. */
+const startLocker = (command) =>
+  startServed({}, async ({ env, folder, inside, peer, stops, system }) => {
+    const login = await connect(system.address);
+    stops.push(async () => login.close());
+    await login.own('org.freedesktop.login1');
+    env.XDG_SESSION_PATH = '/org/freedesktop/login1/session/c1';
+    const path = { signature: 'o', body: [env.XDG_SESSION_PATH] };
+    login.answer({ GetSession: path, GetSessionByPID: path });
+    // cinnamon-screensaver asks loginctl, which refuses where systemd does not run, and cannot
+    // unlock without a picture of the user.
+    fs.writeFileSync(inside('loginctl'), '#!/bin/sh\necho c1\n', { mode: 0o755 });
+    fs.writeFileSync(inside('home/.face'), PNG.sync.write(new PNG({ width: 1, height: 1 })));
+    env.PATH = `${folder}:${env.PATH}`;
+    const locker = start(command, [], { env });
+    stops.push(locker.stop);
+    const [name] = LOCKERS[command];
+    await locker.ready(() => peer.hasOwner(name), name);
+  });
 
 /** Gives the application a monitor that writes its events to the log; it hears the bus then. */
 async function listen(app, peer) {

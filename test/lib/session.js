@@ -5,6 +5,7 @@ const fs = require('fs');
 const path = require('path');
 const { after, before } = require('node:test');
 const { startApp } = require('./app');
+const { connect } = require('./bus');
 const { ENV, start, temporaryFolder, until } = require('./processes');
 const { openDisplay } = require('./x');
 
@@ -103,8 +104,13 @@ async function startBus(address = `unix:path=${temporaryFolder()}/bus`) {
     `<busconfig><type>session</type><listen>${address}</listen><auth>EXTERNAL</auth>
     <policy context="default"><allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/><allow own="*"/></policy></busconfig>`,
   );
-  const daemon = start('dbus-daemon', [`--config-file=${file}.conf`, '--nofork', '--nopidfile']);
-  await daemon.ready(() => fs.existsSync(file), 'a bus');
+  const daemon = start('dbus-daemon', [
+    `--config-file=${file}.conf`,
+    '--nofork',
+    '--nopidfile',
+    '--print-address',
+  ]);
+  await daemon.ready(() => daemon.text[1].includes('\n'), 'a bus');
   return { ...daemon, address };
 }
 
@@ -173,6 +179,8 @@ async function startSession({
   if (bus) {
     session.bus = add(await startBus());
     env.DBUS_SESSION_BUS_ADDRESS = session.bus.address;
+    session.peer = await connect(session.bus.address);
+    stops.push(async () => session.peer.close());
   }
   if (display && wm) session.wm = add(await startWindowManager(env, wm));
   if (display) {
@@ -180,6 +188,22 @@ async function startSession({
     stops.push(async () => session.x.close());
   }
   return session;
+}
+
+/** A session with a system bus, in which `prepare` starts more. */
+async function startServed(options, prepare, attempts = 3) {
+  const session = await startSession(options);
+  try {
+    session.system = await startBus();
+    session.stops.push(session.system.stop);
+    session.env.DBUS_SYSTEM_BUS_ADDRESS = session.system.address;
+    await prepare(session);
+    return session;
+  } catch (error) {
+    await session.stop();
+    if (attempts === 1) throw error;
+    return startServed(options, prepare, attempts - 1);
+  }
 }
 
 /**
@@ -211,4 +235,4 @@ function useSession(options, starter = startSession) {
   return use;
 }
 
-module.exports = { startBus, startSession, startWindowManager, startXvfb, useSession };
+module.exports = { startBus, startServed, startSession, startWindowManager, startXvfb, useSession };

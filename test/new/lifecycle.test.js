@@ -24,11 +24,6 @@ const ticking = (app) =>
     .then(() =>
       until(() => app.run(() => log.filter((line) => line === 'tick').length > 2), 'ticks'),
     );
-/** The application hears other programs on its bus. */
-const hearing = async (app, address) => {
-  const peer = await connect(address);
-  await listen(app, peer).finally(peer.close);
-};
 /** With a server or bus that is one test's own. */
 const withOwn = async (starting, f) => {
   const own = await starting;
@@ -96,10 +91,9 @@ test('init and teardown, in any order and number, leave no descriptor, give a ch
         await app.run((step) => kiv[step](), name);
       await until(async () => (await descriptors()) <= before, 'descriptors are closed');
     }
-    const peer = await connect(shared.bus.address);
     const DBUS = ['org.freedesktop.DBus', '/org/freedesktop/DBus', 'org.freedesktop.DBus'];
-    const alone = async () => (await peer.call(...DBUS, 'ListNames'))[0].length === 2;
-    await until(alone, 'no connection to the bus').finally(peer.close);
+    const alone = async () => (await shared.peer.call(...DBUS, 'ListNames'))[0].length === 2;
+    await until(alone, 'no connection to the bus');
   }));
 
 test('without a display or a bus init is silent and the rest goes on', () => {
@@ -139,7 +133,7 @@ for (const place of ['the loop', 'the next call']) {
         assert.strictEqual(await width(app), 1280);
         await ticking(app);
         assert.deepStrictEqual(await errors(), ['error Session: X connection lost']);
-        await hearing(app, shared.bus.address);
+        await listen(app, shared.peer);
         await init(app, shared.env.DISPLAY);
         assert.ok(await app.run(() => kiv.getInputInfo().last.input >= 0), 'another server');
       }),
@@ -158,19 +152,21 @@ test('the session bus may die, hang and come back; the next init uses it', () =>
   withOwn(startBus(), async (bus) => {
     const env = { DBUS_SESSION_BUS_ADDRESS: bus.address };
     const work = async (app) => {
-      await hearing(app, bus.address);
+      const peer = await connect(bus.address);
+      await listen(app, peer);
       await bus.stop();
       await init(app);
       assert.strictEqual(await width(app), 1280);
       await withOwn(startBus(bus.address), async (next) => {
+        const again = await connect(bus.address);
         await init(app);
-        await hearing(app, bus.address);
+        await listen(app, again);
         process.kill(next.pid, 'SIGSTOP');
         await app.run(() => kiv.teardown());
         await init(app);
         process.kill(next.pid, 'SIGCONT');
         await init(app);
-        await hearing(app, bus.address);
+        await listen(app, again);
       });
     };
     await shared.withApp(work, { env });
@@ -254,5 +250,5 @@ test('with hardly a descriptor left every call goes on; a bus that teardown clos
       fewLeft(0, () => kiv.teardown());
       kiv.init();
     }, NOWHERE.DISPLAY);
-    await hearing(app, shared.bus.address);
+    await listen(app, shared.peer);
   }));

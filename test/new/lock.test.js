@@ -2,7 +2,6 @@
 
 const assert = require('node:assert');
 const { describe, test } = require('node:test');
-const { connect } = require('../lib/bus');
 const { LOCKERS, listen, startLocker } = require('../lib/lockers');
 const { lacking, until } = require('../lib/processes');
 const { useSession } = require('../lib/session');
@@ -15,13 +14,8 @@ const CHANGED = 'info Session: screen lock changed';
 
 const listening = (f) =>
   shared.withApp(async (app) => {
-    const peer = await connect(shared.bus.address);
-    try {
-      await listen(app, peer);
-      await f(app, peer);
-    } finally {
-      peer.close();
-    }
+    await listen(app, shared.peer);
+    await f(app, shared.peer);
   });
 
 test('the signals of every desktop are events; those of another path, member or type are not', () =>
@@ -46,7 +40,7 @@ test('the signals of every desktop are events; those of another path, member or 
     assert.deepStrictEqual(await app.log(), wanted);
   }));
 
-test("the newest monitor's first emit function gets the events, until it is collected", () =>
+test("the newest monitor's first emit function gets the events, until a monitor is collected", () =>
   listening(async (app, peer) => {
     await app.run(() => {
       process.on('uncaughtException', (error) => log.push(error.message));
@@ -63,7 +57,7 @@ test("the newest monitor's first emit function gets the events, until it is coll
       throw new Error('expected');
     };
     const drop = () => {
-      global.newest = null;
+      global.monitor = null; // the end of any leaves the module without one
     };
     const restart = () => {
       kiv.teardown();
