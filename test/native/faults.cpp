@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 
 namespace {
@@ -95,6 +96,9 @@ void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void*
   Nan::SetMethod(exports, "openPopup", OpenPopup);
   // forkAndExit(): the status of a forked child that called exit(0).
   Nan::SetMethod(exports, "forkAndExit", ForkAndExit);
+  // tellAtExit(): a line once the process runs its exit handlers, which GDK leaves out.
+  Nan::SetMethod(exports, "tellAtExit",
+                 [](const auto& /*info*/) { atexit([] { fputs("exit handlers\n", stderr); }); });
   // destroyWindows(): destroys every top-level window of the process.
   Nan::SetMethod(exports, "destroyWindows", DestroyWindows);
 }

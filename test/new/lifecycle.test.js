@@ -129,6 +129,7 @@ for (const place of ['the loop', 'the next call']) {
 test("the loss of GDK's own X server ends the process as GDK does", () =>
   withOwn(startSession(), async (session) => {
     const app = await startApp(session);
+    await app.run(() => faults.tellAtExit());
     await width(app);
     await session.server.stop();
     await endsSilently(app, 1);
