@@ -5,6 +5,7 @@ const fs = require('fs');
 const path = require('path');
 const { after, before } = require('node:test');
 const { startApp } = require('./app');
+const { connect } = require('./bus');
 const { ENV, start, temporaryFolder, until } = require('./processes');
 
 // Late, for those who do without the person and thus without its library.
@@ -106,8 +107,13 @@ async function startBus(address = `unix:path=${temporaryFolder()}/bus`) {
     `<busconfig><type>session</type><listen>${address}</listen><auth>EXTERNAL</auth>
     <policy context="default"><allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/><allow own="*"/></policy></busconfig>`,
   );
-  const daemon = start('dbus-daemon', [`--config-file=${file}.conf`, '--nofork', '--nopidfile']);
-  await daemon.ready(() => fs.existsSync(file), 'a bus');
+  const daemon = start('dbus-daemon', [
+    `--config-file=${file}.conf`,
+    '--nofork',
+    '--nopidfile',
+    '--print-address',
+  ]);
+  await daemon.ready(() => daemon.text[1].includes('\n'), 'a bus');
   return { ...daemon, address };
 }
 
@@ -137,6 +143,7 @@ async function startSession({
   bus = true,
   person = true,
   wm,
+  env: more,
 } = {}) {
   const folder = temporaryFolder();
   const inside = (name) => path.join(folder, name);
@@ -153,6 +160,7 @@ async function startSession({
     // Without an address GLib would look for the machine's own.
     DBUS_SESSION_BUS_ADDRESS: 'unix:path=/nonexistent',
     DBUS_SYSTEM_BUS_ADDRESS: 'unix:path=/nonexistent',
+    ...more,
   };
   const stops = [];
   const session = {
@@ -175,6 +183,8 @@ async function startSession({
   if (bus) {
     session.bus = add(await startBus());
     env.DBUS_SESSION_BUS_ADDRESS = session.bus.address;
+    session.peer = await connect(session.bus.address);
+    stops.push(async () => session.peer.close());
   }
   if (display && wm) session.wm = add(await startWindowManager(env, wm));
   if (display && person) {
@@ -184,6 +194,22 @@ async function startSession({
   return session;
 }
 
+/** A session with a system bus, in which `prepare` starts more. */
+async function startServed(options, prepare, attempts = 3) {
+  const session = await startSession(options);
+  try {
+    session.system = await startBus();
+    session.stops.push(session.system.stop);
+    session.env.DBUS_SYSTEM_BUS_ADDRESS = session.system.address;
+    await prepare(session);
+    return session;
+  } catch (error) {
+    await session.stop();
+    if (attempts === 1) throw error;
+    return startServed(options, prepare, attempts - 1);
+  }
+}
+
 /**
  * One session for a file or a describe block. `app(options)` starts an application that is set up;
  * `withApp(f, options)` calls `f` with one and ends it in order.
@@ -191,8 +217,16 @@ async function startSession({
 function useSession(options, starter = startSession) {
   const use = {};
   before(async () => Object.assign(use, await starter(options)));
-  after(() => use.stop?.());
-  use.app = (more) => startApp(use, more);
+  const apps = [];
+  after(async () => {
+    for (const app of apps) await app.stop();
+    await use.stop?.();
+  });
+  use.app = async (more) => {
+    const app = await startApp(use, more);
+    apps.push(app);
+    return app;
+  };
   use.withApp = async (f, more) => {
     const app = await use.app(more);
     try {
@@ -206,4 +240,4 @@ function useSession(options, starter = startSession) {
   return use;
 }
 
-module.exports = { startBus, startSession, startWindowManager, startXvfb, useSession };
+module.exports = { startBus, startServed, startSession, startWindowManager, startXvfb, useSession };

@@ -5,6 +5,11 @@
 #include <dlfcn.h>
 #include <gtk/gtk.h>
 #include <nan.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
 
 namespace {
 
@@ -48,6 +53,18 @@ void OpenPopup(const Nan::FunctionCallbackInfo<v8::Value>& /*info*/) {
                 nullptr, nullptr);
 }
 
+// A child of native code that leaves with all exit handlers and destructors of this process.
+void ForkAndExit(const Nan::FunctionCallbackInfo<v8::Value>& info) {
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(10);
+    exit(0);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  info.GetReturnValue().Set(status);
+}
+
 void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
   // failNewPixbuf(n): the n-th coming call of gdk_pixbuf_new has no memory.
   Nan::SetMethod(exports, "failNewPixbuf", FailNewPixbuf);
@@ -63,6 +80,11 @@ void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void*
   Nan::SetMethod(exports, "openModalWindow", OpenModalWindow);
   Nan::SetMethod(exports, "openMenu", OpenMenu);
   Nan::SetMethod(exports, "openPopup", OpenPopup);
+  // forkAndExit(): the status of a forked child that called exit(0).
+  Nan::SetMethod(exports, "forkAndExit", ForkAndExit);
+  // tellAtExit(): a line once the process runs its exit handlers, which GDK leaves out.
+  Nan::SetMethod(exports, "tellAtExit",
+                 [](const auto& /*info*/) { atexit([] { fputs("exit handlers\n", stderr); }); });
   // destroyWindows(): destroys every top-level window of the process.
   Nan::SetMethod(exports, "destroyWindows", DestroyWindows);
 }
