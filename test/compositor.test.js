@@ -5,10 +5,10 @@ const { execFileSync } = require('node:child_process');
 const fs = require('node:fs');
 const { afterEach, beforeEach, describe, test } = require('node:test');
 const { PNG } = require('pngjs');
-const { connect } = require('../lib/bus');
-const compositors = require('../lib/compositors');
-const { lacking, until } = require('../lib/processes');
-const { useSession } = require('../lib/session');
+const { connect } = require('./lib/bus');
+const compositors = require('./lib/compositors');
+const { lacking, until } = require('./lib/processes');
+const { useSession } = require('./lib/session');
 
 const png = (width, height) => PNG.sync.write(new PNG({ width, height }));
 const snap = (app, type = 'desktop') =>

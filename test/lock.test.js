@@ -2,9 +2,9 @@
 
 const assert = require('node:assert');
 const { describe, test } = require('node:test');
-const { LOCKERS, listen, startLocker } = require('../lib/lockers');
-const { lacking, until } = require('../lib/processes');
-const { useSession } = require('../lib/session');
+const { LOCKERS, listen, startLocker } = require('./lib/lockers');
+const { lacking, until } = require('./lib/processes');
+const { useSession } = require('./lib/session');
 
 const shared = useSession({ display: false });
 const saver = (name) => [`/org/${name}/ScreenSaver`, `org.${name}.ScreenSaver`, 'ActiveChanged'];

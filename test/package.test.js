@@ -6,9 +6,9 @@ const fs = require('fs');
 const path = require('path');
 const { test } = require('node:test');
 const { PNG } = require('pngjs');
-const { connect } = require('../lib/bus');
-const { BUILD, ENV, NODE, ROOT, start, temporaryFolder, until } = require('../lib/processes');
-const { useSession } = require('../lib/session');
+const { connect } = require('./lib/bus');
+const { BUILD, ENV, NODE, ROOT, start, temporaryFolder, until } = require('./lib/processes');
+const { useSession } = require('./lib/session');
 
 const shared = useSession({ screens: ['800x600'], wm: 'openbox' });
 const folder = temporaryFolder();

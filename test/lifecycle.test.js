@@ -2,11 +2,11 @@
 
 const assert = require('node:assert');
 const { test } = require('node:test');
-const { startApp } = require('../lib/app');
-const { connect } = require('../lib/bus');
-const { listen } = require('../lib/lockers');
-const { until } = require('../lib/processes');
-const { startBus, startSession, startXvfb, useSession } = require('../lib/session');
+const { startApp } = require('./lib/app');
+const { connect } = require('./lib/bus');
+const { listen } = require('./lib/lockers');
+const { until } = require('./lib/processes');
+const { startBus, startSession, startXvfb, useSession } = require('./lib/session');
 
 const NOWHERE = { DISPLAY: ':99999', DBUS_SESSION_BUS_ADDRESS: 'unix:path=/nonexistent' };
 const shared = useSession();

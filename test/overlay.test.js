@@ -3,10 +3,10 @@
 const assert = require('node:assert');
 const { before, describe, test } = require('node:test');
 const { PNG } = require('pngjs');
-const { act, color, hover, openSelection, outcome, wrongPixels } = require('../lib/overlay');
-const { lacking, until } = require('../lib/processes');
-const { useSession } = require('../lib/session');
-const { ESCAPE } = require('../lib/x');
+const { act, color, hover, openSelection, outcome, wrongPixels } = require('./lib/overlay');
+const { lacking, until } = require('./lib/processes');
+const { useSession } = require('./lib/session');
+const { ESCAPE } = require('./lib/x');
 
 const LEFT = { x: 0, y: 0, width: 640, height: 480 };
 const RIGHT = { x: 640, y: 0, width: 800, height: 600 };

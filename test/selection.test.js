@@ -3,10 +3,10 @@
 const assert = require('node:assert');
 const { test } = require('node:test');
 const { setTimeout: wait } = require('timers/promises');
-const { act, hover, openSelection, outcome } = require('../lib/overlay');
-const { until } = require('../lib/processes');
-const { startWindowManager, useSession } = require('../lib/session');
-const { ESCAPE } = require('../lib/x');
+const { act, hover, openSelection, outcome } = require('./lib/overlay');
+const { until } = require('./lib/processes');
+const { startWindowManager, useSession } = require('./lib/session');
+const { ESCAPE } = require('./lib/x');
 
 const [COMPLETED, FAILED, CANCELLED] = [0, 102003, 102005];
 const DRAG = ['press', [400, 300], 'release'];

@@ -4,10 +4,10 @@ const assert = require('node:assert');
 const fs = require('fs');
 const { describe, test } = require('node:test');
 const { setTimeout: wait } = require('timers/promises');
-const { connect } = require('../lib/bus');
-const { act } = require('../lib/overlay');
-const { until } = require('../lib/processes');
-const { useSession } = require('../lib/session');
+const { connect } = require('./lib/bus');
+const { act } = require('./lib/overlay');
+const { until } = require('./lib/processes');
+const { useSession } = require('./lib/session');
 
 describe('on X11', () => {
   const shared = useSession({ screens: ['640x480', '320x240'], bus: false });

@@ -3,9 +3,9 @@
 const assert = require('node:assert');
 const fs = require('fs');
 const { test } = require('node:test');
-const { start, until } = require('../lib/processes');
-const { useSession } = require('../lib/session');
-const { CARDINALS } = require('../lib/x');
+const { start, until } = require('./lib/processes');
+const { useSession } = require('./lib/session');
+const { CARDINALS } = require('./lib/x');
 
 const shared = useSession({ wm: 'openbox', bus: false });
 const inApp = (title, f) => test(title, () => shared.withApp((app) => f(app, shared.x)));

@@ -6,8 +6,8 @@ const fs = require('fs');
 const os = require('os');
 const path = require('path');
 const { test } = require('node:test');
-const { CI, NODE, lacking, start, temporaryFolder, until } = require('../lib/processes');
-const { useSession } = require('../lib/session');
+const { CI, NODE, lacking, start, temporaryFolder, until } = require('./lib/processes');
+const { useSession } = require('./lib/session');
 
 const shared = useSession({ bus: false });
 const inApp = (title, f, options) => test(title, options, () => shared.withApp(f, options));

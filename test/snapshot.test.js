@@ -6,8 +6,8 @@ const crypto = require('crypto');
 const fs = require('fs');
 const { describe, test } = require('node:test');
 const { PNG } = require('pngjs');
-const { lacking, until } = require('../lib/processes');
-const { useSession } = require('../lib/session');
+const { lacking, until } = require('./lib/processes');
+const { useSession } = require('./lib/session');
 
 const TEXTS = 'width,height,activeWindowTitle,activeProcessName,filename';
 const IN_MEMORY = `data,dataThumbnail,${TEXTS}`;
@@ -127,7 +127,7 @@ describe('on one screen', () => {
 
   const forgetting = async (app) => {
     await app.run(() => {
-      global.census = require(`${process.env.KIV_BUILD_FOLDER}/bench_soak.node`);
+      global.census = require(`${process.env.KIV_BUILD_FOLDER}/bench_reference.node`);
       global.census.countObjects(); // before there is GTK
       host.startLoop();
     });

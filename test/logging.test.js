@@ -3,8 +3,8 @@
 const assert = require('node:assert');
 const { execFileSync } = require('child_process');
 const { test } = require('node:test');
-const { connect } = require('../lib/bus');
-const { useSession } = require('../lib/session');
+const { connect } = require('./lib/bus');
+const { useSession } = require('./lib/session');
 
 // Without a window manager every snapshot logs one line.
 const LINE = 'Get Active Task info: c-error';
