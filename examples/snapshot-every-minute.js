@@ -73,7 +73,7 @@ function prune() {
   const all = [];
   for (const day of days)
     all.push(...picturesOf(day).map((name) => path.join(options.folder, day, name)));
-  all.slice(0, -options.keep).forEach((file) => fs.unlinkSync(file));
+  for (const file of all.slice(0, -options.keep)) fs.unlinkSync(file);
   for (const day of days.slice(0, -1)) {
     const folder = path.join(options.folder, day);
     if (fs.readdirSync(folder).length === 0) fs.rmdirSync(folder);

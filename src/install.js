@@ -37,7 +37,7 @@ function versionOf(prefix) {
     return ['MAJOR', 'MINOR', 'PATCH']
       .map((part) => new RegExp(`define NODE_${part}_VERSION (\\d+)`).exec(text)[1])
       .join('.');
-  } catch (error) {
+  } catch (_error) {
     return '';
   }
 }
