@@ -13,8 +13,15 @@ namespace {
 
 // A logger that logs again is called again within itself. The engine ends a function that does so
 // for ever, but not an exported function of ours that is the logger: that would overflow the stack.
-constexpr int kMostNested = 64;
+constexpr int kMostNested = 100;
 int nested = 0;
+
+// As the engine does. Without an exception a logger that logs twice would go on for 2^100 calls.
+void EndRecursion() {
+  if (EntryScope* const entry = EntryScope::Current()) {
+    entry->Hold(Nan::RangeError("Maximum call stack size exceeded"));
+  }
+}
 
 }  // namespace
 
@@ -35,9 +42,11 @@ LogMessage::LogMessage(const std::string& level) : level_(level), stream_(std::i
 
 LogMessage::~LogMessage() {
   const std::string text = stream_.str();
-  if (logger_ && nested < kMostNested) {
+  if (logger_) {
     JsScope scope;
-    if (scope.usable()) {
+    if (scope.usable() && nested == kMostNested) {
+      EndRecursion();
+    } else if (scope.usable()) {
       v8::Local<v8::Value> argv[] = {ToJsString(level_), ToJsString(text)};
       ++nested;
       scope.Call(*logger_, 2, argv);
