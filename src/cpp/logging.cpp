@@ -13,10 +13,10 @@ namespace {
 
 // A logger that logs again is called again within itself. The engine ends a function that does so
 // for ever, but not an exported function of ours that is the logger: that would overflow the stack.
-constexpr int kMostNested = 100;
+constexpr int kMostNested = 400;
 int nested = 0;
 
-// As the engine does. Without an exception a logger that logs twice would go on for 2^100 calls.
+// As the engine does. Without an exception a logger that logs twice would go on for 2^400 calls.
 void EndRecursion() {
   if (EntryScope* const entry = EntryScope::Current()) {
     entry->Hold(Nan::RangeError("Maximum call stack size exceeded"));

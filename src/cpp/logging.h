@@ -13,7 +13,7 @@ namespace kiv {
 
 // One diagnostic. The text streamed into it is emitted when the object is destroyed: to the
 // JavaScript logger as (level, text), or to standard error as "[level] text" while there is none
-// and beneath a hundred calls of the logger.
+// and beneath 400 calls of the logger.
 // Emitting may enter JavaScript, so a message lives on the main thread and for one statement:
 //
 //   LogMessage(LogMessage::warn).stream() << kLoggingRequestId_X << ":" << value;
