@@ -18,7 +18,9 @@ int calls_until_failure = -1;
 const char* save_error = nullptr;  // empty: fails without an error
 
 void FailNewPixbuf(const CallInfo& info) { calls_until_failure = Nan::To<int>(info[0]).FromJust(); }
-void FailSave(const CallInfo& info) { save_error = info[0]->IsTrue() ? "" : "expected"; }
+void FailSave(const CallInfo& info) {
+  save_error = Nan::To<bool>(info[0]).FromJust() ? "" : "expected";
+}
 void Iterate(const CallInfo& /*info*/) { g_main_context_iteration(nullptr, FALSE); }
 
 void DestroyWindows(const CallInfo& /*info*/) {
