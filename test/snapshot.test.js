@@ -6,7 +6,7 @@ const crypto = require('crypto');
 const fs = require('fs');
 const { describe, test } = require('node:test');
 const { PNG } = require('pngjs');
-const { lacking, until } = require('./lib/processes');
+const { lacking } = require('./lib/processes');
 const { useSession } = require('./lib/session');
 
 const TEXTS = 'width,height,activeWindowTitle,activeProcessName,filename';
@@ -62,17 +62,15 @@ inApp('through the host: two files, their names, the hash of the picture', {}, a
   const id = shared.x.createWindow({ override: true });
   shared.x.map(id);
   shared.x.draw(id, 300, 200, crypto.randomBytes(240000));
-  for (const type of ['jpg', 'png']) {
-    const seen = await snap(app, 'display', type === 'jpg', `${shared.inside('a')}/../snaps é`);
-    const stem = /^.*\/snaps é\/Screen[0-9a-f-]{36}/.exec(seen.ScreenFullPath)[0];
-    const names = [`${stem}.${type}`, `${stem}_Thumbnail.${type}`];
-    assert.deepStrictEqual([seen.ScreenFullPath, seen.ThumbnailFullPath], names);
-    const [picture, small] = names.map((name) => fs.readFileSync(name));
-    const hash = crypto.createHash('sha256').update(picture).digest('hex');
-    assert.deepStrictEqual([keysOf(seen), seen.screen_hash], [IN_FILES, hash]);
-    assert.deepStrictEqual([picture[0], small[0]], Array(2).fill(type === 'jpg' ? 255 : 137));
-    if (type === 'png') assert.strictEqual(size(PNG.sync.read(picture)), '1920x1080');
-  }
+  const seen = await snap(app, 'display', false, `${shared.inside('a')}/../snaps é`);
+  const stem = /^.*\/snaps é\/Screen[0-9a-f-]{36}/.exec(seen.ScreenFullPath)[0];
+  const names = [`${stem}.png`, `${stem}_Thumbnail.png`];
+  assert.deepStrictEqual([seen.ScreenFullPath, seen.ThumbnailFullPath], names);
+  const files = names.map((name) => fs.readFileSync(name));
+  const hash = crypto.createHash('sha256').update(files[0]).digest('hex');
+  assert.deepStrictEqual([keysOf(seen), seen.screen_hash], [IN_FILES, hash]);
+  const sizes = files.map((file) => size(PNG.sync.read(file)));
+  assert.deepStrictEqual(sizes, ['1920x1080', '620x320']);
   assert.strictEqual(keysOf(await snap(app, 'desktop', true, '')), IN_MEMORY);
 });
 
@@ -100,10 +98,8 @@ for (const [what, written, hash] of [
 
 const failures = 'what failed is told, gives what there is and keeps the last name';
 inApp(failures, { setUp: false }, async (app) => {
-  await app.run(() => faults.failNewPixbuf(0)); // in front of GTK
-  const none = await snap(app, 'display', true);
-  assert.deepStrictEqual([size(none), none.data.length, none.filename], ['0x0', 0, '']);
   await app.run(() => {
+    faults.failNewPixbuf(0); // in front of GTK
     host.startLoop();
     kiv.setupLogger((...line) => log.push(line.join(' ')));
     kiv.getScreenSnap('desktop', true);
@@ -124,9 +120,8 @@ inApp(completions, {}, async (app) => {
   const seen = await app.run(() => {
     const seen = [];
     function done(result, ...more) {
-      const { width, height, data, errorCode } = result;
       seen.push(more.length, this === global, String(Object.keys(result)));
-      seen.push(width, height, data.readUInt32BE(20), errorCode);
+      seen.push(result.data.readUInt32BE(20), result.errorCode);
       // A request from within is accepted: these types hold no guard.
       kiv.getScreenSnapAsync('display', () => seen.push('inner'));
       throw new Error('mine');
@@ -135,27 +130,23 @@ inApp(completions, {}, async (app) => {
     return [...seen, attempt(kiv.getScreenSnapAsync, 'desktop', {})];
   });
   const keys = `${TEXTS},data,dataThumbnail,errorCode`;
-  assert.deepStrictEqual(seen, [0, true, keys, 1920, 1080, 1080, 0, 'inner', 'mine', null]);
+  assert.deepStrictEqual(seen, [0, true, keys, 1080, 0, 'inner', 'mine', null]);
 });
 
 describe('two monitors', { skip: lacking('Xorg') }, () => {
   const right = { width: 1024, height: 768, x: 800 };
-  const monitors = [{ width: 800, height: 600 }, right];
-  const shared = useSession({ monitors, wm: 'openbox' });
-  const title = "the display is the active window's monitor, or all, in a session without a type";
+  const left = { width: 800, height: 600 };
   const env = { XDG_SESSION_TYPE: undefined };
+  const on = useSession({ monitors: [left, right], wm: 'openbox', env });
+  const title = "the display is the active window's monitor, or all, in a session without a type";
   const look = async (app) => {
-    const { x } = shared;
-    await x.deleteProperty(x.root, '_NET_ACTIVE_WINDOW');
+    await on.x.deleteProperty(on.x.root, '_NET_ACTIVE_WINDOW');
     assert.strictEqual(size(await snap(app, 'display')), '1824x768');
-    const id = await x.activeWindow({ x: 900, y: 100 });
+    await on.x.activeWindow({ x: 900, y: 100 });
     const seen = PNG.sync.read((await snap(app, 'display')).data);
     assert.strictEqual(size(seen), '1024x768');
     assert.strictEqual(seen.data.readUIntBE(4 * (200 * 1024 + 200), 3), 0x336699);
-    x.place(id, 100, 100, 300, 200);
-    await until(async () => (await x.geometry(id)).x < 500, 'the move');
-    assert.strictEqual(size(await snap(app, 'display')), '800x600');
     assert.strictEqual(size(await snap(app, 'desktop')), '1824x768');
   };
-  test(title, () => shared.withApp(look, { env }));
+  test(title, () => on.withApp(look));
 });

@@ -1,36 +1,32 @@
 'use strict';
 
 const assert = require('node:assert');
-const { execFileSync, spawnSync } = require('child_process');
+const { execFileSync } = require('child_process');
 const fs = require('fs');
 const os = require('os');
 const path = require('path');
 const { test } = require('node:test');
-const { CI, NODE, lacking, start, temporaryFolder, until } = require('./lib/processes');
+const { NODE, lacking, start, temporaryFolder, until } = require('./lib/processes');
 const { useSession } = require('./lib/session');
 
 const shared = useSession({ bus: false });
 const folder = temporaryFolder();
 const inside = (...names) => path.join(folder, ...names);
 for (const name of ['idle', 'home', 'f.deb']) fs.mkdirSync(inside(name));
-const write = (name, text = '') => {
+function write(name, text = '') {
   fs.writeFileSync(inside(name), text, { mode: 0o755 });
   return inside(name);
-};
+}
 const words = (text) => text.split(' ').filter(Boolean);
 // A script that nobody ends finds nothing to install with.
 for (const tool of words('ps sleep bash bwrap setpriv'))
   fs.symlinkSync(`/usr/bin/${tool}`, inside('idle', tool));
 
 const BOX = [...words('bwrap --die-with-parent --ro-bind / / --dev /dev --bind'), folder, folder];
-const { stderr } = spawnSync(BOX[0], [...BOX.slice(1), 'true'], { encoding: 'utf8' });
-const skip = lacking('bwrap') || (stderr !== '' && `bwrap makes no namespaces here: ${stderr}`);
-if (skip && CI) throw new Error(skip);
-
-function inApp(title, { HOME = inside('home'), ...options }, f) {
-  const env = { HOME: HOME || undefined, PATH: inside('idle') };
-  test(title, options, () => shared.withApp(f, { ...options, env }));
-}
+const skip = lacking('bwrap');
+const env = { HOME: inside('home'), PATH: inside('idle') };
+const atHome = { env };
+const inApp = (title, options, f) => test(title, options, () => shared.withApp(f, options));
 const upgrade = (app, ...args) =>
   app.run((...given) => [kiv.upgrade(...given), ...log.splice(0)], ...args);
 /** The started script's text; `look` sees its process before that is ended. */
@@ -46,11 +42,11 @@ async function scriptOf(app, args, look = () => {}) {
   return script;
 }
 
-inApp('paths for a shell, options and what is no file are refused', {}, async (app) => {
+inApp('paths for a shell, options and what is no file are refused', atHome, async (app) => {
   for (const name of ['a.tar', 'adeb', '-a.deb', 'a b.deb', 'a.deb']) write(name);
   execFileSync('mkfifo', [inside('fifo.deb')]);
   await app.run((to) => process.chdir(to), folder);
-  const tildes = ['~root/a.deb', 'x:~root/a.deb', 'a=~/b.deb', 'a/~/b.deb', 'é~b.deb'];
+  const tildes = ['~root/a.deb', 'x:~root/a.deb', 'a=~/b.deb', 'a/~/b.deb'];
   const bytes = [...' \t\n!"#$&\'()*;<>?[\\]^`{|}\0'].map((one) => `a${one}b.deb`);
   for (const [reason, ...names] of [
     ['fn-error', 'deb', '', '-a.deb', ...tildes, ...bytes],
@@ -69,14 +65,15 @@ inApp('paths for a shell, options and what is no file are refused', {}, async (a
 });
 
 const { homedir } = os.userInfo();
-const homeless = { skip, HOME: null, under: [...BOX, '--tmpfs', homedir, '--ro-bind', NODE, NODE] };
+const under = [...BOX, '--tmpfs', homedir, '--ro-bind', NODE, NODE];
+const homeless = { skip, under, env: { ...env, HOME: undefined } };
 inApp('the script gets its values once, the log a home without HOME', homeless, async (app) => {
   const pid = await app.run(() => process.pid);
   const log = `${homedir}/\\.Brenik/Brenik/Logs/brenik_\\d{8}_\\d{6}\\.log`;
   for (const name of ['.deb', 'UPPER.DEB', 'Grüße_日本1~1:2@3%4=5,6+7-8.Rpm']) {
     const script = (await scriptOf(app, [write(name)])).replace(inside(name), 'FILE');
     assert.match(script, new RegExp(`^while ps -p ${pid} .* FILE\\\\ 2.*tee\\\\ ${log}`));
-    assert.doesNotMatch(script, /\n|\$\{(?!FLAG_FILE|IN_CMD|XOPT)/);
+    assert.doesNotMatch(script, /\n|; brenik$|\$\{(?!FLAG_FILE|IN_CMD|XOPT)/);
   }
   const [first, second] = ['kBinaryAppName', 'upgradePath'].map((name) => `$\{${name}}`);
   const nested = await app.run((...args) => internals.script(...args), first + second, second);
@@ -84,7 +81,7 @@ inApp('the script gets its values once, the log a home without HOME', homeless, 
 });
 
 // Node marks what it inherits, but stops at the first gap.
-const crowded = { under: ['bash', '-c', 'exec "$@" 99</dev/null', '-'] };
+const crowded = { env, under: ['bash', '-c', 'exec "$@" 99</dev/null', '-'] };
 const alone = 'the script inherits no descriptor and no signal mask, and speaks to nobody';
 inApp(alone, crowded, async (app) => {
   const inherited = fs.readFileSync(`/proc/${app.pid}/fdinfo/99`, 'utf8');
@@ -102,52 +99,48 @@ inApp(alone, crowded, async (app) => {
 
 // Notes its name and arguments, and behaves as far as a script can tell.
 const RECORDER = `#!/bin/bash
-name=\${0##*/}
-[ $name = date ] || echo $name \${*%%set*-o*} >>/tmp/record
-status=STATUS_\${name//-/_}
-[ -z "\${!status}" ] || exit "\${!status}"
+name=\${0##*/} all=$*
+[ $name = date ] || echo $name \${all%%/bin/bash*} >>/tmp/record
+[[ " $FAILS " != *" $name "* ]] || exit 1
 case $name in
   date) echo -n x >>/tmp/clock; read -r clock </tmp/clock; echo \${#clock}00 ;;
   sleep) pause 0.05 ;;
   pkexec) "$@" ;;
   gksu | beesu) eval "\${!#}" ;;
-  xterm | konsole) shift; "$@" ;;
+  konsole) shift; "$@" ;;
 esac
 `;
-const BASH = '/bin/bash -c';
-const APT = 'dpkg -i FILE, apt-get install -f -y';
 const DNF = 'dnf -y remove brenik, dnf -y install FILE';
 const ZYPPER = 'zypper remove -y brenik, zypper clean --all, zypper install -y -f FILE';
 const FAILED = 'notify-send brenik-updater: There was an error. For more information look at:"LOG"';
-// Package; tools; environment; calls.
+// Package; tools that are there; those that fail; calls.
 const BRANCHES = [
-  `deb; pkexec gksu xterm; ; pkexec ${BASH}, dpkg -i FILE, brenik`,
-  `deb; gksu; ; gksu ${BASH}, dpkg -i FILE, brenik`,
-  `deb; konsole; ; konsole -e ${BASH}, dpkg -i FILE, brenik`,
+  'deb; pkexec gksu xterm; ; pkexec, dpkg -i FILE, brenik',
+  'deb; gksu; ; gksu, dpkg -i FILE, brenik',
+  'deb; konsole; ; konsole -e, dpkg -i FILE, brenik',
   'deb; ; ; notify-send brenik-updater: no terminal emulator found',
-  `deb; pkexec; STATUS_sudo=1 STATUS_apt_get=9; pkexec ${BASH}, ${APT}, ${FAILED}, brenik`,
-  `deb; xterm; STATUS_xterm=0; xterm -e /bin/bash -l -c, ${'sleep 2, '.repeat(6)}brenik`,
-  `rpm; pkexec zypper dnf; ; pkexec ${BASH}, ${ZYPPER}, brenik`,
-  `rpm; beesu kdesu dnf; ; beesu -c ${BASH} ", ${DNF}, brenik`,
-  `rpm; konsole xterm dnf; ; konsole -e ${BASH}, ${DNF}, brenik`,
-  `rpm; pkexec dnf; STATUS_sudo=3; pkexec ${BASH}, ${DNF}, ${FAILED}, brenik`,
+  `deb; pkexec; sudo apt-get; pkexec, dpkg -i FILE, apt-get install -f -y, ${FAILED}, brenik`,
+  `deb; gnome-terminal; ; gnome-terminal -x, ${'sleep 2, '.repeat(6)}brenik`,
+  `rpm; pkexec zypper dnf; ; pkexec, ${ZYPPER}, brenik`,
+  `rpm; beesu kdesu dnf; ; beesu -c, ${DNF}, brenik`,
+  `rpm; konsole xterm dnf; ; konsole -e, ${DNF}, brenik`,
+  `rpm; pkexec dnf; sudo; pkexec, ${DNF}, ${FAILED}, brenik`,
 ];
-const REAL = words('bash env sh ps which grep rm tee');
-const RECORDED = words('date sleep sudo apt-get notify-send brenik');
-const QUIET = ['ignore', 'pipe', 'pipe'];
+
 /** Runs a script where the machine's tools are out of its reach, and /tmp and the logs are `own`. */
 async function startBranch(scripts, row, i) {
-  const [family, tools, env, calls] = row.split('; ');
+  const [family, tools, FAILS, calls] = row.split('; ');
   const own = inside(`${i}`);
   fs.mkdirSync(own);
-  const args = [...BOX.slice(1), '--tmpfs', '/etc', '--tmpfs', '/usr/bin'];
-  args.push('--bind', own, '/tmp', '--bind', own, inside('home/.Brenik/Brenik/Logs'));
+  const args = [...BOX.slice(1), '--tmpfs', '/etc', '--tmpfs', '/usr/bin', '--bind', own, '/tmp'];
+  args.push('--bind', own, inside('home/.Brenik/Brenik/Logs'));
   const bind = (from, to) => args.push('--ro-bind', from, `/usr/bin/${to}`);
-  for (const tool of REAL) bind(`/usr/bin/${tool}`, tool);
+  for (const tool of words('bash sh ps which grep rm tee')) bind(`/usr/bin/${tool}`, tool);
   bind('/usr/bin/sleep', 'pause');
-  for (const tool of [...RECORDED, ...words(tools)]) bind(inside('recorder'), tool);
-  const script = ['/usr/bin/env', ...words(env), '/usr/bin/bash', '-c', scripts[family]];
-  const box = start('bwrap', [...args, ...script], { env: { PATH: '/usr/bin' }, stdio: QUIET });
+  const recorded = words(`date sleep sudo apt-get notify-send brenik ${tools}`);
+  for (const tool of recorded) bind(inside('recorder'), tool);
+  const options = { env: { PATH: '/usr/bin', FAILS }, stdio: ['ignore', 'pipe', 'pipe'] };
+  const box = start(BOX[0], [...args, '/usr/bin/bash', '-c', scripts[family]], options);
   const record = () => fs.readFileSync(path.join(own, 'record'), { encoding: 'utf8', flag: 'a+' });
   await box.ready(record, 'a script that waits');
   assert.match(record(), /^(sleep 1\n)+$/, 'it does not wait for the application');
@@ -156,22 +149,16 @@ async function startBranch(scripts, row, i) {
     const [log] = /\/\S+\.log/.exec(scripts[family]);
     const named = calls.replaceAll('FILE', inside(`a.${family}`)).replace('LOG', log);
     const wanted = named.replace(/(dpkg|dnf|zypper) /g, 'sudo /usr/bin/$1 ').split(', ');
-    const seen = record().match(/^(?!sleep 1$).+$/gm);
-    assert.deepStrictEqual(seen, wanted, box.output());
+    assert.deepStrictEqual(record().match(/^(?!sleep 1$).+$/gm), wanted, box.output());
   };
 }
 
 test('the script waits, installs, tells failures, starts the application', { skip }, async () => {
   write('recorder', RECORDER);
-  const env = { HOME: inside('home'), PATH: inside('idle') };
-  const checks = await shared.withApp(
-    async (app) => {
-      assert.doesNotMatch(await scriptOf(app, [write('a.deb')]), /; brenik$/, 'it starts unasked');
-      const deb = await scriptOf(app, [inside('a.deb'), true]);
-      const rpm = await scriptOf(app, [write('a.rpm'), true]);
-      return Promise.all(BRANCHES.map((row, i) => startBranch({ deb, rpm }, row, i)));
-    },
-    { env },
-  );
-  for (const check of checks) await check();
+  const start = async (app) => {
+    const deb = await scriptOf(app, [write('a.deb'), true]);
+    const rpm = await scriptOf(app, [write('a.rpm'), true]);
+    return Promise.all(BRANCHES.map((row, i) => startBranch({ deb, rpm }, row, i)));
+  };
+  for (const check of await shared.withApp(start, atHome)) await check();
 });
