@@ -13,25 +13,24 @@ const own = (started) => shared.stops.push(started.stop) && started;
 const width = (app) => app.run(() => kiv.getScreenSnap('desktop').width);
 const init = (app, env) => app.run((more) => Object.assign(process.env, more) && kiv.init(), env);
 const ticks = (app) => app.run(() => new Promise((resolve) => kiv.setInterval(resolve, 5)));
-const endsSilently = async (app, code) => {
-  await until(() => app.result, 'the end of the process');
-  assert.deepStrictEqual([app.result, app.output()], [{ code, signal: null }, '']);
-};
 
 for (const [way, leave, code] of [
   ['process.exit', () => process.exit(3), 3],
   ['process.exit in a tick', () => kiv.setInterval(() => process.exit(4), 5), 4],
   ['nothing left', () => setImmediate(() => internals.unrefHandles(process.disconnect())), 0],
+  ['GDK lost its X server', (pid) => faults.tellAtExit(process.kill(pid, 'SIGKILL')), 1],
 ]) {
-  test(`the process ends in order with everything alive: ${way}`, async () => {
-    const app = await shared.app({ leaks: false });
+  test(`with everything alive the process ends in order: ${way}`, async () => {
+    const session = own(await startSession());
+    const app = own(await startApp(session, { leaks: false }));
     await app.run(() => {
       global.kept = [new kiv.ScreenLockMonitor(), kiv.getScreenSnap('display')];
       kiv.setInterval(() => {}, 5);
       kiv.getScreenSnapAsync('selection', () => {});
     });
-    app.run(leave).catch(() => {});
-    await endsSilently(app, code);
+    app.run(leave, session.server.pid).catch(() => {});
+    await until(() => app.result, 'the end of the process');
+    assert.deepStrictEqual([app.result, app.output()], [{ code, signal: null }, '']);
   });
 }
 
@@ -92,38 +91,26 @@ for (const place of ['the loop', 'the next call']) {
     }));
 }
 
-test("the loss of GDK's own X server ends the process as GDK does", async () => {
-  const session = own(await startSession());
-  const app = await startApp(session);
-  await app.run(() => faults.tellAtExit());
-  await session.server.stop();
-  await endsSilently(app, 1);
-});
-
-const NO_DISPLAY = { DISPLAY: ':99999' };
 test('without a display the session bus may die, hang and come back; the next init uses it', async () => {
-  const bus = own(await startBus());
+  const { address, stop } = own(await startBus());
   const work = async (app) => {
-    await listen(app, await connect(bus.address));
-    await bus.stop();
+    await listen(app, await connect(address));
+    await stop();
     await init(app);
     assert.deepStrictEqual([await width(app), await app.log()], [0, []]);
-    const { pid } = own(await startBus(bus.address));
-    const peer = await connect(bus.address);
-    await init(app);
-    await listen(app, peer);
+    const { pid } = own(await startBus(address));
     process.kill(pid, 'SIGSTOP');
-    await app.run(() => kiv.teardown());
     await init(app);
     process.kill(pid, 'SIGCONT');
     await init(app);
-    await listen(app, peer);
+    await listen(app, await connect(address));
   };
-  await shared.withApp(work, { env: { ...NO_DISPLAY, DBUS_SESSION_BUS_ADDRESS: bus.address } });
+  const env = { DISPLAY: ':99999', DBUS_SESSION_BUS_ADDRESS: address };
+  await shared.withApp(work, { env });
 });
 
 // No display, since the end of its connection would free a descriptor.
-const FEW = { env: NO_DISPLAY, under: ['prlimit', '--nofile=100'] };
+const FEW = { env: { DISPLAY: ':99999' }, under: ['prlimit', '--nofile=100'] };
 test('without a descriptor left teardown goes on; the bus that it closes is not used again', () =>
   shared.withApp(async (app) => {
     await app.run(() => {

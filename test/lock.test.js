@@ -1,12 +1,14 @@
 'use strict';
 
 const assert = require('node:assert');
-const { describe, test } = require('node:test');
+const { test } = require('node:test');
 const { listen, startLocker } = require('./lib/lockers');
 const { lacking, until } = require('./lib/processes');
 const { useSession } = require('./lib/session');
 
-const shared = useSession({ display: false });
+const skip = lacking('light-locker');
+const shared = useSession({}, skip ? undefined : startLocker);
+const listening = (f) => shared.withApp((app) => listen(app, shared.peer).then(() => f(app)));
 const saver = (name) => [`/org/${name}/ScreenSaver`, `org.${name}.ScreenSaver`, 'ActiveChanged'];
 const GNOME = saver('gnome');
 const UPSTART = ['/com/ubuntu/Upstart', 'com.ubuntu.Upstart0_6', 'EventEmitted'];
@@ -15,8 +17,7 @@ const logged = (app, count) =>
   until(() => app.run((least) => log.length >= least, count), 'events').then(app.log);
 
 test('the signals of every desktop are events; those of another path or type are not', () =>
-  shared.withApp(async (app) => {
-    await listen(app, shared.peer);
+  listening(async (app) => {
     const rows = [
       [GNOME, 'b', [true], 'screen_lock'],
       [saver('freedesktop'), 'b', [false], 'screen_unlock'],
@@ -33,8 +34,7 @@ test('the signals of every desktop are events; those of another path or type are
   }));
 
 test("the newest monitor's first emit function gets the events, until a monitor is collected", () =>
-  shared.withApp(async (app) => {
-    await listen(app, shared.peer);
+  listening(async (app) => {
     await app.run(() => {
       process.on('uncaughtException', (thrown) => log.push(String(thrown)));
       global.Monitor = kiv.ScreenLockMonitor;
@@ -57,15 +57,12 @@ test("the newest monitor's first emit function gets the events, until a monitor 
     await listen(app, shared.peer);
   }));
 
-describe('light-locker', { skip: lacking('light-locker') }, () => {
-  const locker = useSession({}, startLocker);
-  test('its announcements are events', () =>
-    locker.withApp(async (app) => {
-      await listen(app, locker.peer);
-      const [path, name] = saver('freedesktop');
-      for (const event of ['screen_lock', 'screen_unlock']) {
-        await locker.peer.call(name, path, name, 'SetActive', 'b', [event === 'screen_lock']);
-        assert.deepStrictEqual(await logged(app, 4), [CHANGED, event, CHANGED, event]);
-      }
-    }));
-});
+test('the announcements of a real locker are events', { skip }, () =>
+  listening(async (app) => {
+    const [path, name] = saver('freedesktop');
+    for (const event of ['screen_lock', 'screen_unlock']) {
+      await shared.peer.call(name, path, name, 'SetActive', 'b', [event === 'screen_lock']);
+      assert.deepStrictEqual(await logged(app, 4), [CHANGED, event, CHANGED, event]);
+    }
+  }),
+);

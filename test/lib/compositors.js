@@ -3,7 +3,7 @@
 const { spawnSync } = require('child_process');
 const fs = require('fs');
 const { Variant } = require('dbus-next');
-const { lacking, start, until } = require('./processes');
+const { lacking, start } = require('./processes');
 const { startServed } = require('./session');
 const { openDisplay } = require('./x');
 
@@ -19,11 +19,8 @@ async function startGnomeShell({ env, inside, peer }, launch) {
   const mode = ['--headless', '--wayland', '--unsafe-mode', '--virtual-monitor', '1280x720'];
   const shell = launch('gnome-shell', mode);
   await shell.ready(() => /GNOME Shell started at/.test(shell.output()), 'a shell');
-  const PROPERTIES = ['org.gnome.Shell', '/org/gnome/Shell', 'org.freedesktop.DBus.Properties'];
-  const active = ['org.gnome.Shell', 'OverviewActive'];
-  await peer.call(...PROPERTIES, 'Set', 'ssv', [...active, new Variant('b', false)]);
-  const closed = async () => !(await peer.call(...PROPERTIES, 'Get', 'ss', active))[0].value;
-  await until(closed, 'no overview');
+  const SET = ['org.gnome.Shell', '/org/gnome/Shell', 'org.freedesktop.DBus.Properties', 'Set'];
+  await peer.call(...SET, 'ssv', ['org.gnome.Shell', 'OverviewActive', new Variant('b', false)]);
   env.DISPLAY = /using public X11 display (:\d+)/i.exec(shell.output())[1];
   const authority = fs.readdirSync(inside('run')).find((name) => /^\.mutter-Xwayl/.test(name));
   env.XAUTHORITY = inside(`run/${authority}`);
@@ -40,13 +37,9 @@ async function startKwin({ env, inside, peer }, launch) {
   const kwin = launch(inside('kwin_wayland'), ['--virtual', ...size, ...rest]);
   const told = () => /^told (.+) (.*)\.$/m.exec(kwin.output());
   [, env.DISPLAY, env.XAUTHORITY] = await kwin.ready(told, 'a display');
-  const INTROSPECT = ['org.freedesktop.DBus.Introspectable', 'Introspect'];
-  const offers = () =>
-    peer
-      .call('org.kde.KWin', '/Screenshot', ...INTROSPECT)
-      .then(([text]) => text.includes('screenshotFullscreen'))
-      .catch(() => false);
-  await kwin.ready(offers, 'the screenshot service');
+  const INTROSPECT = ['/Screenshot', 'org.freedesktop.DBus.Introspectable', 'Introspect'];
+  const said = () => peer.call('org.kde.KWin', ...INTROSPECT).then(String, String);
+  await kwin.ready(async () => (await said()).includes('screenshotFullscreen'), 'its service');
 }
 
 /** A Wayland session without a screen, 1280x720; `starter` is one of the two above. */
