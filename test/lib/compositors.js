@@ -14,7 +14,6 @@ const lackingKwin = () =>
   (fs.readFileSync(KWIN).includes('libQt6') && 'KWin 6 has no org.kde.kwin.Screenshot');
 
 async function startGnomeShell({ env, inside, peer }, launch) {
-  env.XDG_CURRENT_DESKTOP = 'GNOME';
   // Unsafe: whoever asks gets a picture.
   const mode = ['--headless', '--wayland', '--unsafe-mode', '--virtual-monitor', '1280x720'];
   const shell = launch('gnome-shell', mode);
@@ -29,13 +28,13 @@ async function startGnomeShell({ env, inside, peer }, launch) {
 async function startKwin({ env, inside, peer }, launch) {
   // A copy has no file capabilities, which a container may forbid.
   fs.copyFileSync(KWIN, inside('kwin_wayland'));
-  const script = '#!/bin/sh\necho "told $DISPLAY $XAUTHORITY." >&2\n';
-  fs.writeFileSync(inside('tell'), script, { mode: 0o755 });
-  Object.assign(env, { XDG_CURRENT_DESKTOP: 'KDE', KWIN_SCREENSHOT_NO_PERMISSION_CHECKS: '1' });
+  fs.writeFileSync(inside('say'), '#!/bin/sh\necho at $DISPLAY $XAUTHORITY. >&2', {
+    mode: 0o755,
+  });
+  env.KWIN_SCREENSHOT_NO_PERMISSION_CHECKS = '1';
   const size = ['--width', '1280', '--height', '720'];
-  const rest = ['--xwayland', '--no-global-shortcuts', inside('tell')];
-  const kwin = launch(inside('kwin_wayland'), ['--virtual', ...size, ...rest]);
-  const told = () => /^told (.+) (.*)\.$/m.exec(kwin.output());
+  const kwin = launch(inside('kwin_wayland'), ['--virtual', ...size, '--xwayland', inside('say')]);
+  const told = () => /^at (.+) (.*)\.$/m.exec(kwin.output());
   [, env.DISPLAY, env.XAUTHORITY] = await kwin.ready(told, 'a display');
   const INTROSPECT = ['/Screenshot', 'org.freedesktop.DBus.Introspectable', 'Introspect'];
   const said = () => peer.call('org.kde.KWin', ...INTROSPECT).then(String, String);
