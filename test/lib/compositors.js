@@ -28,9 +28,7 @@ async function startGnomeShell({ env, inside, peer }, launch) {
 async function startKwin({ env, inside, peer }, launch) {
   // A copy has no file capabilities, which a container may forbid.
   fs.copyFileSync(KWIN, inside('kwin_wayland'));
-  fs.writeFileSync(inside('say'), '#!/bin/sh\necho at $DISPLAY $XAUTHORITY. >&2', {
-    mode: 0o755,
-  });
+  fs.writeFileSync(inside('say'), '#!/bin/sh\necho at $DISPLAY $XAUTHORITY. >&2', { mode: 0o755 });
   env.KWIN_SCREENSHOT_NO_PERMISSION_CHECKS = '1';
   const size = ['--width', '1280', '--height', '720'];
   const kwin = launch(inside('kwin_wayland'), ['--virtual', ...size, '--xwayland', inside('say')]);
