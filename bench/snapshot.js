@@ -6,17 +6,13 @@
 const fs = require('fs');
 const { FULL, LARGE, beside, inSession, run, table } = require('./measure');
 
-const compare = (app, source, jpeg, rounds) =>
-  app.run(
-    async (source, jpeg, rounds) => {
-      const module = () => kiv.getScreenSnap('desktop', jpeg);
-      if (module().width === 0) throw new Error(log.join('\n'));
-      const bare = () => reference[source](jpeg);
-      const times = await measure.interleaved({ module, bare }, rounds);
-      return [measure.best(times.module), measure.best(times.bare)];
-    },
-    ...[source, jpeg, rounds],
-  );
+const compare = async (source, jpeg, rounds) => {
+  const module = () => kiv.getScreenSnap('desktop', jpeg);
+  if (module().width === 0) throw new Error(log.join('\n'));
+  const bare = () => reference[source](jpeg);
+  const times = await measure.interleaved({ module, bare }, rounds);
+  return [measure.best(times.module), measure.best(times.bare)];
+};
 
 // The picture is one of the module's own.
 async function serve({ peer, inside }, picture) {
@@ -34,7 +30,7 @@ run(async (quick) => {
   async function add(app, source, [width, height]) {
     for (const format of ['JPEG', 'PNG']) {
       const rounds = quick ? 3 : format === 'JPEG' ? 31 : 9;
-      const times = await compare(app, source, format === 'JPEG', rounds);
+      const times = await app.run(compare, source, format === 'JPEG', rounds);
       rows.push({ source, screen: `${width}x${height}`, format, ...beside(...times, 1) });
     }
   }
