@@ -13,16 +13,13 @@ const env = { ...process.env, CXXFLAGS: '-Wno-error -O0 -g0' };
 const BUILD = 'make -C build tests BUILDTYPE=Release';
 
 function readTable(words) {
-  const mutants = [];
-  let file;
-  for (const line of fs.readFileSync(path.join(__dirname, 'mutants.txt'), 'utf8').split('\n')) {
-    if (/^[a-z]/.test(line)) file = `src/cpp/${line}`;
-    const [, change, tests, what] = /^ {2}(.*) \| ?(.*?) \| (.*)$/.exec(line) || [];
-    if (!change || !words.every((word) => `${file} ${line}`.includes(word))) continue;
-    const [from, to] = change.split(/ ==> ?/).map((text) => text.replace(/⏎/g, '\n'));
-    mutants.push({ file, from, to, tests: tests.split(' ').filter(Boolean), what });
-  }
-  return mutants;
+  const table = fs.readFileSync(path.join(__dirname, 'mutants.txt'), 'utf8');
+  const lines = table.split('\n').filter((line) => words.every((word) => line.includes(word)));
+  const fields = lines.map((line) => /^(\S+): (.*) ==> ?(.*) \| ?(.*?) \| (.*)$/.exec(line));
+  const code = (text) => text.replace(/⏎/g, '\n');
+  return fields.filter(Boolean).map(([, file, from, to, tests, what]) => {
+    return { file, from: code(from), to: code(to), tests: tests.match(/\S+/g) || [], what };
+  });
 }
 
 async function run(cwd, line) {
@@ -35,7 +32,7 @@ async function run(cwd, line) {
 }
 
 async function judge(copy, { file, from, to, tests }) {
-  const target = path.join(copy, file);
+  const target = path.join(copy, 'src/cpp', file);
   const source = fs.readFileSync(target, 'utf8');
   if (source.split(from).length !== 2) return 'NOT IN ONE PLACE';
   fs.writeFileSync(target, source.split(from).join(to));
@@ -66,7 +63,7 @@ async function main() {
     for (let mutant = mutants.shift(); mutant; mutant = mutants.shift()) {
       const verdict = await judge(copy, mutant);
       if (verdict.startsWith('caught')) caught += 1;
-      console.log(`${mutant.file.slice(8)}: ${mutant.what}: ${verdict}`);
+      console.log(`${mutant.file}: ${mutant.what}: ${verdict}`);
     }
   };
   await Promise.all(Array.from({ length: Math.min(COPIES, total) }, work));

@@ -3,7 +3,7 @@
 const assert = require('node:assert');
 const { test } = require('node:test');
 const { setTimeout: wait } = require('timers/promises');
-const { act, openSelection, outcome } = require('./lib/overlay');
+const { act, hover, openSelection, outcome } = require('./lib/overlay');
 const { until } = require('./lib/processes');
 const { useSession } = require('./lib/session');
 const { ESCAPE } = require('./lib/x');
@@ -75,6 +75,24 @@ for (const [what, before, inside = () => {}] of [
       await app.run(`() => { global.inside = ${inside} }`);
       await works(app);
     }, FAULTY));
+
+test("the encoder's error line may end its selection and open another", () =>
+  shared.withApp(async (app) => {
+    await app.run(() => {
+      faults.failSave(0);
+      const again = () => kiv.getScreenSnapAsync('selection', (snap) => global.results.push(snap));
+      kiv.setupLogger((_, text) => /Fetch image error/.test(text) && again(kiv.teardown()));
+    });
+    await openSelection(shared.x, app);
+    act(shared.x, 'press', [400, 300], 'release');
+    await until(() => app.run(() => global.results.length), 'the end of the first');
+    await hover(shared.x, [320, 240]);
+    act(shared.x, ESCAPE);
+    assert.deepStrictEqual(
+      await outcome(shared.x, app),
+      [FAILED, CANCELLED].map((c) => [c, 0, 0]),
+    );
+  }, FAULTY));
 
 test('a selection that cannot start, or that its error line ends, fails once, and so does the next', () =>
   shared.withApp(async (app) => {
