@@ -23,8 +23,8 @@ test('lines go to standard error without a logger, and too deep in an exported o
     kiv.setupLogger(kiv.upgrade);
     return attempt(kiv.upgrade, 'x');
   });
-  assert.strictEqual(thrown, STACK);
   const lines = `${`[warn] ${LINE}\n`.repeat(3)}[error] Upgrade: fi-error:2\n`;
+  assert.strictEqual(thrown, STACK);
   await assert.rejects(app.end(), ({ message }) => message.endsWith(`null\n${lines}`));
 });
 
@@ -60,8 +60,7 @@ test('a terminated script neither catches that nor enters a callback again', asy
     global.spin = () => {
       for (seen.push('spin'); ; );
     };
-    const convert = () => seen.push(attempt(kiv.getScreenSnap, { toString: global.spin }));
-    kiv.setupLogger(convert);
+    kiv.setupLogger(() => seen.push(attempt(kiv.getScreenSnap, { toString: global.spin })));
     const source = 'attempt(kiv.getScreenSnapAsync, "desktop", spin)';
     const end = attempt(require('vm').runInThisContext, source, { timeout: 500 });
     kiv.setupLogger(() => {});
@@ -77,14 +76,13 @@ inApp(events, { faulty: true }, async (app) => {
   const timer = setInterval(() => shared.peer.emit('/org/gnome/ScreenSaver', ...announce), 10);
   const seen = await app.run(() => {
     const seen = [];
-    const { fail } = require('assert');
     process.on('uncaughtException', (error) => seen.push(error.message));
     global.monitor = new kiv.ScreenLockMonitor();
-    global.monitor.emit = fail;
+    global.monitor.emit = require('assert').fail;
     kiv.setupLogger((level) => {
       if (level !== 'warn') return;
       for (const end = Date.now() + 9999; seen.length < 2 && Date.now() < end; ) faults.iterate();
-      fail('from the logger'); // its own exception stays the call's
+      require('assert').fail('from the logger'); // its own exception stays the call's
     });
     return [attempt(kiv.getScreenSnap, 'desktop'), ...seen.slice(0, 2)];
   });

@@ -27,8 +27,7 @@ const LONG = 'x'.repeat(1 << 20);
 // What a window claims; title, process and warning of the snapshot. Null: whatever it is.
 const CLAIMS = [
   ['nothing at all', ['_WM_NAME', 'STRING', 8, 'x'], U, U],
-  ['a title with a NUL', [TITLE, 'UTF8_STRING', 8, 'Grüße\0two'], 'Grüße', U],
-  ['a title that is not UTF-8', [TITLE, 'STRING', 8, [65, 0xff, 0xc3, 66]], 'A��B', U],
+  ['a title that is not UTF-8, with a NUL', [TITLE, 'STRING', 8, [65, 0xff, 66, 0, 67]], 'A�B', U],
   ['a title of 32-bit items', [TITLE, 'CARDINAL', 32, 'ABCD'], 'ABCD', U, 'warn XGetWP4r1:32'],
   ['a title above the limit', [TITLE, 'STRING', 8, `${LONG}12345`], LONG, U],
   ['its process', [PID, 'CARDINAL', 32, CARDINALS(process.pid)], U, commandLine],
@@ -67,7 +66,10 @@ inApp('32-bit properties are read whole; the top-level window is the frame', asy
     return [internals.xProperty(window, 'KIV'), internals.xTopLevel(true)];
   };
   const [property, { window, ...seen }] = await app.run(read, id);
-  assert.deepStrictEqual(property, { items, count: 3, format: 32 });
-  assert.deepStrictEqual(seen, { title: 'Grüße', process: commandLine });
+  const wanted = [
+    { items, count: 3, format: 32 },
+    { title: 'Grüße', process: commandLine },
+  ];
+  assert.deepStrictEqual([property, seen], wanted);
   assert.ok(window !== id && (await x.parent(window)) === x.root, 'the frame');
 });
