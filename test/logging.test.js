@@ -6,25 +6,35 @@ const { useSession } = require('./lib/session');
 
 // Without a window manager every snapshot logs one line.
 const LINE = 'Get Active Task info: c-error';
+const ENDS = ['OnScreenSnapCompleted:0:End', 'GetScreenSnapAsync:desktop:End'];
 const STACK = 'Maximum call stack size exceeded';
 const shared = useSession();
 const inApp = (title, options, f) => test(title, () => shared.withApp(f, options));
 // Without GTK there are no pictures, which take their time.
 const early = { setUp: false };
 
-test('lines go to standard error without a logger, and too deep in an exported one', async () => {
+const lost = 'lines go to stderr without a logger, too deep in one, in a script that is terminated';
+test(lost, async () => {
   const app = await shared.app(early);
-  const thrown = await app.run(() => {
+  const seen = await app.run(() => {
+    const seen = [];
     kiv.init();
     for (const logger of [undefined, {}, () => {}, 1]) {
       kiv.setupLogger(logger);
       kiv.getScreenSnap('desktop');
     }
+    global.spin = () => {
+      for (seen.push('spin'); ; );
+    };
+    kiv.setupLogger(() => seen.push(attempt(kiv.getScreenSnap, { toString: global.spin })));
+    const source = 'attempt(kiv.getScreenSnapAsync, "desktop", spin)';
+    seen.push(attempt(require('vm').runInThisContext, source, { timeout: 500 }));
     kiv.setupLogger(kiv.upgrade);
-    return attempt(kiv.upgrade, 'x');
+    return [...seen, attempt(kiv.upgrade, 'x')];
   });
-  assert.strictEqual(thrown, STACK);
-  const lines = `${`[warn] ${LINE}\n`.repeat(3)}[error] Upgrade: fi-error:2\n`;
+  assert.deepStrictEqual(seen, ['spin', 'Script execution timed out after 500ms', STACK]);
+  const ends = `[debug] ${ENDS[0]}\n[debug] ${ENDS[1]}\n[error] Upgrade: fi-error:2\n`;
+  const lines = `${`[warn] ${LINE}\n`.repeat(4)}${ends}`;
   await assert.rejects(app.end(), ({ message }) => message.endsWith(`null\n${lines}`));
 });
 
@@ -48,27 +58,8 @@ inApp(deeds, early, async (app) => {
     }
     return seen;
   });
-  const lines = [LINE, LINE, 'OnScreenSnapCompleted:0:End', 'GetScreenSnapAsync:desktop:End'];
   const thrown = [...Array(4).fill('thrown'), 'throw 6'];
-  assert.deepStrictEqual(seen, [...lines, null, ...thrown, STACK, null]);
-});
-
-test('a terminated script neither catches that nor enters a callback again', async () => {
-  const app = await shared.app(early);
-  const seen = await app.run(() => {
-    const seen = [];
-    global.spin = () => {
-      for (seen.push('spin'); ; );
-    };
-    const convert = () => seen.push(attempt(kiv.getScreenSnap, { toString: global.spin }));
-    kiv.setupLogger(convert);
-    const source = 'attempt(kiv.getScreenSnapAsync, "desktop", spin)';
-    const end = attempt(require('vm').runInThisContext, source, { timeout: 500 });
-    kiv.setupLogger(() => {});
-    kiv.getScreenSnapAsync('desktop', () => seen.push('next'));
-    return [end, ...seen];
-  });
-  assert.deepStrictEqual(seen, ['Script execution timed out after 500ms', 'spin', 'next']);
+  assert.deepStrictEqual(seen, [LINE, LINE, ...ENDS, null, ...thrown, STACK, null]);
 });
 
 const events = 'exceptions of events in a loop beneath an exported call are uncaught ones, at once';
@@ -77,14 +68,13 @@ inApp(events, { faulty: true }, async (app) => {
   const timer = setInterval(() => shared.peer.emit('/org/gnome/ScreenSaver', ...announce), 10);
   const seen = await app.run(() => {
     const seen = [];
-    const { fail } = require('assert');
     process.on('uncaughtException', (error) => seen.push(error.message));
     global.monitor = new kiv.ScreenLockMonitor();
-    global.monitor.emit = fail;
+    global.monitor.emit = require('assert').fail;
     kiv.setupLogger((level) => {
       if (level !== 'warn') return;
       for (const end = Date.now() + 9999; seen.length < 2 && Date.now() < end; ) faults.iterate();
-      fail('from the logger'); // its own exception stays the call's
+      require('assert').fail('from the logger'); // its own exception stays the call's
     });
     return [attempt(kiv.getScreenSnap, 'desktop'), ...seen.slice(0, 2)];
   });

@@ -108,6 +108,7 @@ case $name in
   konsole) shift; "$@" ;;
 esac
 `;
+const RECORDED = words('date sleep sudo apt-get notify-send brenik');
 const DNF = 'dnf -y remove brenik, dnf -y install FILE';
 const ZYPPER = 'zypper remove -y brenik, zypper clean --all, zypper install -y -f FILE';
 const FAILED = 'notify-send brenik-updater: There was an error. For more information look at:"LOG"';
@@ -135,8 +136,7 @@ async function startBranch(scripts, row, i) {
   const bind = (from, to) => args.push('--ro-bind', from, `/usr/bin/${to}`);
   for (const tool of words('bash sh ps which grep rm tee')) bind(`/usr/bin/${tool}`, tool);
   bind('/usr/bin/sleep', 'pause');
-  const recorded = words(`date sleep sudo apt-get notify-send brenik ${tools}`);
-  for (const tool of recorded) bind(inside('recorder'), tool);
+  for (const tool of [...RECORDED, ...words(tools)]) bind(inside('recorder'), tool);
   const options = { env: { PATH: '/usr/bin', FAILS }, stdio: ['ignore', 'pipe', 'pipe'] };
   const box = start(BOX[0], [...args, '/usr/bin/bash', '-c', scripts[family]], options);
   const record = () => fs.readFileSync(path.join(own, 'record'), { encoding: 'utf8', flag: 'a+' });
