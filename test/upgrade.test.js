@@ -57,8 +57,7 @@ inApp('paths for a shell, options and what is no file are refused', atHome, asyn
   }
   for (const HOME of [inside('a b'), '-option', '~', 'x:~root']) {
     await app.run((value) => Object.assign(process.env, value), { HOME });
-    const seen = await upgrade(app, 'a.deb');
-    assert.deepStrictEqual(seen, [-1, 'error Upgrade: fn-error'], HOME);
+    assert.deepStrictEqual(await upgrade(app, 'a.deb'), [-1, 'error Upgrade: fn-error'], HOME);
   }
 });
 
