@@ -97,8 +97,7 @@ test('a selected area completes once in every case and lets go of the guard', ()
     }
     assert.match(calls('ScreenshotArea').join(), /,5,6,70,80,true,.*\/brenik\.\w{10}$/);
     assert.deepStrictEqual(files(), []);
-    // The process may end while one is open.
-    await serve({ gnome: NO, SelectArea: 'hang' });
+    await serve({ gnome: NO, SelectArea: 'hang' }); // the process may end while one is open
     await app.run(() => global.select());
   }));
 

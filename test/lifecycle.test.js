@@ -111,7 +111,7 @@ test('without a display the session bus may die, hang and come back; the next in
 
 // No display, since the end of its connection would free a descriptor.
 const FEW = { env: { DISPLAY: ':99999' }, under: ['prlimit', '--nofile=100'] };
-test('without a descriptor left teardown goes on; the bus that it closes is not used again', () =>
+test('without a descriptor left teardown goes on, and the next init finds the bus', () =>
   shared.withApp(async (app) => {
     await app.run(() => {
       const taken = [];
