@@ -24,6 +24,7 @@ const SIZE = [1280, 800];
 const EXPECTED = /^(\(.*\): Gdk-WARNING .*: GdkWindow .* unexpectedly destroyed)?\n/gm;
 // How far the last sample may lie above the first: the engine's and the libraries' own fluctuation.
 const LIMITS = { 'resident bytes': 8 << 20, 'malloc bytes': 512 << 10 };
+const LOCKED = ['/org/gnome/ScreenSaver', 'org.gnome.ScreenSaver', 'ActiveChanged', 'b'];
 
 const sum = (counts) => Object.values(counts).reduce((total, count) => total + count, 0);
 const share = (total, minute) =>
@@ -43,10 +44,7 @@ async function live(session, app, did) {
     },
   };
   const ask = (name, ...args) => app.run((what, ...more) => soak[what](...more), name, ...args);
-  const signal = (active) =>
-    session.peer.emit('/org/gnome/ScreenSaver', 'org.gnome.ScreenSaver', 'ActiveChanged', 'b', [
-      active,
-    ]);
+  const signal = (active) => session.peer.emit(...LOCKED, [active]);
   const expect = (what, found, wanted) => assert.strictEqual(String(found), String(wanted), what);
   let window;
   const newWindow = async () => {
