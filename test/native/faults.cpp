@@ -14,10 +14,8 @@ namespace {
 
 using CallInfo = Nan::FunctionCallbackInfo<v8::Value>;
 
-int calls_until_failure = -1;
 const char* save_error = nullptr;  // empty: fails without an error
 
-void FailNewPixbuf(const CallInfo& info) { calls_until_failure = Nan::To<int>(info[0]).FromJust(); }
 void FailSave(const CallInfo& info) {
   save_error = Nan::To<bool>(info[0]).FromJust() ? "" : "expected";
 }
@@ -71,8 +69,6 @@ void TellAtExit(const CallInfo& /*info*/) {
 }
 
 void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
-  // failNewPixbuf(n): the n-th coming call of gdk_pixbuf_new has no memory.
-  Nan::SetMethod(exports, "failNewPixbuf", FailNewPixbuf);
   // failSave(silent): from now on every picture's encoding fails after a few bytes.
   Nan::SetMethod(exports, "failSave", FailSave);
   // iterate(): one round of a GLib loop beneath JavaScript, as a modal dialog runs it.
@@ -87,21 +83,14 @@ void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void*
 
 }  // namespace
 
-// The library's own function.
-#define ORIGINAL(name) reinterpret_cast<decltype(&name)>(dlsym(RTLD_NEXT, #name))
-#define INTERPOSED extern "C" __attribute__((visibility("default")))
-
-INTERPOSED GdkPixbuf* gdk_pixbuf_new(GdkColorspace colorspace, gboolean alpha, int bits, int width,
-                                     int height) {
-  if (calls_until_failure > 0 && --calls_until_failure == 0) return nullptr;
-  return ORIGINAL(gdk_pixbuf_new)(colorspace, alpha, bits, width, height);
-}
-
-INTERPOSED gboolean gdk_pixbuf_save_to_callbackv(GdkPixbuf* pixbuf, GdkPixbufSaveFunc sink,
-                                                 gpointer data, const char* type, char** keys,
-                                                 char** values, GError** error) {
-  const auto original = ORIGINAL(gdk_pixbuf_save_to_callbackv);
-  if (!save_error) return original(pixbuf, sink, data, type, keys, values, error);
+extern "C" __attribute__((visibility("default"))) gboolean gdk_pixbuf_save_to_callbackv(
+    GdkPixbuf* pixbuf, GdkPixbufSaveFunc sink, gpointer data, const char* type, char** keys,
+    char** values, GError** error) {
+  if (!save_error) {
+    const auto original = reinterpret_cast<decltype(&gdk_pixbuf_save_to_callbackv)>(
+        dlsym(RTLD_NEXT, "gdk_pixbuf_save_to_callbackv"));
+    return original(pixbuf, sink, data, type, keys, values, error);
+  }
   sink("partial", 7, error, data);
   if (*save_error) g_set_error_literal(error, GDK_PIXBUF_ERROR, 0, save_error);
   return FALSE;
