@@ -2,20 +2,31 @@
 
 // What the benchmarks share, in the runner's process and in the application's.
 
-/** What a share of the values stays below; on a busy machine 0.1 says more of the work than the median. */
-const quantile = (values, share) =>
-  [...values].sort((a, b) => a - b)[Math.floor(values.length * share)];
-const median = (values) => quantile(values, 0.5);
+const { startApp } = require('../test/lib/app');
+const { startSession } = require('../test/lib/session');
 
-/** Milliseconds of each of `rounds` interleaved runs of the functions in `subjects`. */
-function interleaved(subjects, rounds) {
+const FULL = [1920, 1080];
+const LARGE = [3840, 2160];
+
+const sorted = (values) => [...values].sort((a, b) => a - b);
+const quantile = (values, share) => sorted(values)[Math.floor(values.length * share)];
+const median = (values) => quantile(values, 0.5);
+/** What a tenth of the values stays below: on a busy machine it says more of the work. */
+const best = (values) => quantile(values, 0.1);
+
+const clock = () => Number(process.hrtime.bigint()) / 1e6;
+
+/** Milliseconds of each of `rounds` calls of the functions in `subjects`, which take turns. */
+async function interleaved(subjects, rounds, { now = clock, pause = 0 } = {}) {
   const times = {};
   for (const name of Object.keys(subjects)) times[name] = [];
-  for (let round = 0; round < rounds; ++round) {
-    for (const [name, run] of Object.entries(subjects)) {
-      const start = process.hrtime.bigint();
-      run();
-      times[name].push(Number(process.hrtime.bigint() - start) / 1e6);
+  // The first round loads.
+  for (let round = -1; round < rounds; ++round) {
+    for (const [name, call] of Object.entries(subjects)) {
+      if (pause > 0) await new Promise((resolve) => setTimeout(resolve, pause));
+      const start = now();
+      await call();
+      if (round >= 0) times[name].push(now() - start);
     }
   }
   return times;
@@ -24,24 +35,52 @@ function interleaved(subjects, rounds) {
 /** Prints rows of an array of objects as a Markdown table. */
 function table(title, rows) {
   const keys = Object.keys(rows[0]);
-  const line = (cells) => `| ${cells.join(' | ')} |`;
+  const cells = [keys, keys.map(() => '---'), ...rows.map((row) => keys.map((key) => row[key]))];
   console.log(`${title}\n`);
-  console.log(line(keys));
-  console.log(line(keys.map(() => '---')));
-  for (const row of rows) console.log(line(keys.map((key) => row[key])));
+  for (const line of cells) console.log(`| ${line.join(' | ')} |`);
   console.log();
 }
 
+/** The cells of a comparison. */
+const beside = (module, bare, digits) => ({
+  module: module.toFixed(digits),
+  'bare calls': bare.toFixed(digits),
+  ratio: (module / bare).toFixed(3),
+});
+
+/** BGRX pixels with areas, edges and gradients as a desktop has them. */
+function pixels(width, height) {
+  const words = new Uint32Array(width * height);
+  let state = 12345;
+  const random = () => (state = (Math.imul(state, 1664525) + 1013904223) >>> 0);
+  for (let y = 0; y < height; ++y) {
+    for (let x = 0; x < width; ++x)
+      words[y * width + x] = (((x * 255) / width) << 16) | (((y * 255) / height) << 8) | 0x60;
+  }
+  for (let i = 0; i < 400; ++i) {
+    const [left, top] = [random() % width, random() % height];
+    const right = Math.min(width, left + (random() % 400));
+    const bottom = Math.min(height, top + (random() % 200));
+    const color = random() >>> 8;
+    for (let y = top; y < bottom; ++y) words.fill(color, y * width + left, y * width + right);
+  }
+  // Strokes as fine as text.
+  for (let i = 0; i < words.length / 40; ++i) {
+    const at = random() % (words.length - 8);
+    words.fill(0x101010, at, at + 1 + (random() % 5));
+  }
+  return Buffer.from(words.buffer);
+}
+
 /**
- * Calls `f` with an application, which has `measure` and `reference`, and a session of its own.
- * `tidy` is false where others' code keeps the application from an end in order.
+ * Calls `f` with an application, which has `measure` and `reference`, and its session, whose screen
+ * shows a busy desktop. `tidy` is false where others' code keeps it from an end in order.
  */
-async function inSession(options, f, { tidy = true, ...more } = {}) {
-  const { startApp } = require('../test/lib/app');
-  const { startSession } = require('../test/lib/session');
-  const session = await startSession(options);
+async function inSession([width, height], f, { env, setUp, tidy = true, ...options } = {}) {
+  const session = await startSession({ screens: [`${width}x${height}`], ...options });
   try {
-    const app = await startApp(session, more);
+    await session.x.wallpaper(width, height, pixels(width, height));
+    const app = await startApp(session, { env, setUp });
     session.stops.push(app.stop);
     await app.run(() => {
       global.measure = require('../../bench/measure');
@@ -63,4 +102,4 @@ function run(main) {
   });
 }
 
-module.exports = { inSession, interleaved, median, quantile, run, table };
+module.exports = { FULL, LARGE, beside, best, inSession, interleaved, median, pixels, run, table };

@@ -4,75 +4,47 @@
 // time itself. node bench/snapshot.js [--quick]
 
 const fs = require('fs');
-const { connect } = require('../test/lib/bus');
-const { inSession, run, table } = require('./measure');
-const { pixels } = require('./pictures');
+const { FULL, LARGE, beside, inSession, run, table } = require('./measure');
 
-const SHELL = 'org.gnome.Shell.Screenshot';
-
-// Rows of a table; both in one process, taking turns.
-async function compare(app, kind, screen, quick) {
-  const rows = [];
-  for (const jpeg of [true, false]) {
-    const [module, bare] = await app.run(
-      (name, asJpeg, rounds) => {
-        const subjects = {
-          module: () => kiv.getScreenSnap('desktop', asJpeg),
-          bare: () => reference[name](asJpeg),
-        };
-        reference.reserve(3840 * 2160 * 4);
-        if (subjects.module().width === 0) throw new Error(log.join('\n'));
-        measure.interleaved(subjects, 1);
-        return Object.values(measure.interleaved(subjects, rounds)).map((all) =>
-          measure.quantile(all, 0.1),
-        );
-      },
-      ...[kind, jpeg, quick ? 3 : jpeg ? 31 : 9],
-    );
-    rows.push({
-      source: kind,
-      screen,
-      format: jpeg ? 'JPEG' : 'PNG',
-      'module ms': module.toFixed(1),
-      'bare calls ms': bare.toFixed(1),
-      ratio: (module / bare).toFixed(3),
-    });
-  }
-  return rows;
-}
+const compare = async (source, jpeg, rounds) => {
+  const module = () => kiv.getScreenSnap('desktop', jpeg);
+  if (module().width === 0) throw new Error(log.join('\n'));
+  const bare = () => reference[source](jpeg);
+  const times = await measure.interleaved({ module, bare }, rounds);
+  return [measure.best(times.module), measure.best(times.bare)];
+};
 
 // The picture is one of the module's own.
-async function serve({ bus, inside, stops }, picture) {
+async function serve({ peer, inside }, picture) {
   fs.writeFileSync(inside('picture.png'), picture);
-  const service = await connect(bus.address);
-  await service.own(SHELL);
+  await peer.own('org.gnome.Shell.Screenshot');
   const copy = ({ body: [, , file] }) => {
     fs.copyFileSync(inside('picture.png'), file);
     return { signature: 'bs', body: [true, file] };
   };
-  service.answer({ Introspect: { signature: 's', body: [''] }, Screenshot: copy });
-  stops.push(service.close);
+  peer.answer({ Introspect: { signature: 's', body: [''] }, Screenshot: copy });
 }
 
 run(async (quick) => {
   const rows = [];
+  async function add(app, source, [width, height]) {
+    for (const format of ['JPEG', 'PNG']) {
+      const rounds = quick ? 3 : format === 'JPEG' ? 31 : 9;
+      const times = await app.run(compare, source, format === 'JPEG', rounds);
+      rows.push({ source, screen: `${width}x${height}`, format, ...beside(...times, 1) });
+    }
+  }
   let picture;
-  for (const [width, height] of [
-    [3840, 2160],
-    [1920, 1080],
-  ]) {
-    const screen = `${width}x${height}`;
-    await inSession({ screens: [screen], bus: false }, async (app, { x }) => {
-      await x.wallpaper(width, height, pixels(width, height));
-      rows.push(...(await compare(app, 'desktop', screen, quick)));
+  for (const size of [LARGE, FULL]) {
+    await inSession(size, async (app) => {
+      await add(app, 'desktop', size);
       picture = await app.run(() => kiv.getScreenSnap('desktop').data);
     });
   }
-  const serveAndCompare = async (app, session) => {
+  const throughService = async (app, session) => {
     await serve(session, picture);
-    rows.push(...(await compare(app, 'compositor', '1920x1080', quick)));
+    await add(app, 'compositor', FULL);
   };
-  const env = { XDG_SESSION_TYPE: 'wayland' };
-  await inSession({ screens: ['640x480'] }, serveAndCompare, { env });
-  table('Time of one snapshot (the best tenth, or the best)', rows);
+  await inSession([640, 480], throughService, { env: { XDG_SESSION_TYPE: 'wayland' } });
+  table('Milliseconds of one snapshot (the best tenth, or the best)', rows);
 });

@@ -1,12 +1,10 @@
 'use strict';
 
 const assert = require('node:assert');
-const { execFileSync } = require('child_process');
 const fs = require('fs');
-const path = require('path');
 const { test } = require('node:test');
 const { PNG } = require('pngjs');
-const { connect } = require('./lib/bus');
+const { act } = require('./lib/overlay');
 const { BUILD, ENV, NODE, ROOT, start, temporaryFolder, until } = require('./lib/processes');
 const { useSession } = require('./lib/session');
 
@@ -14,54 +12,40 @@ const shared = useSession({ screens: ['800x600'], wm: 'openbox' });
 const folder = temporaryFolder();
 const names = `ScreenLockMonitor init getInputInfo getProcessHandlesInfo getScreenSnap
   getScreenSnapAsync setupLogger setInterval upgrade isWayland teardown`.split(/\s+/);
-// Nothing to be reached, and nothing of the user's.
-const nowhere = { npm_config_offline: 'true', https_proxy: 'http://127.0.0.1:9/', HOME: folder };
-async function run(command, args, cwd, code = 0, env = {}) {
-  const started = start(command, args, { env: { ...ENV, ...nowhere, ...env }, cwd });
-  assert.strictEqual((await started.ended).code, code, started.output());
+
+test('the exports have their order and names, handles no count, a session its type', async () => {
+  const look = () => {
+    const own = Object.values(kiv).map(({ name }) => name);
+    return [Object.keys(kiv), own, kiv.getProcessHandlesInfo(process.pid), kiv.isWayland()];
+  };
+  const counts = { handleCount: null, gdiObjectCount: null, guiUserObjectCount: null };
+  for (const type of [undefined, 'x11', '']) {
+    const seen = await shared.withApp((app) => app.run(look), { env: { XDG_SESSION_TYPE: type } });
+    assert.deepStrictEqual(seen, [names, names, counts, type === '']);
+  }
+});
+
+async function run(cwd, line) {
+  const [command, ...args] = line.split(' ');
+  // Nothing to be reached, and nothing of the user's.
+  const nowhere = { npm_config_offline: 'true', https_proxy: 'http://127.0.0.1:9/', HOME: folder };
+  const started = start(command, args, { env: { ...ENV, ...nowhere }, cwd });
+  assert.strictEqual((await started.ended).code, 0, started.output());
   return started.output();
 }
-
-test('the exports have their order and names; handles are not counted', () =>
-  shared.withApp(async (app) => {
-    const found = await app.run(() => Object.keys(kiv).map((name) => [name, kiv[name].name]));
-    const expected = names.map((name) => [name, name]);
-    assert.deepStrictEqual(found, expected);
-    const counts = { handleCount: null, gdiObjectCount: null, guiUserObjectCount: null };
-    assert.deepStrictEqual(await app.run(() => kiv.getProcessHandlesInfo(process.pid)), counts);
-  }));
-
-test('a session type counts that is set when the module loads', async () => {
-  for (const type of ['x11', undefined, '', 'X11']) {
-    const app = await shared.app({ env: { XDG_SESSION_TYPE: type } });
-    await app.run(() => (process.env.XDG_SESSION_TYPE = kiv.isWayland() ? 'x11' : ''));
-    assert.strictEqual(await app.run(() => kiv.isWayland()), type === '' || type === 'X11', type);
-    await app.end();
-  }
-});
-
-test('the add-ons that are shipped link no libnode, with which another Node crashes', () => {
-  const expected = /^lib(g(tk|dk\w*|io|object|lib)|cairo|X\w+|stdc|gcc_s|c|m|dl|[au]b?san)\b/;
-  for (const name of ['kiv_native', 'kiv_host_loop', 'kiv_host_utils']) {
-    const dynamic = execFileSync('readelf', ['-d', path.join(BUILD, `${name}.node`)]);
-    for (const [library] of String(dynamic).matchAll(/(?<=NEEDED.*\[)[^\]]+/g))
-      assert.match(library, expected, name);
-  }
-});
-
 // npm builds for its own Node.
 const options = { skip: Boolean(process.env.KIV_NODE), timeout: 1800000 };
 test('the packed module is whole: installs offline, loads, has its types', options, async () => {
-  const packed = await run('npm', ['pack', '--json', '--pack-destination', folder], ROOT);
-  const [{ filename, files }] = JSON.parse(packed);
-  const odd = /^(\.|test|fuzz|bench|demo|examples|scripts|build)/;
-  assert.ok(!files.some((file) => odd.test(file.path)), packed);
-  fs.writeFileSync(path.join(folder, 'package.json'), '{}');
-  await run('npm', ['install', '--no-audit', filename], folder);
-  const built = fs.readdirSync(path.join(folder, 'node_modules/kiv_native/build/Release'));
-  assert.strictEqual(String(built), 'kiv_host_loop.node,kiv_host_utils.node,kiv_native.node');
-  const script = 'require("kiv_native").isWayland() || require("kiv_native/host").startLoop()';
-  assert.strictEqual(await run(NODE, ['-p', script], folder), 'false\n');
+  const [{ filename, files }] = JSON.parse(await run(folder, `npm pack --json ${ROOT}`));
+  const odd = files.find((one) => !/^(src|host|docs|node_modules|\w+\.)/.test(one.path));
+  assert.strictEqual(odd, undefined);
+  await run(folder, `npm install --prefix . --no-audit ${filename}`);
+  const build = `${folder}/node_modules/kiv_native/build/Release`;
+  const built = fs.readdirSync(build).join(' ');
+  assert.strictEqual(built, 'kiv_host_loop.node kiv_host_utils.node kiv_native.node');
+  assert.doesNotMatch(await run(build, `readelf -d ${built}`), /libnode/, 'another Node crashes');
+  const script = 'require("kiv_native").isWayland()||require("kiv_native/host").startLoop()';
+  assert.strictEqual(await run(folder, `${NODE} -p ${script}`), 'false\n');
   const consumer = `import * as kiv from 'kiv_native';
     export const all: Record<keyof typeof kiv, 0> = { ${names.map((name) => `${name}: 0`)} };
     const saved = kiv.getScreenSnap('display', true, '/tmp');
@@ -69,89 +53,42 @@ test('the packed module is whole: installs offline, loads, has its types', optio
     kiv.getScreenSnapAsync('selection', ({ errorCode }) => console.log(errorCode === 102005));
     // @ts-expect-error throws
     kiv.getScreenSnap('selection');`;
-  fs.writeFileSync(path.join(folder, 'consumer.ts'), consumer);
-  const types = ['--types', 'node', '--typeRoots', path.join(ROOT, 'node_modules/@types')];
-  const args = ['--noEmit', '--strict', '--target', 'es2020', '--moduleResolution', 'node'];
-  await run(path.join(ROOT, 'node_modules/.bin/tsc'), [...args, ...types, 'consumer.ts'], folder);
+  fs.writeFileSync(`${folder}/consumer.ts`, consumer);
+  await run(ROOT, `node_modules/.bin/tsc --strict -t es2020 -m commonjs ${folder}/consumer.ts`);
 });
 
-test('a machine that lacks what the build needs is told all of it at once', async () => {
-  const env = { CXX: '/none', PKG_CONFIG_LIBDIR: folder, npm_config_nodedir: folder };
-  env.npm_config_node_gyp = require.resolve('pngjs'); // should it come to that
-  const said = await run(NODE, ['src/install.js'], ROOT, 1, env);
-  assert.match(said, /install: g(\+\+|cc-c\+\+), (libgtk-3|gtk3)\S+, \S+, \S+, \S+\n$/);
-});
-
-const own = { skip: BUILD !== path.join(ROOT, 'build/Release') && 'not the build they use' };
-const example = (line) =>
-  start(NODE, `examples/${line}`.split(' '), { env: shared.env, cwd: ROOT });
-async function endOf(started, pattern) {
-  assert.deepStrictEqual(await started.ended, { code: 0, signal: null }, started.output());
-  assert.match(started.output(), pattern);
-}
-
-test('the examples log all input and locks once, and keep the newest pictures', own, async () => {
-  const { env, inside, x } = shared;
-  const log = example(`activity-log.js ${inside('log')} --every 1`);
-  const lines = () => fs.readFileSync(inside('log'), 'utf8').match(/.+/g).map(JSON.parse);
-  await log.ready(() => fs.existsSync(inside('log')) && fs.statSync(inside('log')).size, 'a line');
-  for (let i = 0; i < 3; ++i) x.key();
-  x.click();
-  const shots = example(`snapshot-every-minute.js ${inside('shots')} --every 1 --idle 3 --keep 2`);
-  const count = (text) => shots.output().split(text).length - 1;
-  await shots.ready(() => count('skipped: idle') > 0, 'nobody there');
-  const taken = count('.jpg: 800 x 600');
-  const [day] = fs.readdirSync(inside('shots'));
-  assert.deepStrictEqual([taken > 2, fs.readdirSync(inside(`shots/${day}`)).length], [true, 2]);
-  const peer = await connect(env.DBUS_SESSION_BUS_ADDRESS);
-  const [object, name] = ['/org/gnome/ScreenSaver', 'org.gnome.ScreenSaver'];
-  for (const [event, active] of Object.entries({ lock: true, unlock: false })) {
+const own = { skip: BUILD !== `${ROOT}/build/Release` && 'not the build they use' };
+test('the examples log input and locks, keep a picture, save a rectangle', own, async () => {
+  const { env, inside, peer, x } = shared;
+  const example = (line) => start(NODE, `examples/${line}`.split(' '), { env, cwd: ROOT });
+  await x.wallpaper(800, 600, Buffer.alloc(800 * 600 * 4, Buffer.from([0x40, 0xc0, 0x20, 0])));
+  const log = example(`activity-log.js ${inside('log')} --every 9999`);
+  const text = () => fs.readFileSync(inside('log'), { encoding: 'utf8', flag: 'a+' });
+  const lines = () => text().match(/.+/g)?.map(JSON.parse);
+  await log.ready(lines, 'a line');
+  act(x, 38, 'click');
+  const shots = example(`snapshot-every-minute.js ${inside('shots')} --every 1 --keep 1`);
+  for (const name of ['lock', 'unlock']) {
+    const locked = name === 'lock';
     await until(() => {
-      // Nobody tells when an example has subscribed; many desktops say it twice.
-      for (let i = 0; i < 2; ++i) peer.emit(object, name, 'ActiveChanged', 'b', [active]);
-      return count('skipped: locked') > 0 && lines().some((line) => line.event === event);
-    }, event);
-    x.key();
-    const skipped = count('skipped: locked');
-    await until(() => (active ? count('skipped: locked') > skipped : count('.jpg') > taken), event);
-    assert.strictEqual(count('.jpg') > taken, !active);
+      peer.emit('/org/gnome/ScreenSaver', 'org.gnome.ScreenSaver', 'ActiveChanged', 'b', [locked]);
+      return lines().at(-1).event === name && shots.text[1].endsWith(locked ? 'locked\n' : '600\n');
+    }, `${name} to be heard`);
   }
-  peer.close();
   for (const { child } of [log, shots]) child.kill('SIGINT');
-  await endOf(shots, /800 x 600\n$/);
-  await endOf(log, /^(warn: Get Active Task info: c-error\n)*$/);
-  const sum = (key) => lines().reduce((total, line) => total + line[key], 0);
-  assert.deepStrictEqual([sum('keys'), sum('clicks')], [5, 1]);
-  const events = lines().map(({ event }) => event);
-  assert.ok(events.includes('tick') && lines().every(({ idle }) => idle >= 0));
-  assert.strictEqual(String(events.filter((one) => one !== 'tick')), 'start,lock,unlock,stop');
-});
-
-test("the example's button selects; its window shows and saves the rectangle", own, async () => {
-  const { x } = shared;
-  const green = await x.activeWindow({ width: 200, height: 100, color: 0x20c040 });
-  const { x: left, y: top } = await x.geometry(green);
-  const isGreen = async () => (await x.pixel(left + 5, top + 5)) === 0x20c040;
-  const window = example(`selection-button ${shared.folder}`);
-  const managed = () => x.getProperty(x.root, '_NET_CLIENT_LIST');
-  await window.ready(async () => (await managed()).length === 8, 'the window');
-  const id = (await managed()).readUInt32LE(4);
-  const at = await x.geometry(id);
-  const button = [at.x + 40, at.y + at.height - 20];
-  await until(async () => (await x.pixel(...button)) > 0xc00000 && isGreen(), 'a drawn button');
-  x.moveTo(...button);
-  x.click();
-  await until(async () => !(await isGreen()), 'a dimmed desktop');
-  x.moveTo(left + 20, top + 20);
-  x.press();
-  x.moveTo(left + 50, top + 30);
-  x.moveTo(left + 120, top + 70);
-  x.release();
-  const saved = () => /^100 × 50, saved as (.*)\n/.exec(window.output());
-  const picture = PNG.sync.read(fs.readFileSync((await window.ready(saved, 'a rectangle'))[1]));
-  assert.ok(picture.data.equals(Buffer.alloc(100 * 50 * 4, Buffer.from([0x20, 0xc0, 0x40, 255]))));
-  const area = () => x.image(at.x, at.y, at.width, at.height);
-  await until(async () => (await area()).includes('\x40\xc0\x20', 'latin1'), 'a shown picture');
-  x.closeWindow(id);
-  await endOf(window, /^100 × 50.*\n$/);
+  const button = example(`selection-button ${folder}`);
+  await button.ready(async () => {
+    x.key(65); // the space bar, for the button
+    return (await x.pixel(690, 540)) !== 0x20c040;
+  }, 'a dimmed desktop');
+  act(x, [690, 540], 'press', [790, 590], 'release');
+  const saved = () => /^100 × 50, saved as (.*)\n/.exec(button.text[1]);
+  const { data } = PNG.sync.read(fs.readFileSync((await button.ready(saved, 'a rectangle'))[1]));
+  assert.ok(data.equals(Buffer.alloc(100 * 50 * 4, Buffer.from([0x20, 0xc0, 0x40, 255]))));
+  await x.closeWindow((await x.getProperty(x.root, '_NET_CLIENT_LIST')).readUInt32LE(0));
+  for (const one of [log, shots, button])
+    assert.deepStrictEqual(await one.ended, { code: 0, signal: null }, one.output());
+  const counts = lines().map(({ event, keys, clicks }) => `${event} ${keys} ${clicks}`);
+  assert.strictEqual(String(counts), 'start 0 0,lock 1 1,unlock 0 0,stop 0 0');
+  assert.match(String(fs.readdirSync(inside('shots'), { recursive: true })), /^[^,]+,[^,]+\.jpg$/);
 });

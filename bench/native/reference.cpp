@@ -15,11 +15,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <ctime>
 #include <map>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -29,50 +29,33 @@ using Info = const Nan::FunctionCallbackInfo<v8::Value>&;
 double Number(Info info, int index) { return Nan::To<double>(info[index]).FromJust(); }
 bool Flag(Info info, int index) { return Nan::To<bool>(info[index]).FromJust(); }
 
-void Return(Info info, double first, double second) {
-  const auto pair = Nan::New<v8::Array>(2);
-  Nan::Set(pair, 0, Nan::New(first)).Check();
-  Nan::Set(pair, 1, Nan::New(second)).Check();
-  info.GetReturnValue().Set(pair);
-}
-
-double Milliseconds(clockid_t clock) {
+// Milliseconds of this thread's own time.
+double Now() {
   timespec now = {};
-  clock_gettime(clock, &now);
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
   return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
 }
 
-// --- A snapshot: the same calls with the same options, into a buffer reserved beforehand.
+// --- A snapshot: the same calls with the same options.
 
-struct Sink {
-  std::vector<char> bytes;
-  size_t used = 0;
-};
-Sink image;
-Sink thumbnail;
+// They keep their room from one picture to the next.
+std::vector<char> image;
+std::vector<char> thumbnail;
 
-gboolean Write(const char* bytes, size_t count, GError** /*error*/, void* data) {
-  auto* sink = static_cast<Sink*>(data);
-  if (sink->used + count > sink->bytes.size()) return FALSE;
-  std::memcpy(sink->bytes.data() + sink->used, bytes, count);
-  sink->used += count;
+gboolean Append(const char* bytes, size_t count, GError** /*error*/, void* data) {
+  auto* sink = static_cast<std::vector<char>*>(data);
+  sink->insert(sink->end(), bytes, bytes + count);
   return TRUE;
 }
 
-void Save(GdkPixbuf* pixbuf, bool jpeg, const char* quality, Sink* sink) {
-  sink->used = 0;
-  gdk_pixbuf_save_to_callback(pixbuf, Write, sink, jpeg ? "jpeg" : "png", nullptr,
+void Save(GdkPixbuf* pixbuf, bool jpeg, const char* quality, std::vector<char>* sink) {
+  sink->clear();
+  gdk_pixbuf_save_to_callback(pixbuf, Append, sink, jpeg ? "jpeg" : "png", nullptr,
                               jpeg ? "quality" : nullptr, quality, nullptr);
 }
 
-// reserve(bytes): room for one picture and one thumbnail, touched so that it is really there.
-void Reserve(Info info) {
-  image.bytes.assign(static_cast<size_t>(Number(info, 0)), 1);
-  thumbnail.bytes.assign(size_t{1} << 20, 1);
-}
-
-// Encoded bytes of the picture, fitted into 1920 x 1080, which is released.
-double Encode(GdkPixbuf* picture, bool jpeg) {
+// Encodes the picture, fitted into 1920 x 1080, and releases it.
+void Encode(GdkPixbuf* picture, bool jpeg) {
   const bool reduced = gdk_pixbuf_get_width(picture) > 1920;
   if (reduced) {
     GdkPixbuf* fitted = gdk_pixbuf_scale_simple(picture, 1920, 1080, GDK_INTERP_BILINEAR);
@@ -85,7 +68,6 @@ double Encode(GdkPixbuf* picture, bool jpeg) {
   Save(small, jpeg, reduced ? "50" : "25", &thumbnail);
   g_object_unref(small);
   g_object_unref(picture);
-  return static_cast<double>(image.used);
 }
 
 GdkPixbuf* Screen() {
@@ -94,8 +76,8 @@ GdkPixbuf* Screen() {
                                     gdk_window_get_height(root));
 }
 
-// desktop(jpeg): encoded bytes of the whole desktop.
-void Desktop(Info info) { info.GetReturnValue().Set(Encode(Screen(), Flag(info, 0))); }
+// desktop(jpeg)
+void Desktop(Info info) { Encode(Screen(), Flag(info, 0)); }
 
 // compositor(jpeg): the same through GNOME Shell's service.
 void Compositor(Info info) {
@@ -110,7 +92,7 @@ void Compositor(Info info) {
   g_variant_unref(reply);
   GdkPixbuf* picture = gdk_pixbuf_new_from_file(path.c_str(), nullptr);
   unlink(path.c_str());
-  info.GetReturnValue().Set(Encode(picture, Flag(info, 0)));
+  Encode(picture, Flag(info, 0));
 }
 
 // --- Input and idle time.
@@ -132,24 +114,20 @@ void OnReadable(uv_poll_t* /*handle*/, int /*status*/, int /*events*/) {
   }
 }
 
-// startCounting(): a connection with raw key and button events of the first master devices.
+// startCounting(): a connection with raw key and button events of all master devices.
 void StartCounting(Info /*info*/) {
   counter = XOpenDisplay(nullptr);
   if (!counter) return Nan::ThrowError("no display");
   int first_event = 0;
   int first_error = 0;
   XQueryExtension(counter, "XInputExtension", &opcode, &first_event, &first_error);
-  int count = 0;
-  XIDeviceInfo* devices = XIQueryDevice(counter, XIAllMasterDevices, &count);
-  for (int i = 0; i < count && i < 2; ++i) {
-    const bool pointer = devices[i].use == XIMasterPointer;
-    std::array<unsigned char, XIMaskLen(XI_LASTEVENT)> bits{};
-    XISetMask(bits.data(), pointer ? XI_RawButtonPress : XI_RawKeyPress);
-    XISetMask(bits.data(), pointer ? XI_RawButtonRelease : XI_RawKeyRelease);
-    XIEventMask mask = {devices[i].deviceid, static_cast<int>(bits.size()), bits.data()};
-    XISelectEvents(counter, DefaultRootWindow(counter), &mask, 1);
+  std::array<unsigned char, XIMaskLen(XI_LASTEVENT)> bits{};
+  for (const int type :
+       {XI_RawKeyPress, XI_RawKeyRelease, XI_RawButtonPress, XI_RawButtonRelease}) {
+    XISetMask(bits.data(), type);
   }
-  XIFreeDeviceInfo(devices);
+  XIEventMask mask = {XIAllMasterDevices, static_cast<int>(bits.size()), bits.data()};
+  XISelectEvents(counter, DefaultRootWindow(counter), &mask, 1);
   XSync(counter, False);
   poll_handle = new uv_poll_t;
   uv_poll_init(Nan::GetCurrentEventLoop(), poll_handle, ConnectionNumber(counter));
@@ -165,23 +143,12 @@ void StopCounting(Info /*info*/) {
 // counted(): presses of keys and buttons, ever.
 void Counted(Info info) { info.GetReturnValue().Set(counted); }
 
-// inputInfo(): idle time from GDK's connection in an object like the module's.
-void InputInfo(Info info) {
-  const auto set = [](v8::Local<v8::Object> object, const char* key, v8::Local<v8::Value> value) {
-    Nan::Set(object, Nan::New(key).ToLocalChecked(), value).Check();
-  };
+// idle(): milliseconds, from GDK's connection.
+void Idle(Info info) {
   XScreenSaverInfo state{};
   Display* display = GDK_DISPLAY_XDISPLAY(gdk_display_get_default());
   XScreenSaverQueryInfo(display, DefaultRootWindow(display), &state);
-  const auto last = Nan::New<v8::Object>();
-  for (const char* key : {"input", "keyPress", "mouseClick", "mouseMove"}) {
-    set(last, key, Nan::New(static_cast<double>(state.idle)));
-  }
-  const auto result = Nan::New<v8::Object>();
-  set(result, "last", last);
-  set(result, "keyboardActivity", Nan::New(counted));
-  set(result, "mouseActivity", Nan::New(counted));
-  info.GetReturnValue().Set(result);
+  info.GetReturnValue().Set(static_cast<double>(state.idle));
 }
 
 // --- A step of the selection's pointer, and what it draws: both in the module's own overlay.
@@ -193,7 +160,7 @@ cairo_surface_t* pictures[3] = {};  // undimmed, dimmed, shown
 void Sync() { XSync(GDK_DISPLAY_XDISPLAY(gdk_display_get_default()), False); }
 
 // prepare(): finds the overlay, and puts pictures of its size onto the server.
-void Prepare(Info info) {
+void Prepare(Info /*info*/) {
   GList* all = gtk_window_list_toplevels();
   for (GList* item = all; item; item = item->next) {
     if (gtk_widget_get_mapped(GTK_WIDGET(item->data))) overlay_widget = GTK_WIDGET(item->data);
@@ -203,7 +170,6 @@ void Prepare(Info info) {
   overlay = gtk_widget_get_window(overlay_widget);
   GdkPixbuf* screen = Screen();
   for (cairo_surface_t*& picture : pictures) {
-    if (picture) cairo_surface_destroy(picture);
     picture = gdk_window_create_similar_surface(overlay, CAIRO_CONTENT_COLOR,
                                                 gdk_window_get_width(overlay),
                                                 gdk_window_get_height(overlay));
@@ -215,7 +181,10 @@ void Prepare(Info info) {
   g_object_unref(screen);
 }
 
-void Draw(double x, double y) {
+// draw(x, y): what a motion of the pointer there has to draw, until it is on the screen.
+void Draw(Info info) {
+  const double x = Number(info, 0);
+  const double y = Number(info, 1);
   const double dash = 4.0;
   const GdkRectangle whole = {0, 0, gdk_window_get_width(overlay), gdk_window_get_height(overlay)};
   cairo_t* cr = cairo_create(pictures[2]);
@@ -240,6 +209,7 @@ void Draw(double x, double y) {
   cairo_paint(cr);
   cairo_destroy(cr);
   gdk_window_end_paint(overlay);
+  Sync();
 }
 
 void Send(GdkEventType type, double x, double y) {
@@ -254,28 +224,12 @@ void Send(GdkEventType type, double x, double y) {
   gtk_widget_event(overlay_widget, event);
   gdk_event_free(event);
   gdk_window_process_updates(overlay, TRUE);
+  Sync();
 }
 
-// press(x, y)
+// press(x, y) and move(x, y): the overlay gets the pointer's event, until it is repainted.
 void Press(Info info) { Send(GDK_BUTTON_PRESS, Number(info, 0), Number(info, 1)); }
-
-// step(x, y, bare): milliseconds from the pointer's event to the repainted window, and this
-// thread's own of it; `bare` only draws.
-void Step(Info info) {
-  const double x = Number(info, 0);
-  const double y = Number(info, 1);
-  const bool draws = Flag(info, 2);
-  Sync();
-  const double start = Milliseconds(CLOCK_MONOTONIC);
-  const double own = Milliseconds(CLOCK_THREAD_CPUTIME_ID);
-  if (draws) {
-    Draw(x, y);
-  } else {
-    Send(GDK_MOTION_NOTIFY, x, y);
-  }
-  Sync();
-  Return(info, Milliseconds(CLOCK_MONOTONIC) - start, Milliseconds(CLOCK_THREAD_CPUTIME_ID) - own);
-}
+void Move(Info info) { Send(GDK_MOTION_NOTIFY, Number(info, 0), Number(info, 1)); }
 
 // --- The process.
 
@@ -284,8 +238,7 @@ void Step(Info info) {
 struct Census {
   std::mutex mutex;
   std::map<GType, int> instances;
-  GObject* (*constructor)(GType, guint, GObjectConstructParam*) = nullptr;
-  void (*finalize)(GObject*) = nullptr;
+  GObjectClass original = {};
 };
 Census* census = nullptr;
 
@@ -296,18 +249,17 @@ void Note(GType type, int change) {
 
 // countObjects(): from now on. To be called before GTK is initialised.
 void CountObjects(Info /*info*/) {
-  census = new Census;
   auto* root = static_cast<GObjectClass*>(g_type_class_ref(G_TYPE_OBJECT));
-  census->constructor = root->constructor;
-  census->finalize = root->finalize;
+  census = new Census;
+  census->original = *root;
   root->constructor = [](GType type, guint count, GObjectConstructParam* parameters) {
-    GObject* object = census->constructor(type, count, parameters);
+    GObject* object = census->original.constructor(type, count, parameters);
     Note(type, 1);
     return object;
   };
   root->finalize = [](GObject* object) {
     Note(G_OBJECT_TYPE(object), -1);
-    census->finalize(object);
+    census->original.finalize(object);
   };
 }
 
@@ -328,74 +280,45 @@ void Allocated(Info info) {
   info.GetReturnValue().Set(static_cast<double>(all.uordblks) + static_cast<double>(all.hblkhd));
 }
 
-// handles(): those of the loop, whatever their state.
-void Handles(Info info) {
-  int count = 0;
-  uv_walk(
-      Nan::GetCurrentEventLoop(), [](uv_handle_t*, void* data) { ++*static_cast<int*>(data); },
-      &count);
-  info.GetReturnValue().Set(count);
-}
+// processor(): milliseconds of this thread's own time.
+void Processor(Info info) { info.GetReturnValue().Set(Now()); }
 
-// processor(): milliseconds of this thread.
-void Processor(Info info) { info.GetReturnValue().Set(Milliseconds(CLOCK_THREAD_CPUTIME_ID)); }
-
-struct Moment {
-  double clock = 0;
-  double processor = 0;
-};
 uv_prepare_t turn_end;
-Moment turn;
-Moment longest;
+double turn_began = 0;
+double longest_turn = 0;
 
-// Idle time is left out of the clock's, where the runtime counts it.
-Moment Now() {
-  double idle = 0;
-#if UV_VERSION_HEX >= 0x012700
-  idle = static_cast<double>(uv_metrics_idle_time(Nan::GetCurrentEventLoop())) / 1e6;
-#endif
-  return {Milliseconds(CLOCK_MONOTONIC) - idle, Milliseconds(CLOCK_THREAD_CPUTIME_ID)};
-}
-
-// watchTurns(): the runtime has to count the loop's idle time.
+// watchTurns(): those of the loop, from now on.
 void WatchTurns(Info /*info*/) {
-  turn = Now();
+  turn_began = Now();
   uv_prepare_init(Nan::GetCurrentEventLoop(), &turn_end);
   uv_prepare_start(&turn_end, [](uv_prepare_t* /*handle*/) {
-    const Moment now = Now();
-    longest.clock = std::max(longest.clock, now.clock - turn.clock);
-    longest.processor = std::max(longest.processor, now.processor - turn.processor);
-    turn = now;
+    const double now = Now();
+    longest_turn = std::max(longest_turn, now - turn_began);
+    turn_began = now;
   });
   uv_unref(reinterpret_cast<uv_handle_t*>(&turn_end));
 }
 
-// turns(): milliseconds of the longest one since last called, on the clock without its wait and of
-// the thread's processor time.
-void Turns(Info info) {
-  Return(info, longest.clock, longest.processor);
-  longest = {};
-}
+// longestTurn(): milliseconds of this thread in the longest one since last called.
+void LongestTurn(Info info) { info.GetReturnValue().Set(std::exchange(longest_turn, 0)); }
 
 void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
-  const std::map<const char*, Nan::FunctionCallback> functions = {{"reserve", Reserve},
-                                                                  {"desktop", Desktop},
-                                                                  {"compositor", Compositor},
-                                                                  {"startCounting", StartCounting},
-                                                                  {"stopCounting", StopCounting},
-                                                                  {"counted", Counted},
-                                                                  {"inputInfo", InputInfo},
-                                                                  {"prepare", Prepare},
-                                                                  {"press", Press},
-                                                                  {"step", Step},
-                                                                  {"countObjects", CountObjects},
-                                                                  {"objects", Objects},
-                                                                  {"allocated", Allocated},
-                                                                  {"handles", Handles},
-                                                                  {"processor", Processor},
-                                                                  {"watchTurns", WatchTurns},
-                                                                  {"turns", Turns}};
-  for (const auto& [name, function] : functions) Nan::SetMethod(exports, name, function);
+  Nan::SetMethod(exports, "desktop", Desktop);
+  Nan::SetMethod(exports, "compositor", Compositor);
+  Nan::SetMethod(exports, "startCounting", StartCounting);
+  Nan::SetMethod(exports, "stopCounting", StopCounting);
+  Nan::SetMethod(exports, "counted", Counted);
+  Nan::SetMethod(exports, "idle", Idle);
+  Nan::SetMethod(exports, "prepare", Prepare);
+  Nan::SetMethod(exports, "press", Press);
+  Nan::SetMethod(exports, "move", Move);
+  Nan::SetMethod(exports, "draw", Draw);
+  Nan::SetMethod(exports, "countObjects", CountObjects);
+  Nan::SetMethod(exports, "objects", Objects);
+  Nan::SetMethod(exports, "allocated", Allocated);
+  Nan::SetMethod(exports, "processor", Processor);
+  Nan::SetMethod(exports, "watchTurns", WatchTurns);
+  Nan::SetMethod(exports, "longestTurn", LongestTurn);
 }
 
 }  // namespace

@@ -5,8 +5,6 @@ const fs = require('fs');
 const path = require('path');
 const { BUILD, ENV, NODE, ROOT, start } = require('./processes');
 
-const SANITIZED = process.env.KIV_SANITIZE === '1';
-
 function sanitizerEnv(leaks) {
   const library = execFileSync('g++', ['-print-file-name=libasan.so'], { encoding: 'utf8' }).trim();
   return {
@@ -19,30 +17,28 @@ function sanitizerEnv(leaks) {
 const revive = (key, value) =>
   value?.base64 === undefined ? value : Buffer.from(value.base64, 'base64');
 
+function setUpThere(faulty) {
+  if (faulty) faults;
+  host.startLoop();
+  kiv.setupLogger((...line) => log.push(line.join(' ')));
+  kiv.init();
+}
+
 /**
- * A process that loads the module, as an application would. `run(f, ...args)` calls a function
- * there, which sees `kiv`, `host`, `log` (what the logger heard) and whatever others left in
- * `global`, and resolves to its result. `end()` tears down, lets the process end by itself and
- * checks that it did so without a word. A function that ends it in another way wants
- * `leaks: false`. `faulty` loads `faults` first; `under` is a tool's command line that runs it all.
+ * A process that loads the module, as an application would. `run(f, ...args)` calls a function there,
+ * which sees `kiv`, `host`, `log` (what the logger heard) and what others left in `global`, and
+ * resolves to its result. `end()` tears down and checks that the process ends by itself, without a
+ * word; who ends it in another way wants `leaks: false`. `under` is a tool's command line around it.
  */
-function startApp(session, options = {}) {
-  const { env = {}, node = NODE, under = [], args = [] } = options;
-  const { leaks = true, setUp = true, faulty = false } = options;
-  const [command, ...rest] = [...under, node, '--expose-gc', ...args];
-  const app = start(command, [...rest, path.join(__dirname, 'child.js')], {
-    env: {
-      ...ENV,
-      ...(SANITIZED ? sanitizerEnv(leaks) : {}),
-      ...session.env,
-      ...env,
-      KIV_BUILD_FOLDER: BUILD,
-      // Where host/ looks, which only knows names beneath build/.
-      KIV_BUILD: path.relative(path.join(ROOT, 'build'), BUILD),
-    },
-    cwd: ROOT,
-    stdio: ['pipe', 'pipe', 'pipe', 'ipc'],
-  });
+async function startApp(session, options = {}) {
+  const { env: more, under = [], leaks = true, setUp = true, faulty = false } = options;
+  const [command, ...args] = [...under, NODE, '--expose-gc', path.join(__dirname, 'child.js')];
+  const sanitizer = process.env.KIV_SANITIZE === '1' && sanitizerEnv(leaks);
+  // host/ only knows names beneath build/.
+  const build = { KIV_BUILD_FOLDER: BUILD, KIV_BUILD: path.relative(`${ROOT}/build`, BUILD) };
+  const env = { ...ENV, ...sanitizer, ...session.env, ...more, ...build };
+  const app = start(command, args, { env, cwd: ROOT, stdio: ['pipe', 'pipe', 'pipe', 'ipc'] });
+  session.stops?.push(app.stop);
   const waiting = new Map();
   let last = 0;
   app.child.on('message', (text) => {
@@ -52,37 +48,28 @@ function startApp(session, options = {}) {
     if (error === undefined) resolve(value);
     else reject(new Error(error));
   });
-  app.ended.then((result) => {
-    const error = new Error(`the process ended with ${JSON.stringify(result)}\n${app.output()}`);
-    for (const { reject } of waiting.values()) reject(error);
+  const ending = () =>
+    new Error(`ended with ${app.result?.code} ${app.result?.signal}\n${app.output()}`);
+  app.ended.then(() => {
+    for (const { reject } of waiting.values()) reject(ending());
   });
   app.run = (f, ...values) => {
     const hang = setTimeout(() => app.child.kill('SIGKILL'), 60000);
     return new Promise((resolve, reject) => {
       waiting.set(++last, { resolve, reject });
-      if (app.child.connected) app.child.send({ id: last, source: String(f), values });
-      else reject(new Error(`the process has ended\n${app.output()}`));
+      if (app.child.connected) app.child.send({ id: last, source: String(f), values }, () => {});
+      else reject(ending());
     }).finally(() => clearTimeout(hang));
   };
   app.log = () => app.run(() => log.splice(0));
   app.end = async () => {
-    await app.run(() => {
-      kiv.teardown();
-    });
+    await app.run(() => kiv.teardown());
     app.child.disconnect();
-    const { code, signal } = await app.ended;
-    if (code !== 0 || app.output() !== '')
-      throw new Error(`ended with ${code} ${signal}\n${app.output()}`);
+    const { code } = await app.ended;
+    if (code !== 0 || app.output() !== '') throw ending();
   };
-  const ready = setUp
-    ? app.run((inFront) => {
-        if (inFront) faults;
-        host.startLoop();
-        kiv.setupLogger((...line) => log.push(line.join(' ')));
-        kiv.init();
-      }, faulty)
-    : app.run(() => {});
-  return ready.then(() => app);
+  await app.run(setUp ? setUpThere : () => {}, faulty);
+  return app;
 }
 
-module.exports = { SANITIZED, startApp };
+module.exports = { startApp };

@@ -6,7 +6,6 @@ const { Message, MessageType, sessionBus } = require('dbus-next');
 async function connect(address) {
   const bus = sessionBus({ busAddress: address });
   await new Promise((resolve, reject) => bus.on('connect', resolve).on('error', reject));
-  bus.on('error', () => {});
   const answers = {};
   const peer = {
     calls: [],
@@ -16,34 +15,14 @@ async function connect(address) {
     answer: (more) => Object.assign(answers, more),
     emit: (path, iface, member, signature = '', body = []) =>
       bus.send(Message.newSignal(path, iface, member, signature, body)),
-    /** Resolves when the daemon has everything sent before. */
-    sync: () =>
-      bus.call(
-        new Message({
-          destination: 'org.freedesktop.DBus',
-          path: '/',
-          interface: 'org.freedesktop.DBus',
-          member: 'GetId',
-        }),
-      ),
-    hasOwner: async (name) =>
-      (
-        await bus.call(
-          new Message({
-            destination: 'org.freedesktop.DBus',
-            path: '/',
-            interface: 'org.freedesktop.DBus',
-            member: 'NameHasOwner',
-            signature: 's',
-            body: [name],
-          }),
-        )
-      ).body[0],
-    call: (destination, path, iface, member, signature = '', body = []) =>
-      bus
-        .call(new Message({ destination, path, interface: iface, member, signature, body }))
-        .then((reply) => reply.body),
-    unique: () => bus.name,
+    async call(destination, path, iface, member, signature = '', body = []) {
+      const call = { destination, path, interface: iface, member, signature, body };
+      return (await bus.call(new Message(call))).body;
+    },
+    async hasOwner(name) {
+      const DBUS = ['org.freedesktop.DBus', '/', 'org.freedesktop.DBus'];
+      return (await peer.call(...DBUS, 'NameHasOwner', 's', [name]))[0];
+    },
   };
   bus.addMethodHandler((call) => {
     if (call.type !== MessageType.METHOD_CALL || !(call.member in answers)) return false;
@@ -51,11 +30,9 @@ async function connect(address) {
     const found = answers[call.member];
     const how = typeof found === 'function' ? found(call) : found;
     if (how === 'hang') return true;
-    bus.send(
-      how.error
-        ? Message.newError(call, how.error, how.text || 'no')
-        : Message.newMethodReturn(call, how.signature || '', how.body || []),
-    );
+    const { error, text = 'no', signature = '', body = [] } = how;
+    if (error) bus.send(Message.newError(call, error, text));
+    else bus.send(Message.newMethodReturn(call, signature, body));
     return true;
   });
   return peer;

@@ -1,25 +1,21 @@
 'use strict';
 
 // Loads the module and does what the test runner says. Keep to the syntax of the oldest Node.
+const { RTLD_GLOBAL, RTLD_NOW } = require('os').constants.dlopen;
 const path = require('path');
 const vm = require('vm');
 
 delete process.env.LD_PRELOAD; // what this process starts does not want the sanitizer
-const lazy = (name, load) =>
-  Object.defineProperty(global, name, {
-    configurable: true,
-    get() {
-      Object.defineProperty(global, name, { value: load(), writable: true });
-      return global[name];
-    },
-  });
 const addon = (name) => path.join(process.env.KIV_BUILD_FOLDER, `${name}.node`);
+const lazy = (name, load) => {
+  const keep = (value) => Object.defineProperty(global, name, { value, writable: true });
+  Object.defineProperty(global, name, { configurable: true, get: () => keep(load())[name] });
+};
 lazy('kiv', () => require(addon('kiv_native')));
 lazy('internals', () => require(addon('kiv_internals')));
 // Stands in front of the libraries, so it has to be loaded before the module.
 lazy('faults', () => {
   const holder = { exports: {} };
-  const { RTLD_NOW, RTLD_GLOBAL } = require('os').constants.dlopen;
   process.dlopen(holder, addon('kiv_faults'), RTLD_NOW | RTLD_GLOBAL);
   return holder.exports;
 });
@@ -35,19 +31,15 @@ function attempt(f, ...values) {
 Object.assign(global, { attempt, log: [], require });
 
 const bytes = (key, value) =>
-  value && value.type === 'Buffer' && Array.isArray(value.data)
-    ? { base64: Buffer.from(value.data).toString('base64') }
-    : value;
-
-process.on('message', (request) => {
-  const answer = (result) => {
-    if (process.connected)
-      process.send(JSON.stringify(Object.assign({ id: request.id }, result), bytes));
-  };
-  new Promise((resolve) =>
-    resolve(vm.runInThisContext(`(${request.source})`)(...request.values)),
-  ).then(
-    (value) => answer({ value: value === undefined ? null : value }),
-    (error) => answer({ error: String((error && error.stack) || error) }),
-  );
-});
+  value && value.type === 'Buffer' ? { base64: Buffer.from(value.data).toString('base64') } : value;
+async function answer({ id, source, values }) {
+  const reply = { id };
+  try {
+    const value = await vm.runInThisContext(`(${source})`)(...values);
+    reply.value = value === undefined ? null : value;
+  } catch (error) {
+    reply.error = String((error && error.stack) || error);
+  }
+  if (process.connected) process.send(JSON.stringify(reply, bytes));
+}
+process.on('message', answer);

@@ -1,13 +1,9 @@
 'use strict';
 
-const assert = require('node:assert');
 const { until } = require('./processes');
 const { CARDINALS } = require('./x');
 
-const WHITE = 0xffffff;
-const color = (bytes, i) => bytes.readUInt32LE(i * 4) & WHITE;
-const DIMMED = Array.from({ length: 256 }, (_, value) => Math.round((value * 150) / 255));
-const dim = (c) => (DIMMED[c >> 16] << 16) | (DIMMED[(c >> 8) & 255] << 8) | DIMMED[c & 255];
+const within = (value, a, b) => Math.min(a, b) <= value && value < Math.max(a, b);
 
 /** The overlay: the application's viewable window that is larger than those of hosts here. */
 async function findOverlay(x, app, id = x.root) {
@@ -27,59 +23,49 @@ function act(x, ...steps) {
     else x.key(step);
 }
 
-/** Moves the pointer until the overlay shows its cross there, from the corner of its monitor. */
-const hover = (x, [px, py], [left, top] = [0, 0]) =>
+/** Moves the pointer until the overlay shows its cross there. */
+const hover = (x, [px, py]) =>
   until(async () => {
     act(x, [px + 1, py], [px, py], 'sync');
-    return (await x.pixel(px, top)) === WHITE && (await x.pixel(left, py)) === WHITE;
+    return (await x.pixel(px, 0)) === 0xffffff;
   }, 'the cross of the overlay');
 
 /** Asks for a selection, and in vain for another; resolves to its window, with the pointer there. */
-async function openSelection(x, app, at = [320, 240], corner = [0, 0]) {
+async function openSelection(x, app, at = [320, 240]) {
   await app.run(() => {
     global.results = [];
-    global.again = (snap) => global.results.push(snap);
-    kiv.getScreenSnapAsync(
-      'selection',
-      (snap) => global.again(snap) && global.inside && global.inside(),
-    );
-    kiv.getScreenSnapAsync('desktop', global.again);
+    const done = (snap) => global.results.push(snap) && global.inside && global.inside(done);
+    kiv.getScreenSnapAsync('selection', done);
+    kiv.getScreenSnapAsync('desktop', done);
   });
   const id = await until(() => findOverlay(x, app), 'the overlay');
   if (!at) return id;
-  await hover(x, [at[0] + 5, at[1] + 5], corner); // the first motion leaves the first cross
-  await hover(x, at, corner);
+  await hover(x, [at[0] + 5, at[1] + 5]); // the first motion leaves the first cross
+  await hover(x, at);
   return id;
 }
 
-/** [errorCode, width, height] of each call back, once there was one and the overlay has gone. */
+/** [errorCode, width, height] of each call back once the overlay has gone; 0 if the guard stays. */
 async function outcome(x, app) {
   await until(() => app.run(() => global.results.length), 'the end of a selection');
   await until(async () => !(await findOverlay(x, app)), 'no overlay');
-  const [free, ...calls] = await app.run(() => {
-    const seen = [];
-    kiv.getScreenSnapAsync('display', () => seen.push('free'));
-    return seen.concat(global.results.map((one) => [one.errorCode, one.width, one.height]));
+  return app.run(() => {
+    const free = [];
+    kiv.getScreenSnapAsync('display', (snap) => free.push(snap));
+    return free.length && global.results.map((one) => [one.errorCode, one.width, one.height]);
   });
-  assert.strictEqual(free, 'free', 'the guard is taken after the end');
-  return calls;
 }
 
-/**
- * Pixels in which a screen is not what the overlay has to show: the picture inside the rectangle,
- * dimmed outside, the cross's row and column dashed (one that shrinks may wipe dashes away).
- */
-function wrongPixels(shown, picture, stride, [cx, cy], [left, top, width, height], shrunk) {
-  let wrong = 0;
-  for (let i = 0; i < picture.length / 4; ++i) {
-    const [column, row, is] = [i % stride, Math.floor(i / stride), color(shown, i)];
-    const inside = column >= left && column < left + width && row >= top && row < top + height;
-    const dashed = (column === cx && row % 8 < 4) || (row === cy && column % 8 < 4);
-    const wanted = inside ? color(picture, i) : dim(color(picture, i));
-    if (is !== (dashed && !inside ? WHITE : wanted) && !(shrunk && dashed && is === wanted))
-      wrong++;
+/** Whether a screen is the picture between two points, dimmed elsewhere, with the cross at `b`. */
+function showsRectangle(shown, { picture, area }, [ax, ay], [bx, by]) {
+  for (let i = 0; i < picture.length; ++i) {
+    const [column, row] = [(i >> 2) % area.width, Math.floor(i / 4 / area.width)];
+    const inside = within(column, ax, bx) && within(row, ay, by);
+    const dashed = (column === bx && row % 8 < 4) || (row === by && column % 8 < 4);
+    const outside = dashed ? 255 : Math.round((picture[i] * 150) / 255);
+    if (i % 4 < 3 && shown[i] !== (inside ? picture[i] : outside)) return false;
   }
-  return wrong;
+  return true;
 }
 
-module.exports = { act, color, hover, openSelection, outcome, wrongPixels };
+module.exports = { act, hover, openSelection, outcome, showsRectangle };

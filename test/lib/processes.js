@@ -1,10 +1,11 @@
 'use strict';
 
-const { spawn } = require('child_process');
+const { spawn, spawnSync } = require('child_process');
 const { once } = require('events');
 const fs = require('fs');
 const os = require('os');
 const path = require('path');
+const { setTimeout: sleep } = require('timers/promises');
 
 const ROOT = path.join(__dirname, '../..');
 const NODE = process.env.KIV_NODE || process.execPath;
@@ -15,44 +16,31 @@ const ENV = { PATH: process.env.PATH, LANG: 'C.UTF-8' };
 
 /** Polls until `condition` gives something. The limit is that of a hang, not of a slow machine. */
 async function until(condition, what = String(condition), limit = 60000) {
-  for (const end = Date.now() + limit; ; ) {
+  for (const end = Date.now() + limit; Date.now() < end; await sleep(10)) {
     const value = await condition();
     if (value) return value;
-    if (Date.now() > end) throw new Error(`waited in vain: ${what}`);
-    await new Promise((resolve) => setTimeout(resolve, 10));
   }
+  throw new Error(`waited in vain: ${what}`);
 }
 
-const running = new Set();
-const folders = [];
-
 /**
- * Starts a process that ends with this one. `stdout`, `stderr` and `text[fd]` collect its output;
- * `ended` resolves to { code, signal } once it has ended and its output is complete.
+ * Starts a process that ends with this one. `text[fd]` collects what it writes; `ended` resolves to
+ * { code, signal } once all of that is there.
  */
-function start(command, args = [], { env = ENV, cwd, stdio = ['pipe', 'pipe', 'pipe'] } = {}) {
+function start(command, args = [], { env = ENV, cwd, stdio = 'pipe' } = {}) {
   const child = spawn('setpriv', ['--pdeathsig', 'KILL', command, ...args], { env, cwd, stdio });
-  const started = { child, pid: child.pid, text: {}, result: null };
-  running.add(started);
-  const read = child.stdio.map((stream, fd) => {
-    started.text[fd] = '';
-    stream?.on?.('error', () => {});
-    if (fd === 0 || !stream?.setEncoding) return null;
-    stream.setEncoding('utf8').on('data', (piece) => {
-      started.text[fd] += piece;
-    });
-    return once(stream, 'close');
+  const started = { child, pid: child.pid, text: { 1: '', 2: '', 3: '' }, result: null };
+  const read = child.stdio.slice(1).map((stream, i) => {
+    stream?.setEncoding('utf8').on('data', (piece) => (started.text[i + 1] += piece));
+    return stream && once(stream, 'close');
   });
-  started.ended = new Promise((resolve) => {
-    child.on('error', (error) => resolve({ code: 127, signal: error.message }));
-    // "close" does not come once the channel between the two was closed from here.
-    child.on('exit', (code, signal) => Promise.all(read).then(() => resolve({ code, signal })));
-  }).then((result) => {
-    running.delete(started);
-    started.result = result;
-    return result;
+  // "close" does not come once the channel between the two was closed from here.
+  started.ended = once(child, 'exit').then(async ([code, signal]) => {
+    await Promise.all(read);
+    started.result = { code, signal };
+    return started.result;
   });
-  started.output = () => `${started.text[1]}${started.text[2]}`;
+  started.output = () => started.text[1] + started.text[2];
   started.stop = async (patience = 5000) => {
     child.kill('SIGTERM');
     const timer = setTimeout(() => child.kill('SIGKILL'), patience);
@@ -63,16 +51,18 @@ function start(command, args = [], { env = ENV, cwd, stdio = ['pipe', 'pipe', 'p
   started.ready = (condition, what) =>
     until(() => {
       if (!started.result) return condition();
-      throw new Error(
-        `${command} ended with ${JSON.stringify(started.result)}\n${started.output()}`,
-      );
-    }, what).catch(async (error) => {
+      throw new Error(`${command} ended with ${JSON.stringify(started.result)}`);
+    }, what).catch(async ({ message }) => {
       await started.stop();
-      throw new Error(`${error.message}\n${started.output()}`);
+      throw new Error(`${message}\n${started.output()}`);
     });
   return started;
 }
 
+const folders = [];
+process.on('exit', () => {
+  for (const folder of folders) fs.rmSync(folder, { recursive: true, force: true });
+});
 /** A folder that goes with this process. */
 function temporaryFolder() {
   const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'kiv-'));
@@ -82,19 +72,9 @@ function temporaryFolder() {
 
 /** For a test's `skip`: why it cannot run here, or false. On a build server that is a failure. */
 function lacking(...tools) {
-  const there = (tool) =>
-    (tool.includes('/')
-      ? [tool]
-      : ENV.PATH.split(':').map((folder) => path.join(folder, tool))
-    ).some(fs.existsSync);
-  const missing = tools.filter((tool) => !there(tool));
+  const missing = tools.filter((tool) => spawnSync('which', [tool]).status !== 0);
   if (missing.length > 0 && CI) throw new Error(`not installed: ${missing}`);
   return missing.length > 0 && `not installed: ${missing}`;
 }
-
-process.on('exit', () => {
-  for (const { child } of running) child.kill('SIGKILL');
-  for (const folder of folders) fs.rmSync(folder, { recursive: true, force: true });
-});
 
 module.exports = { BUILD, CI, ENV, NODE, ROOT, lacking, start, temporaryFolder, until };

@@ -5,129 +5,74 @@ const fs = require('fs');
 const path = require('path');
 const { after, before } = require('node:test');
 const { startApp } = require('./app');
-const { connect } = require('./bus');
 const { ENV, start, temporaryFolder, until } = require('./processes');
 
-// Late, for those who do without the person and thus without its library.
-const openDisplay = (display) => require('./x').openDisplay(display);
-const SERVER = ['-displayfd', '3', '-nolisten', 'tcp', '-noreset', '-ac'];
+const SERVER = '-displayfd 3 -nolisten tcp -noreset -ac'.split(' ');
 // Where there is a set-uid wrapper, it refuses whoever does not sit at the console.
 const XORG = ['/usr/lib/xorg/Xorg', '/usr/bin/Xorg'].find((file) => fs.existsSync(file)) || 'Xorg';
+const XORG_CONF = `
+Section "ServerFlags" Option "AutoAddDevices" "false" Option "AutoAddGPU" "false" EndSection
+Section "Device" Identifier "card" Driver "dummy" VideoRam 256000 EndSection
+`;
 
 async function startServer(command, args) {
-  const server = start(command, [...SERVER, ...args], {
-    stdio: ['ignore', 'pipe', 'pipe', 'pipe'],
-  });
+  const server = start(command, [...SERVER, ...args], { stdio: Array(4).fill('pipe') });
   const [, number] = await server.ready(() => /^(\d+)\n/.exec(server.text[3]), 'a display');
   return { ...server, display: `:${number}` };
 }
 
 /** An X server in memory; `screens` are its sizes. */
-const startXvfb = (screens = ['1280x800'], more = []) =>
-  startServer('Xvfb', [
-    ...screens.flatMap((size, i) => ['-screen', String(i), `${size}x24`]),
-    ...more,
-  ]);
+function startXvfb(screens = ['1280x800']) {
+  const sizes = screens.map((size, i) => `-screen ${i} ${size}x24`);
+  return startServer('Xvfb', sizes.join(' ').split(' '));
+}
 
-const section = (name, ...lines) => `Section "${name}"\n${lines.join('\n')}\nEndSection\n`;
-
-/** An X server with several monitors, which Xvfb cannot show; `layOut` changes them. */
+/** An X server with one or two monitors, which Xvfb cannot show; `layOut` changes them. */
 async function startXorg(monitors) {
   const folder = temporaryFolder();
-  const names = monitors.map((_, i) => `Monitor-DUMMY${i}`);
-  fs.writeFileSync(
-    path.join(folder, 'xorg.conf'),
-    [
-      section('ServerFlags', 'Option "AutoAddDevices" "false"', 'Option "AutoAddGPU" "false"'),
-      ...names.map((name) =>
-        section('Monitor', `Identifier "${name}"`, 'HorizSync 1-2000', 'VertRefresh 1-1000'),
-      ),
-      section(
-        'Device',
-        'Identifier "card"',
-        'Driver "dummy"',
-        'VideoRam 256000',
-        ...names.map((name) => `Option "${name}" "${name}"`),
-      ),
-      section(
-        'Screen',
-        'Identifier "screen"',
-        'Device "card"',
-        'DefaultDepth 24',
-        'SubSection "Display"',
-        'Virtual 3840 2160',
-        'EndSubSection',
-      ),
-    ].join(''),
-  );
-  const server = await startServer(XORG, [
-    '-config',
-    path.join(folder, 'xorg.conf'),
-    '-configdir',
-    folder,
-    '-logfile',
-    path.join(folder, 'log'),
-    '-novtswitch',
-  ]);
-  const xrandr = (...args) =>
-    execFileSync('xrandr', args, { env: { ...ENV, DISPLAY: server.display }, encoding: 'utf8' });
-  const outputs = xrandr().match(/^DUMMY\d+/gm);
-  const layOut = (wanted) => {
-    xrandr(
-      ...outputs.flatMap((output, i) => {
-        if (!wanted[i]) return ['--output', output, '--off'];
-        const { width, height, x = 0, y = 0 } = wanted[i];
-        const mode = `${width}x${height}_kiv`;
-        if (!xrandr().includes(mode)) {
-          // Means nothing without hardware, but has to be plausible.
-          xrandr(
-            '--newmode',
-            mode,
-            String((width * height * 60) / 1e6),
-            ...[width, width + 8, width + 40, width + 80].map(String),
-            ...[height, height + 3, height + 8, height + 16].map(String),
-          );
-        }
-        xrandr('--addmode', output, mode);
-        return ['--output', output, '--mode', mode, '--pos', `${x}x${y}`];
-      }),
-    );
+  const [config, log] = ['xorg.conf', 'log'].map((name) => path.join(folder, name));
+  fs.writeFileSync(config, XORG_CONF);
+  const files = ['-config', config, '-configdir', folder, '-logfile', log];
+  const server = await startServer(XORG, [...files, '-novtswitch']);
+  const xrandr = (...args) => execFileSync('xrandr', ['-display', server.display, ...args]);
+  server.layOut = (wanted) => {
+    const places = ['DUMMY0', 'DUMMY1'].flatMap((output, i) => {
+      if (!wanted[i]) return ['--output', output, '--off'];
+      const { width, height, x = 0, y = 0 } = wanted[i];
+      const mode = `${width}x${height}`;
+      xrandr('--addmode', output, mode);
+      return ['--output', output, '--mode', mode, '--pos', `${x}x${y}`];
+    });
+    xrandr(...places);
     xrandr(); // the server looks again: clients may ask for what it knows
   };
-  layOut(monitors);
-  return { ...server, layOut };
+  server.layOut(monitors);
+  return server;
 }
 
 /** A message bus of its own, without service folders: nothing of the machine is started. */
 async function startBus(address = `unix:path=${temporaryFolder()}/bus`) {
   const file = address.replace('unix:path=', '');
   fs.rmSync(file, { force: true });
-  fs.writeFileSync(
-    `${file}.conf`,
-    `<busconfig><type>session</type><listen>${address}</listen><auth>EXTERNAL</auth>
-    <policy context="default"><allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/><allow own="*"/></policy></busconfig>`,
-  );
-  const daemon = start('dbus-daemon', [
-    `--config-file=${file}.conf`,
-    '--nofork',
-    '--nopidfile',
-    '--print-address',
-  ]);
+  const config = `<busconfig><type>session</type><listen>${address}</listen>
+    <policy context="default"><allow own="*"/>
+    <allow send_destination="*"/><allow receive_sender="*"/></policy></busconfig>`;
+  fs.writeFileSync(`${file}.conf`, config);
+  const daemon = start('dbus-daemon', [`--config-file=${file}.conf`, '--print-address']);
   await daemon.ready(() => daemon.text[1].includes('\n'), 'a bus');
   return { ...daemon, address };
 }
 
-// A window mapped while the window manager starts may be missed.
 async function startWindowManager(env, name) {
   const manager = start(name, [], { env });
-  const x = await openDisplay(env.DISPLAY);
+  const x = await require('./x').openDisplay(env.DISPLAY);
+  // A window mapped while the window manager starts may be missed.
   await manager.ready(async () => {
-    const id = x.createWindow({ width: 20, height: 20 });
+    const id = x.createWindow();
     x.map(id);
-    const managed = () => x.getProperty(id, 'WM_STATE').then((state) => state.length > 0);
-    const seen = await until(managed, '', 300).catch(() => false);
-    x.destroy(id);
-    return seen;
+    const managed = async () => (await x.getProperty(id, 'WM_STATE')).length;
+    const seen = until(managed, '', 300).catch(() => 0);
+    return seen.finally(() => x.destroy(id));
   }, 'a window that is managed');
   await until(async () => !(await x.getProperty(x.root, '_NET_CLIENT_LIST')).length, 'no windows');
   x.close();
@@ -135,16 +80,8 @@ async function startWindowManager(env, name) {
 }
 
 /** A desktop of its own. What is pushed to `stops` ends with it, first. */
-async function startSession({
-  screens,
-  monitors,
-  serverArgs,
-  display = true,
-  bus = true,
-  person = true,
-  wm,
-  env: more,
-} = {}) {
+async function startSession(options = {}) {
+  const { screens, monitors, wm, display = true, bus = true, person = true } = options;
   const folder = temporaryFolder();
   const inside = (name) => path.join(folder, name);
   for (const name of ['home', 'tmp', 'run']) fs.mkdirSync(inside(name), { mode: 0o700 });
@@ -160,37 +97,28 @@ async function startSession({
     // Without an address GLib would look for the machine's own.
     DBUS_SESSION_BUS_ADDRESS: 'unix:path=/nonexistent',
     DBUS_SYSTEM_BUS_ADDRESS: 'unix:path=/nonexistent',
-    ...more,
+    ...options.env,
   };
-  const stops = [];
-  const session = {
-    env,
-    folder,
-    inside,
-    stops,
-    stop: async () => {
-      while (stops.length > 0) await stops.pop()();
-    },
+  const session = { env, folder, inside, stops: [] };
+  session.stop = async () => {
+    while (session.stops.length > 0) await session.stops.pop()();
   };
-  const add = (started) => {
-    stops.push(started.stop);
-    return started;
+  const add = (name, started) => {
+    session[name] = started;
+    session.stops.push(started.stop || started.close);
   };
   if (display) {
-    session.server = add(await (monitors ? startXorg(monitors) : startXvfb(screens, serverArgs)));
+    add('server', await (monitors ? startXorg(monitors) : startXvfb(screens)));
     env.DISPLAY = session.server.display;
   }
   if (bus) {
-    session.bus = add(await startBus());
+    add('bus', await startBus());
     env.DBUS_SESSION_BUS_ADDRESS = session.bus.address;
-    session.peer = await connect(session.bus.address);
-    stops.push(async () => session.peer.close());
   }
-  if (display && wm) session.wm = add(await startWindowManager(env, wm));
-  if (display && person) {
-    session.x = await openDisplay(env.DISPLAY);
-    stops.push(async () => session.x.close());
-  }
+  if (wm) add('wm', await startWindowManager(env, wm));
+  if (!person) return session; // who does without these and their libraries
+  if (bus) add('peer', await require('./bus').connect(session.bus.address));
+  if (display) add('x', await require('./x').openDisplay(env.DISPLAY));
   return session;
 }
 
@@ -210,23 +138,12 @@ async function startServed(options, prepare, attempts = 3) {
   }
 }
 
-/**
- * One session for a file or a describe block. `app(options)` starts an application that is set up;
- * `withApp(f, options)` calls `f` with one and ends it in order.
- */
+/** One session for a file or block; `app` starts an application, `withApp` ends it in order, too. */
 function useSession(options, starter = startSession) {
   const use = {};
   before(async () => Object.assign(use, await starter(options)));
-  const apps = [];
-  after(async () => {
-    for (const app of apps) await app.stop();
-    await use.stop?.();
-  });
-  use.app = async (more) => {
-    const app = await startApp(use, more);
-    apps.push(app);
-    return app;
-  };
+  after(() => use.stop?.());
+  use.app = (more) => startApp(use, more);
   use.withApp = async (f, more) => {
     const app = await use.app(more);
     try {

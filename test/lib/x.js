@@ -1,5 +1,6 @@
 'use strict';
 
+const { promisify } = require('util');
 const x11 = require('x11');
 const { until } = require('./processes');
 
@@ -8,45 +9,29 @@ const ESCAPE = 9;
 
 /** A client of an X server: windows, properties, pictures, and the person's hands. */
 async function openDisplay(display) {
-  const { client: X, screen } = await new Promise((resolve, reject) => {
-    x11.createClient({ display }, (error, opened) => (error ? reject(error) : resolve(opened)));
-  }).then((opened) => ({ client: opened.client, screen: opened.screen }));
+  const { client: X, screen } = await promisify(x11.createClient)({ display });
   X.atoms = { ...X.atoms }; // the library would keep one server's for the next
   X.on('error', () => {}); // windows of others die at any time
-  const ask = (request, ...args) =>
-    new Promise((resolve, reject) => {
-      X[request](...args, (error, value) => (error ? reject(error) : resolve(value)));
-    });
-  const extension = (name) =>
-    new Promise((resolve, reject) => {
-      X.require(name, (error, value) => (error ? reject(error) : resolve(value)));
-    });
-  const test = await extension('xtest');
+  const ask = (request, ...args) => promisify(X[request]).apply(X, args);
+  const [test, res] = [await ask('require', 'xtest'), await ask('require', 'res')];
   const { root } = screen[0];
-  const screens = screen.map((one) => one.root);
   const atom = (name) => ask('InternAtom', false, name);
-  const fake = (type, detail, x = 0, y = 0) => test.FakeInput(type, detail, 0, root, x, y);
+  const fake = (type, detail, left = 0, y = 0) => test.FakeInput(type, detail, 0, root, left, y);
+  const send = async (to, mask, wid, type, ...data) => {
+    const event = { type: 33, format: 32, wid, message_type: await atom(type), data };
+    X.SendEvent(to, false, mask, event);
+    return x.sync();
+  };
   const x = {
     root,
-    screens,
-    atom,
     sync: () => ask('GetInputFocus'),
     close: () => X.terminate(),
-    createWindow({
-      x: left = 0,
-      y = 0,
-      width = 300,
-      height = 200,
-      color = 0x336699,
-      override = false,
-      screen: i = 0,
-    } = {}) {
+    createWindow(options = {}) {
+      const { x: left = 0, y = 0, width = 300, height = 200 } = options;
+      const { color = 0x336699, override = false } = options;
       const id = X.AllocID();
-      X.CreateWindow(id, screens[i], left, y, width, height, 0, 0, 1, 0, {
-        backgroundPixel: color,
-        overrideRedirect: override,
-        eventMask: 0,
-      });
+      const values = { backgroundPixel: color, overrideRedirect: override };
+      X.CreateWindow(id, root, left, y, width, height, 0, 0, 1, 0, values);
       return id;
     },
     map: (id) => X.MapWindow(id),
@@ -58,14 +43,8 @@ async function openDisplay(display) {
       const data = Buffer.from(value);
       const [property, kind] = [await atom(name), await atom(type)];
       for (let at = 0; at === 0 || at < data.length; at += 200000) {
-        X.ChangeProperty(
-          at === 0 ? 0 : 2,
-          id,
-          property,
-          kind,
-          format,
-          data.subarray(at, at + 200000),
-        );
+        const piece = data.subarray(at, at + 200000);
+        X.ChangeProperty(at === 0 ? 0 : 2, id, property, kind, format, piece);
       }
       return x.sync();
     },
@@ -76,25 +55,9 @@ async function openDisplay(display) {
     /** The bytes; empty when there is none. */
     getProperty: async (id, name) =>
       (await ask('GetProperty', 0, id, await atom(name), 0, 0, 1000000)).data,
-    async message(id, type, ...data) {
-      const event = Buffer.alloc(32);
-      event.set([33, 32]);
-      event.writeUInt32LE(id, 4);
-      event.writeUInt32LE(await atom(type), 8);
-      for (const [i, value] of data.entries()) event.writeUInt32LE(value, 12 + 4 * i);
-      return event;
-    },
-    async activate(id) {
-      const event = await x.message(id, '_NET_ACTIVE_WINDOW', 2);
-      X.SendEvent(root, false, 0x180000, event);
-      return x.sync();
-    },
+    activate: (id) => send(root, 0x180000, id, '_NET_ACTIVE_WINDOW', 2),
     /** As a window manager does. */
-    async closeWindow(id) {
-      const event = await x.message(id, 'WM_PROTOCOLS', await atom('WM_DELETE_WINDOW'));
-      X.SendEvent(id, false, 0, event);
-      return x.sync();
-    },
+    closeWindow: async (id) => send(id, 0, id, 'WM_PROTOCOLS', await atom('WM_DELETE_WINDOW')),
     /** A managed window with the focus. */
     async activeWindow({ title, pid, ...rest } = {}) {
       const id = x.createWindow({ x: 50, y: 50, ...rest });
@@ -113,41 +76,29 @@ async function openDisplay(display) {
       }, 'an active window');
       return id;
     },
-    geometry: async (id) => {
+    async geometry(id) {
       const { width, height } = await ask('GetGeometry', id);
-      const { destX, destY } = await ask('TranslateCoordinates', id, root, 0, 0);
-      return { x: destX, y: destY, width, height };
+      const at = await ask('TranslateCoordinates', id, root, 0, 0);
+      return { x: at.destX, y: at.destY, width, height };
     },
     parent: async (id) => (await ask('QueryTree', id)).parent,
     children: async (id) => (await ask('QueryTree', id)).children,
     viewable: async (id) => (await ask('GetWindowAttributes', id)).mapState === 2,
     focused: async () => (await ask('GetInputFocus')).focus,
     /** BGRX pixels of the screen. */
-    image: async (left, y, width, height) =>
-      (await ask('GetImage', 2, root, left, y, width, height, 0xffffffff)).data.subarray(
-        0,
-        width * height * 4,
-      ),
+    async image(left, y, width, height) {
+      const { data } = await ask('GetImage', 2, root, left, y, width, height, 0xffffffff);
+      return data.subarray(0, width * height * 4);
+    },
     /** 0xrrggbb of one pixel of the screen. */
     pixel: async (left, y) => (await x.image(left, y, 1, 1)).readUInt32LE(0) & 0xffffff,
     draw(id, width, height, data) {
       const gc = X.AllocID();
       X.CreateGC(gc, id, {});
-      const rows = Math.floor(200000 / (width * 4));
-      for (let row = 0; row < height; row += rows) {
-        const count = Math.min(rows, height - row);
-        X.PutImage(
-          2,
-          id,
-          gc,
-          width,
-          count,
-          0,
-          row,
-          0,
-          24,
-          data.subarray(row * width * 4, (row + count) * width * 4),
-        );
+      // A request holds no large picture.
+      for (let row = 0; row < height; row += 500) {
+        const piece = data.subarray(row * width * 4, (row + 500) * width * 4);
+        X.PutImage(2, id, gc, width, piece.length / width / 4, 0, row, 0, 24, piece);
       }
       X.FreeGC(gc);
     },
@@ -172,26 +123,13 @@ async function openDisplay(display) {
       fake(test.KeyRelease, code);
     },
     /** All clients of the server, as resources() takes them. */
-    async clients() {
-      const res = await extension('res');
-      const found = await new Promise((resolve, reject) => {
-        res.QueryClients((error, value) => (error ? reject(error) : resolve(value)));
-      });
-      return found.map((client) => client.resourceBase);
-    },
+    clients: async () => (await promisify(res.QueryClients)()).map((client) => client.resourceBase),
     /** Number of resources of each kind that a window's client holds on the server. */
     async resources(id) {
-      const res = await extension('res');
-      const types = await new Promise((resolve, reject) => {
-        res.QueryClientResources(id, (error, value) => (error ? reject(error) : resolve(value)));
-      });
-      const named = await Promise.all(
-        types.map(async ({ resourceType, count }) => [
-          await ask('GetAtomName', resourceType),
-          count,
-        ]),
-      );
-      return Object.fromEntries(named);
+      const counts = {};
+      for (const { resourceType, count } of await promisify(res.QueryClientResources)(id))
+        counts[await ask('GetAtomName', resourceType)] = count;
+      return counts;
     },
   };
   return x;

@@ -20,7 +20,6 @@ kiv::DesktopSessionAgent& kiv::Agent() { return agent; }
 
 namespace {
 
-Display* display = nullptr;
 std::weak_ptr<kiv::DbusScreenshot> selecting;
 
 // selectArea(function): starts a selection as an accepted request does; nobody but the request
@@ -55,26 +54,23 @@ void ActiveTask(const CallInfo& info) {
   info.GetReturnValue().Set(kiv::ToJsString(task.title + task.process));
 }
 
-// The helpers on a connection of their own; xOpen(name) comes first.
-void Open(const CallInfo& info) { display = XOpenDisplay(*Nan::Utf8String(info[0])); }
+Display* OwnDisplay() {
+  static Display* const display = XOpenDisplay(nullptr);
+  return display;
+}
 
+// xProperty(window, name): the items, each in as many bytes as its format has.
 void Property(const CallInfo& info) {
-  unsigned long count = 0;
-  int format = 0;
   const auto window = static_cast<Window>(Nan::To<int64_t>(info[0]).FromJust());
-  auto items = tools_x11::get_property(display, window, *Nan::Utf8String(info[1]), &count, &format);
+  auto items = tools_x11::get_property(OwnDisplay(), window, *Nan::Utf8String(info[1]));
   auto* bytes = reinterpret_cast<char*>(items.data());
-  const auto result = Nan::New<v8::Object>();
-  kiv::SetKey(result, "items", Nan::CopyBuffer(bytes, items.size()).ToLocalChecked());
-  kiv::SetKey(result, "count", static_cast<double>(count));
-  kiv::SetKey(result, "format", format);
-  info.GetReturnValue().Set(result);
+  info.GetReturnValue().Set(Nan::CopyBuffer(bytes, items.size()).ToLocalChecked());
 }
 
 void TopLevel(const CallInfo& info) {
   kiv::DesktopSessionData data;
-  const kiv::XErrorGuard guard(display);
-  const Window window = tools_x11::find_top_level_active_window(display, &data);
+  const kiv::XErrorGuard guard(OwnDisplay());
+  const Window window = tools_x11::find_top_level_active_window(OwnDisplay(), &data);
   const auto result = Nan::New<v8::Object>();
   kiv::SetKey(result, "window", static_cast<double>(window));
   kiv::SetKey(result, "title", data.snap.activeWindowTitle);
@@ -99,7 +95,6 @@ void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void*
   Nan::SetMethod(exports, "setupLogger", SetLogger);
   Nan::SetMethod(exports, "script", Script);
   Nan::SetMethod(exports, "activeTask", ActiveTask);
-  Nan::SetMethod(exports, "xOpen", Open);
   Nan::SetMethod(exports, "xProperty", Property);
   Nan::SetMethod(exports, "xTopLevel", TopLevel);
   Nan::SetMethod(exports, "unrefHandles", UnrefHandles);
