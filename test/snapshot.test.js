@@ -26,9 +26,9 @@ const LIMITS = [
 const shared = useSession({ screens: LIMITS.map(([screen]) => screen) });
 const inApp = (title, options, f) => test(title, () => shared.withApp(f, options));
 
-const skip = lacking('identify');
 const FORMAT = ['-format', '%wx%h %Q', '-'];
 const identify = (input) => `${execFileSync('identify', FORMAT, { input })}`;
+const skip = lacking('identify');
 for (const [i, [screen, limited, quality]] of LIMITS.entries()) {
   test(`the size limit makes ${limited} of ${screen}`, { skip }, async () => {
     const env = { DISPLAY: `${shared.env.DISPLAY}.${i}` };
