@@ -12,11 +12,8 @@ PACKAGES_DISPLAY=(xvfb:@Xvfb openbox:@openbox xdotool:@xdotool dbus:@dbus-daemon
 # What the tests want beside those. Desktops come and go with releases.
 PACKAGES_TEST=(xserver-xorg-core:@Xorg
   xserver-xorg-video-dummy:/usr/lib/xorg/modules/drivers/dummy_drv.so
-  x11-xserver-utils:@xrandr metacity:@metacity xfwm4:@xfwm4 mutter:@mutter
-  gnome-shell:@gnome-shell gjs:@gjs xwayland:@Xwayland
-  kwin-wayland:/usr/bin/kwin_wayland qtwayland5 libkf5service-bin:@kbuildsycoca5
-  cinnamon-screensaver:@cinnamon-screensaver cinnamon-common gir1.2-cvc-1.0 gir1.2-caribou-1.0
-  dwm:@dwm procps:@ps util-linux:@unshare bubblewrap:@bwrap imagemagick:@identify)
+  x11-xserver-utils:@xrandr metacity:@metacity gnome-shell:@gnome-shell xwayland:@Xwayland
+  kwin-wayland:/usr/bin/kwin_wayland procps:@ps bubblewrap:@bwrap imagemagick:@identify)
 # Brings a display manager, which has no business on a developer's machine.
 PACKAGES_CI=(light-locker:@light-locker)
 PACKAGES_LINT=(clang-format:@clang-format clang-tidy:@clang-tidy shellcheck:@shellcheck)
