@@ -94,15 +94,6 @@ for (const [what, written, hash] of [
   });
 }
 
-const failure = 'an encoder that fails without a word is told, and gives what there is';
-inApp(failure, { faulty: true }, async (app) => {
-  await app.run(() => faults.failSave(true));
-  const { data, dataThumbnail } = await snap(app, 'desktop');
-  assert.deepStrictEqual([`${data}`, dataThumbnail.length], ['partial', 0]);
-  const line = /error Fetch image error:\d+:Not enough memory for the encoded picture/;
-  assert.match(String(await app.log()), line);
-});
-
 const completions = 'asynchronous ones call back once, in order, and throw what that throws';
 inApp(completions, {}, async (app) => {
   const seen = await app.run(() => {

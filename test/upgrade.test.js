@@ -101,7 +101,6 @@ case $name in
   date) echo -n x >>/tmp/clock; read -r clock </tmp/clock; echo \${#clock}00 ;;
   sleep) pause 0.05 ;;
   pkexec) "$@" ;;
-  gksu | beesu) eval "\${!#}" ;;
   konsole) shift; "$@" ;;
 esac
 `;
@@ -112,12 +111,9 @@ const FAILED = 'notify-send brenik-updater: There was an error. For more informa
 // Package; tools that are there; those that fail; calls.
 const BRANCHES = [
   'deb; pkexec gksu xterm; ; pkexec, dpkg -i FILE, brenik',
-  'deb; gksu; ; gksu, dpkg -i FILE, brenik',
-  'deb; ; ; notify-send brenik-updater: no terminal emulator found',
   `deb; pkexec; sudo apt-get; pkexec, dpkg -i FILE, apt-get install -f -y, ${FAILED}, brenik`,
   `deb; gnome-terminal; ; gnome-terminal -x, ${'sleep 2, '.repeat(6)}brenik`,
   `rpm; pkexec zypper dnf; ; pkexec, ${ZYPPER}, brenik`,
-  `rpm; beesu kdesu dnf; ; beesu -c, ${DNF}, brenik`,
   `rpm; konsole xterm dnf; ; konsole -e, ${DNF}, brenik`,
   `rpm; pkexec dnf; sudo; pkexec, ${DNF}, ${FAILED}, brenik`,
 ];

@@ -42,8 +42,7 @@ void Signals(const kiv::CallInfo& info) {
   const kiv::GVariantPtr raw(g_variant_ref_sink(g_variant_new_from_data(
       G_VARIANT_TYPE(type.c_str()), data.data(), data.size(), FALSE, nullptr, nullptr)));
   const kiv::GVariantPtr body(g_variant_get_normal_form(raw.get()));
-  const bool readable = type[1] == 'b' || type[1] == 's';
-  g_assert(!kiv::ReadLockSignal(name, body.get()) || readable);
+  kiv::ReadLockSignal(name, body.get());
 }
 
 void Properties(const kiv::CallInfo& info) {

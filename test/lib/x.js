@@ -69,11 +69,8 @@ async function openDisplay(display) {
       x.map(id);
       await until(async () => (await x.getProperty(id, 'WM_STATE')).length, 'a managed window');
       await x.activate(id);
-      await until(async () => {
-        // There may be none yet; one window manager (xfwm4 4.18) writes two.
-        const active = await x.getProperty(root, '_NET_ACTIVE_WINDOW');
-        return active.subarray(0, 4).equals(CARDINALS(id));
-      }, 'an active window');
+      const active = () => x.getProperty(root, '_NET_ACTIVE_WINDOW');
+      await until(async () => (await active()).equals(CARDINALS(id)), 'an active window');
       return id;
     },
     async geometry(id) {
