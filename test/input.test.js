@@ -29,7 +29,6 @@ test('keys and buttons count once when pressed, on two screens, too; bursts of t
       ['keys', (x) => act(x, 38, 38, 39), 3, 0],
       ['left, middle, right and right again', () => click(1, 2, 3, 3), 0, 4],
       ['a burst of the wheel', () => click(4, 5, 4, 5), 0, 1],
-      ['the horizontal wheel', () => click(6, 7, 6), 0, 3],
       // A burst lasts as long as each click follows the last by less than a second.
       ['600 ms later', () => wait(600).then(() => click(4)), 0, 0],
       ['600 ms after that', () => wait(600).then(() => click(4)), 0, 0],

@@ -114,7 +114,6 @@ const BRANCHES = [
   `deb; pkexec; sudo apt-get; pkexec, dpkg -i FILE, apt-get install -f -y, ${FAILED}, brenik`,
   `deb; gnome-terminal; ; gnome-terminal -x, ${'sleep 2, '.repeat(6)}brenik`,
   `rpm; pkexec zypper dnf; ; pkexec, ${ZYPPER}, brenik`,
-  `rpm; konsole xterm dnf; ; konsole -e, ${DNF}, brenik`,
   `rpm; pkexec dnf; sudo; pkexec, ${DNF}, ${FAILED}, brenik`,
 ];
 

@@ -3,7 +3,7 @@
 const { execFileSync } = require('child_process');
 const fs = require('fs');
 const path = require('path');
-const { BUILD, ENV, NODE, ROOT, start } = require('./processes');
+const { BUILD, ENV, NODE, PATIENCE, ROOT, start } = require('./processes');
 
 function sanitizerEnv(leaks) {
   const library = execFileSync('g++', ['-print-file-name=libasan.so'], { encoding: 'utf8' }).trim();
@@ -54,7 +54,7 @@ async function startApp(session, options = {}) {
     for (const { reject } of waiting.values()) reject(ending());
   });
   app.run = (f, ...values) => {
-    const hang = setTimeout(() => app.child.kill('SIGKILL'), 60000);
+    const hang = setTimeout(() => app.child.kill('SIGKILL'), PATIENCE);
     return new Promise((resolve, reject) => {
       waiting.set(++last, { resolve, reject });
       if (app.child.connected) app.child.send({ id: last, source: String(f), values }, () => {});

@@ -14,8 +14,11 @@ const CI = Boolean(process.env.CI || process.env.KIV_CI);
 /** What every process gets: nothing of the user's session. */
 const ENV = { PATH: process.env.PATH, LANG: 'C.UTF-8' };
 
-/** Polls until `condition` gives something. The limit is that of a hang, not of a slow machine. */
-async function until(condition, what = String(condition), limit = 60000) {
+// The limit of a hang, not of a slow machine.
+const PATIENCE = Number(process.env.KIV_PATIENCE || 60000);
+
+/** Polls until `condition` gives something. */
+async function until(condition, what = String(condition), limit = PATIENCE) {
   for (const end = Date.now() + limit; Date.now() < end; await sleep(10)) {
     const value = await condition();
     if (value) return value;
@@ -77,4 +80,4 @@ function lacking(...tools) {
   return missing.length > 0 && `not installed: ${missing}`;
 }
 
-module.exports = { BUILD, CI, ENV, NODE, ROOT, lacking, start, temporaryFolder, until };
+module.exports = { BUILD, CI, ENV, NODE, PATIENCE, ROOT, lacking, start, temporaryFolder, until };
