@@ -30,7 +30,7 @@ async function fuzz(target) {
   const said = child.output();
   const end = said.match(/^(Done|MERGE-OUTER:) .*/gm);
   console.log(target, code === 0 && end ? end.pop() : `${said.slice(-5000)}${code} ${signal}`);
-  if (code !== 0) process.exitCode = 1;
+  if (code !== 0 || !end) process.exitCode = 1;
 }
 
 (positionals.length > 0 ? positionals : fs.readdirSync('fuzz/corpus')).forEach(fuzz);

@@ -3,7 +3,7 @@
 // One target in a process of its own: target.js TARGET LIBFUZZER-ARGUMENTS…
 delete process.env.LD_PRELOAD; // the sanitizer's, for this process only
 const addon = require('../.cache/fuzz/build/Release/kiv_fuzz.node');
-const { run, pictures, properties, signals, ...kiv } = addon;
+const { run, pictures, properties, ...kiv } = addon;
 
 let input;
 const next = (limit) => (input.length > 0 ? input.shift() : 0) % limit;
@@ -52,4 +52,4 @@ function calls(bytes) {
 
 process.on('uncaughtException', check);
 const [name, ...args] = process.argv.slice(2);
-run({ arguments: calls, pictures, properties, signals }[name], ['fuzz', ...args].join(' '));
+run({ arguments: calls, pictures, properties }[name], ['fuzz', ...args].join(' '));

@@ -219,7 +219,7 @@ modules_current() {
     };
     const have = read("node_modules/.package-lock.json");
     const want = Object.entries(read("package-lock.json"))
-      .filter(([name, { optional, cpu, libc }]) => name && !(omit ? optional : cpu));
+      .filter(([name, { optional, cpu }]) => name && !(omit ? optional : cpu));
     const same = ([name, { version, integrity }]) => fs.existsSync(name) && have[name] &&
       have[name].version === version && have[name].integrity === integrity;
     process.exit(want.every(same) ? 0 : 1);' "$modules_omit"

@@ -31,7 +31,6 @@ test('keys and buttons count once when pressed, on two screens, too; bursts of t
       ['a burst of the wheel', () => click(4, 5, 4, 5), 0, 1],
       // A burst lasts as long as each click follows the last by less than a second.
       ['600 ms later', () => wait(600).then(() => click(4)), 0, 0],
-      ['600 ms after that', () => wait(600).then(() => click(4)), 0, 0],
       ['1100 ms later', () => wait(1100).then(() => click(5)), 0, 1],
     ])
       assert.deepStrictEqual(await added(app, deed), expected, what);
@@ -43,7 +42,8 @@ test('counters stand still from teardown to init; idle times are in seconds, unk
     await app.run(() => kiv.teardown());
     const last = { input: -1, keyPress: -1, mouseClick: -1, mouseMove: -1 };
     assert.deepStrictEqual(await input(app), { last, keyboardActivity: 2, mouseActivity: 0 });
-    act(shared.x, 38, 38, 'sync');
+    act(shared.x, 38, 38);
+    await shared.x.sync();
     await app.run(() => kiv.init());
     assert.deepStrictEqual(await added(app, () => {}), [0, 0]);
     const start = Date.now();
@@ -51,26 +51,27 @@ test('counters stand still from teardown to init; idle times are in seconds, unk
     await until(async () => (await input(app)).last.input >= 1, 'an idle second');
     assert.ok(Date.now() - start > 900, 'a second is as long as that');
     shared.x.moveTo(60, 60);
+    await shared.x.sync();
     assert.deepStrictEqual((await input(app)).last, { ...last, input: 0 });
   }));
 
 // What a round trip reads into Xlib's queue leaves the descriptor silent, and so does a look.
 for (const question of ['getInputInfo', 'getScreenSnap'])
-  test(`a key that arrives during ${question} counts without any further input`, () =>
+  test(`keys that arrive during ${question} count without any further input`, () =>
     shared.withApp(async (app) => {
       await app.run((method) => {
         const turn = () => new Promise(setImmediate);
         global.counting = turn().then(async () => {
-          require('fs').readSync(0, Buffer.alloc(1)); // blocks until there is a key
+          require('fs').readSync(0, Buffer.alloc(1), 0, 1, null); // blocks until there is a key
           kiv[method]('desktop');
-          for (let i = 0; i < 3; ++i) await turn();
+          for (let i = 0; i < 500; ++i) await turn();
           return kiv.getInputInfo().keyboardActivity;
         });
       }, question);
-      shared.x.key();
+      for (let i = 0; i < 20000; ++i) shared.x.key();
       await shared.x.sync();
       app.child.stdin.write('.');
-      assert.strictEqual(await app.run(() => global.counting), 1);
+      assert.strictEqual(await app.run(() => global.counting), 20000);
     }));
 
 test("on other sessions the idle time is Mutter's, and -1 after a line without a right answer", () =>
@@ -81,6 +82,7 @@ test("on other sessions the idle time is Mutter's, and -1 after a line without a
       [{ signature: 't', body: [61999n] }, 61, /^$/],
       [{ signature: 's', body: ['61999'] }, -1, /^error DBUS IdleTime: unexpected reply of type /],
       [{ error: 'org.example.No', text: 'not today' }, -1, /^error DBUS IdleTime: .*not today$/],
+      ['hang', -1, /^error DBUS IdleTime: Timeout was reached$/],
     ]) {
       mutter.answer({ GetIdletime: answer });
       if (answer) await mutter.own('org.gnome.Mutter.IdleMonitor');

@@ -128,7 +128,6 @@ test('an interval ticks at its period until it is stopped, replaced or torn down
     for (const [steps, wanted] of [
       ['kiv.setInterval(() => ++ticks === 3 && resolve(Date.now() - start > 297), 100);', true],
       ['kiv.setInterval(f, 5); kiv.setInterval(f, 0);', false],
-      ['kiv.setInterval(f, 2 ** 32 + 5);', true],
       ['kiv.setInterval(() => { setImmediate(f); kiv.setInterval(() => {}, 5); gc(); }, 5);', true],
       ['kiv.setInterval(() => { setImmediate(f); kiv.teardown(); kiv.init(); gc(); }, 5);', true],
       ['kiv.setInterval(f, 5); kiv.teardown();', false],

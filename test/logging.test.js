@@ -28,11 +28,12 @@ test(lost, async () => {
     };
     kiv.setupLogger(() => seen.push(attempt(kiv.getScreenSnap, { toString: global.spin })));
     const source = 'attempt(kiv.getScreenSnapAsync, "desktop", spin)';
-    seen.push(attempt(require('vm').runInThisContext, source, { timeout: 500 }));
+    const end = attempt(require('vm').runInThisContext, source, { timeout: 2000 });
+    seen.push(String(end).slice(0, 26));
     kiv.setupLogger(kiv.upgrade);
     return [...seen, attempt(kiv.upgrade, 'x')];
   });
-  assert.deepStrictEqual(seen, ['spin', 'Script execution timed out after 500ms', STACK]);
+  assert.deepStrictEqual(seen, ['spin', 'Script execution timed out', STACK]);
   const ends = `[debug] ${ENDS[0]}\n[debug] ${ENDS[1]}\n[error] Upgrade: fi-error:2\n`;
   const lines = `${`[warn] ${LINE}\n`.repeat(4)}${ends}`;
   await assert.rejects(app.end(), ({ message }) => message.endsWith(`null\n${lines}`));
@@ -66,6 +67,7 @@ const events = 'exceptions of events in a loop beneath an exported call are unca
 inApp(events, { faulty: true }, async (app) => {
   const announce = ['org.gnome.ScreenSaver', 'ActiveChanged', 'b', [true]];
   const timer = setInterval(() => shared.peer.emit('/org/gnome/ScreenSaver', ...announce), 10);
+  shared.stops.push(() => clearInterval(timer));
   const seen = await app.run(() => {
     const seen = [];
     process.on('uncaughtException', (error) => seen.push(error.message));
@@ -78,6 +80,5 @@ inApp(events, { faulty: true }, async (app) => {
     });
     return [attempt(kiv.getScreenSnap, 'desktop'), ...seen.slice(0, 2)];
   });
-  clearInterval(timer);
   assert.deepStrictEqual(seen, ['from the logger', 'screen_lock', 'screen_lock']);
 });

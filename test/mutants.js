@@ -10,6 +10,7 @@ const { ROOT, start, temporaryFolder } = require('./lib/processes');
 const COPIES = Number(process.env.KIV_MUTANT_COPIES || os.cpus().length);
 // Mistakes may leave something unused.
 const env = { ...process.env, CXXFLAGS: '-Wno-error -O0 -g0', KIV_PATIENCE: '15000' };
+for (const name of ['KIV_BUILD', 'KIV_NODE', 'KIV_SANITIZE']) delete env[name];
 const BUILD = 'make -C build tests BUILDTYPE=Release';
 
 function readTable(words) {
@@ -60,6 +61,8 @@ async function main() {
     const copy = temporaryFolder();
     await run(ROOT, `cp -r ${parts.join(' ')} ${copy}`);
     await run(copy, 'scripts/build');
+    const { failed, output } = await run(copy, 'node --test');
+    if (failed) throw new Error(`tests fail without any mistake:\n${output}`);
     for (let mutant = mutants.shift(); mutant; mutant = mutants.shift()) {
       const verdict = await judge(copy, mutant);
       if (verdict.startsWith('caught')) caught += 1;

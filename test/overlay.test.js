@@ -105,7 +105,7 @@ describe('without a window manager', () => {
 });
 
 for (const wm of ['openbox', 'metacity'])
-  describe(`with ${wm} and two monitors`, { skip: lacking('Xorg', wm) }, () => {
+  describe(`with ${wm} and two monitors`, { skip: lacking('Xorg', 'xrandr', wm) }, () => {
     const shared = useSession({ monitors: [LEFT, RIGHT], wm });
 
     for (const area of [LEFT, RIGHT])

@@ -30,7 +30,7 @@ async function run(cwd, line) {
   // Nothing to be reached, and nothing of the user's.
   const nowhere = { npm_config_offline: 'true', https_proxy: 'http://127.0.0.1:9/', HOME: folder };
   const started = start(command, args, { env: { ...ENV, ...nowhere }, cwd });
-  assert.strictEqual((await started.ended).code, 0, started.output());
+  assert.strictEqual((await started.finished(1800000)).code, 0, started.output());
   return started.output();
 }
 // npm builds for its own Node.
@@ -60,13 +60,18 @@ test('the packed module is whole: installs offline, loads, has its types', optio
 const own = { skip: BUILD !== `${ROOT}/build/Release` && 'not the build they use' };
 test('the examples log input and locks, keep a picture, save a rectangle', own, async () => {
   const { env, inside, peer, x } = shared;
-  const example = (line) => start(NODE, `examples/${line}`.split(' '), { env, cwd: ROOT });
+  const example = (line) => {
+    const started = start(NODE, `examples/${line}`.split(' '), { env, cwd: ROOT });
+    shared.stops.push(started.stop);
+    return started;
+  };
   await x.wallpaper(800, 600, Buffer.alloc(800 * 600 * 4, Buffer.from([0x40, 0xc0, 0x20, 0])));
   const log = example(`activity-log.js ${inside('log')} --every 9999`);
   const text = () => fs.readFileSync(inside('log'), { encoding: 'utf8', flag: 'a+' });
   const lines = () => text().match(/.+/g)?.map(JSON.parse);
   await log.ready(lines, 'a line');
   act(x, 38, 'click');
+  await x.sync();
   const shots = example(`snapshot-every-minute.js ${inside('shots')} --every 1 --keep 1`);
   for (const name of ['lock', 'unlock']) {
     const locked = name === 'lock';
@@ -87,7 +92,7 @@ test('the examples log input and locks, keep a picture, save a rectangle', own, 
   assert.ok(data.equals(Buffer.alloc(100 * 50 * 4, Buffer.from([0x20, 0xc0, 0x40, 255]))));
   await x.closeWindow((await x.getProperty(x.root, '_NET_CLIENT_LIST')).readUInt32LE(0));
   for (const one of [log, shots, button])
-    assert.deepStrictEqual(await one.ended, { code: 0, signal: null }, one.output());
+    assert.deepStrictEqual(await one.finished(), { code: 0, signal: null }, one.output());
   const counts = lines().map(({ event, keys, clicks }) => `${event} ${keys} ${clicks}`);
   assert.strictEqual(String(counts), 'start 0 0,lock 1 1,unlock 0 0,stop 0 0');
   assert.match(String(fs.readdirSync(inside('shots'), { recursive: true })), /^[^,]+,[^,]+\.jpg$/);

@@ -27,9 +27,9 @@ async function works(app) {
 for (const [what, deed, code, at] of [
   ['a click', (x) => x.click(), COMPLETED],
   ['Escape while dragging', (x) => act(x, 'press', [400, 300], ESCAPE, 'release'), CANCELLED],
-  ['another key, then Escape twice', (x) => act(x, 38, ESCAPE, ESCAPE), CANCELLED],
   ['closed by the window manager', (x, { id }) => x.closeWindow(id), FAILED],
   ['destroyed by somebody', (x, { id }) => x.destroy(id), FAILED],
+  ['unmapped by somebody', (x, { id }) => x.unmap(id), FAILED],
   ['teardown', (_, { app }) => app.run(() => kiv.teardown()), FAILED],
   ['the focus lost late', (_, { lose }) => wait(520).then(lose), FAILED],
   // Early, so at once when it has the focus.

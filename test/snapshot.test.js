@@ -112,7 +112,7 @@ inApp(completions, {}, async (app) => {
   assert.deepStrictEqual(seen, [0, true, keys, 1080, 0, 'inner', 'mine', null]);
 });
 
-describe('two monitors', { skip: lacking('Xorg') }, () => {
+describe('two monitors', { skip: lacking('Xorg', 'xrandr') }, () => {
   const right = { width: 1024, height: 768, x: 800 };
   const monitors = [{ width: 800, height: 600 }, right];
   const env = { XDG_SESSION_TYPE: undefined };

@@ -6,7 +6,7 @@ const fs = require('fs');
 const os = require('os');
 const path = require('path');
 const { test } = require('node:test');
-const { NODE, lacking, start, temporaryFolder, until } = require('./lib/processes');
+const { BUILD, NODE, ROOT, lacking, start, temporaryFolder, until } = require('./lib/processes');
 const { useSession } = require('./lib/session');
 
 const shared = useSession({ bus: false });
@@ -23,8 +23,10 @@ for (const tool of words('ps sleep bash bwrap setpriv'))
   fs.symlinkSync(`/usr/bin/${tool}`, inside('idle', tool));
 
 const BOX = [...words('bwrap --die-with-parent --ro-bind / / --dev /dev --bind'), folder, folder];
-const mayBox = () => spawnSync('bwrap', ['--ro-bind', '/', '/', 'true']).status === 0;
-const skip = lacking('bwrap') || (!mayBox() && 'bwrap may make no namespaces here');
+const { homedir } = os.userInfo();
+const inBox = ['--ro-bind', '/', '/', '--tmpfs', homedir, 'true'];
+const mayBox = () => spawnSync('bwrap', inBox).status === 0;
+const skip = lacking('bwrap') || (!mayBox() && 'bwrap makes no namespace or home here');
 const atHome = { env: { HOME: inside('home'), PATH: inside('idle') } };
 const inApp = (title, options, f) => test(title, options, () => shared.withApp(f, options));
 const upgrade = (app, ...args) =>
@@ -62,8 +64,9 @@ inApp('paths for a shell, options and what is no file are refused', atHome, asyn
   }
 });
 
-const { homedir } = os.userInfo();
-const under = [...BOX, '--tmpfs', homedir, '--ro-bind', NODE, NODE];
+// An empty home in which only the project and its tools are.
+const only = [ROOT, BUILD, NODE].flatMap((name) => ['--ro-bind', name, name]);
+const under = [...BOX.slice(0, 7), '--tmpfs', homedir, ...only, ...BOX.slice(7)];
 const homeless = { skip, under, env: { HOME: undefined, PATH: inside('idle') } };
 inApp('the script gets its values once, the log a home without HOME', homeless, async (app) => {
   const log = `${homedir}/\\.Brenik/Brenik/Logs/brenik_\\d{8}_\\d{6}\\.log`;
@@ -79,16 +82,16 @@ inApp('the script gets its values once, the log a home without HOME', homeless, 
 
 // Node marks what it inherits, but stops at the first gap.
 const crowded = { ...atHome, under: ['bash', '-c', 'exec "$@" 99</dev/null', '-'] };
-const alone = 'the script inherits no descriptor and no signal mask, and speaks to nobody';
+const alone = 'the script inherits no descriptor and no signal mask, and writes to /dev/null';
 inApp(alone, crowded, async (app) => {
   await scriptOf(app, [write('busy.deb')], async (pid, read) => {
     const names = () => fs.readdirSync(`/proc/${pid}/fd`);
-    await until(() => names().length <= 3, 'a script with three descriptors', 5000);
+    await until(() => names().length <= 3, 'a script with three descriptors');
     for (const name of names())
       assert.strictEqual(fs.readlinkSync(`/proc/${pid}/fd/${name}`), '/dev/null');
     // Bash itself blocks signals now and then.
     const blocked = () => parseInt(/^SigBlk:\t\w{8}(\w+)$/m.exec(read('status'))[1], 16);
-    await until(() => (blocked() & (1 << 14)) === 0, 'a script that SIGTERM reaches', 5000);
+    await until(() => (blocked() & (1 << 14)) === 0, 'a script that SIGTERM reaches');
   });
 });
 
@@ -101,6 +104,7 @@ case $name in
   date) echo -n x >>/tmp/clock; read -r clock </tmp/clock; echo \${#clock}00 ;;
   sleep) pause 0.05 ;;
   pkexec) "$@" ;;
+  gksu | beesu) eval "\${!#}" ;;
   konsole) shift; "$@" ;;
 esac
 `;
@@ -111,9 +115,12 @@ const FAILED = 'notify-send brenik-updater: There was an error. For more informa
 // Package; tools that are there; those that fail; calls.
 const BRANCHES = [
   'deb; pkexec gksu xterm; ; pkexec, dpkg -i FILE, brenik',
+  'deb; gksu; ; gksu, dpkg -i FILE, brenik',
+  'deb; konsole; ; konsole -e, dpkg -i FILE, brenik',
   `deb; pkexec; sudo apt-get; pkexec, dpkg -i FILE, apt-get install -f -y, ${FAILED}, brenik`,
   `deb; gnome-terminal; ; gnome-terminal -x, ${'sleep 2, '.repeat(6)}brenik`,
   `rpm; pkexec zypper dnf; ; pkexec, ${ZYPPER}, brenik`,
+  `rpm; beesu kdesu dnf; ; beesu -c, ${DNF}, brenik`,
   `rpm; pkexec dnf; sudo; pkexec, ${DNF}, ${FAILED}, brenik`,
 ];
 
@@ -134,7 +141,7 @@ async function startBranch(scripts, row, i) {
   await box.ready(record, 'a script that waits');
   assert.match(record(), /^(sleep 1\n)+$/, 'it does not wait for the application');
   return async () => {
-    await box.ended;
+    await box.finished();
     const [log] = /\/\S+\.log/.exec(scripts[family]);
     const named = calls.replaceAll('FILE', inside(`a.${family}`)).replace('LOG', log);
     const wanted = named.replace(/(dpkg|dnf|zypper) /g, 'sudo /usr/bin/$1 ').split(', ');

@@ -10,7 +10,6 @@
 #include <fstream>
 
 #include "../../src/cpp/addon.cpp"  // NOLINT(bugprone-suspicious-include)
-#include "../../src/cpp/linux/lock_watcher.h"
 #include "../../src/cpp/linux/picture_file.h"
 #include "../../src/cpp/linux/tools_x11_linux.h"
 
@@ -29,20 +28,6 @@ void Pictures(const kiv::CallInfo& info) {
   const auto picture = kiv::ReadPicture(path, &error);
   g_assert(!picture != !error);
   g_assert(!picture || gdk_pixbuf_get_byte_length(picture.get()) <= size_t{4} << 27);  // RGBA
-}
-
-// A lock signal's body: a tuple of any types, of bytes that need mean nothing.
-void Signals(const kiv::CallInfo& info) {
-  auto bytes = Bytes(info);
-  const char* const name = bytes.ConsumeBool() ? "EventEmitted" : "ActiveChanged";
-  std::string type = "(" + bytes.ConsumeRandomLengthString(12) + ")";
-  if (!g_variant_is_signature(type.c_str()) || !g_variant_type_string_is_valid(type.c_str()))
-    return;
-  const auto data = bytes.ConsumeRemainingBytes<char>();
-  const kiv::GVariantPtr raw(g_variant_ref_sink(g_variant_new_from_data(
-      G_VARIANT_TYPE(type.c_str()), data.data(), data.size(), FALSE, nullptr, nullptr)));
-  const kiv::GVariantPtr body(g_variant_get_normal_form(raw.get()));
-  kiv::ReadLockSignal(name, body.get());
 }
 
 void Properties(const kiv::CallInfo& info) {
@@ -92,7 +77,6 @@ void SetupFuzz(v8::Local<v8::Object> exports, v8::Local<v8::Value> module, void*
   kiv::Setup(exports, module, priv);
   Nan::SetMethod(exports, "pictures", Pictures);
   Nan::SetMethod(exports, "properties", Properties);
-  Nan::SetMethod(exports, "signals", Signals);
   Nan::SetMethod(exports, "run", Run);
 }
 

@@ -1,19 +1,14 @@
 'use strict';
 
 const { execFileSync } = require('child_process');
-const fs = require('fs');
 const path = require('path');
 const { BUILD, ENV, NODE, PATIENCE, ROOT, start } = require('./processes');
 
-function sanitizerEnv(leaks) {
-  const library = execFileSync('g++', ['-print-file-name=libasan.so'], { encoding: 'utf8' }).trim();
-  return {
-    LD_PRELOAD: fs.realpathSync(library),
-    ASAN_OPTIONS: `detect_leaks=${leaks ? 1 : 0}:exitcode=99:fast_unwind_on_malloc=0`,
-    UBSAN_OPTIONS: 'print_stacktrace=1:halt_on_error=1',
-  };
-}
-
+const sanitizer = (leaks) => ({
+  LD_PRELOAD: execFileSync('g++', ['-print-file-name=libasan.so'], { encoding: 'utf8' }).trim(),
+  ASAN_OPTIONS: `detect_leaks=${leaks ? 1 : 0}:exitcode=99:fast_unwind_on_malloc=0`,
+  UBSAN_OPTIONS: 'print_stacktrace=1:halt_on_error=1',
+});
 const revive = (key, value) =>
   value?.base64 === undefined ? value : Buffer.from(value.base64, 'base64');
 
@@ -33,10 +28,10 @@ function setUpThere(faulty) {
 async function startApp(session, options = {}) {
   const { env: more, under = [], leaks = true, setUp = true, faulty = false } = options;
   const [command, ...args] = [...under, NODE, '--expose-gc', path.join(__dirname, 'child.js')];
-  const sanitizer = process.env.KIV_SANITIZE === '1' && sanitizerEnv(leaks);
+  const checks = process.env.KIV_SANITIZE && sanitizer(leaks);
   // host/ only knows names beneath build/.
   const build = { KIV_BUILD_FOLDER: BUILD, KIV_BUILD: path.relative(`${ROOT}/build`, BUILD) };
-  const env = { ...ENV, ...sanitizer, ...session.env, ...more, ...build };
+  const env = { ...ENV, ...checks, ...session.env, ...more, ...build };
   const app = start(command, args, { env, cwd: ROOT, stdio: ['pipe', 'pipe', 'pipe', 'ipc'] });
   session.stops?.push(app.stop);
   const waiting = new Map();
@@ -65,7 +60,7 @@ async function startApp(session, options = {}) {
   app.end = async () => {
     await app.run(() => kiv.teardown());
     app.child.disconnect();
-    const { code } = await app.ended;
+    const { code } = await app.finished();
     if (code !== 0 || app.output() !== '') throw ending();
   };
   await app.run(setUp ? setUpThere : () => {}, faulty);

@@ -51,10 +51,10 @@ function startCompositor(starter) {
       const compositor = start('setsid', [command, ...args], { env: session.env });
       // Last what it has started itself.
       session.stops.push(async () => spawnSync('kill', ['-KILL', '--', `-${compositor.pid}`]));
-      session.stops.push(() => compositor.stop(2000));
+      session.stops.push(() => compositor.stop());
       return compositor;
     });
-    process.env.XAUTHORITY = session.env.XAUTHORITY;
+    process.env.XAUTHORITY = session.env.XAUTHORITY || '';
     session.x = await openDisplay(session.env.DISPLAY);
     session.stops.push(async () => session.x.close());
   });

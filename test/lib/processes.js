@@ -39,16 +39,22 @@ function start(command, args = [], { env = ENV, cwd, stdio = 'pipe' } = {}) {
   });
   // "close" does not come once the channel between the two was closed from here.
   started.ended = once(child, 'exit').then(async ([code, signal]) => {
-    await Promise.all(read);
+    // Others may hold the pipes, too.
+    await Promise.race([Promise.all(read), sleep(5000)]);
     started.result = { code, signal };
     return started.result;
   });
   started.output = () => started.text[1] + started.text[2];
-  started.stop = async (patience = 5000) => {
-    child.kill('SIGTERM');
+  /** Waits for the end by itself, which is that of SIGKILL if it takes too long. */
+  started.finished = async (patience = PATIENCE) => {
     const timer = setTimeout(() => child.kill('SIGKILL'), patience);
-    await started.ended;
+    const result = await started.ended;
     clearTimeout(timer);
+    return result;
+  };
+  started.stop = () => {
+    child.kill('SIGTERM');
+    return started.finished(5000);
   };
   /** Waits for what the process brings about; fails at once when it ends. */
   started.ready = (condition, what) =>
@@ -63,10 +69,10 @@ function start(command, args = [], { env = ENV, cwd, stdio = 'pipe' } = {}) {
 }
 
 const folders = [];
+for (const name of ['SIGINT', 'SIGTERM']) process.once(name, () => process.exit(1));
 process.on('exit', () => {
   for (const folder of folders) fs.rmSync(folder, { recursive: true, force: true });
 });
-/** A folder that goes with this process. */
 function temporaryFolder() {
   const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'kiv-'));
   folders.push(folder);
@@ -80,4 +86,4 @@ function lacking(...tools) {
   return missing.length > 0 && `not installed: ${missing}`;
 }
 
-module.exports = { BUILD, CI, ENV, NODE, PATIENCE, ROOT, lacking, start, temporaryFolder, until };
+module.exports = { BUILD, ENV, NODE, PATIENCE, ROOT, lacking, start, temporaryFolder, until };

@@ -79,9 +79,8 @@ async function startWindowManager(env, name) {
   return manager;
 }
 
-/** A desktop of its own. What is pushed to `stops` ends with it, first. */
-async function startSession(options = {}) {
-  const { screens, monitors, wm, display = true, bus = true, person = true } = options;
+/** A desktop of its own, in which `prepare` starts more. What is on `stops` ends with it, first. */
+async function startSession(options = {}, prepare = () => {}) {
   const folder = temporaryFolder();
   const inside = (name) => path.join(folder, name);
   for (const name of ['home', 'tmp', 'run']) fs.mkdirSync(inside(name), { mode: 0o700 });
@@ -103,6 +102,15 @@ async function startSession(options = {}) {
   session.stop = async () => {
     while (session.stops.length > 0) await session.stops.pop()();
   };
+  return fill(session, options, prepare).catch(async (error) => {
+    await session.stop();
+    throw error;
+  });
+}
+
+async function fill(session, options, prepare) {
+  const { screens, monitors, wm, display = true, bus = true, person = true } = options;
+  const { env } = session;
   const add = (name, started) => {
     session[name] = started;
     session.stops.push(started.stop || started.close);
@@ -116,26 +124,25 @@ async function startSession(options = {}) {
     env.DBUS_SESSION_BUS_ADDRESS = session.bus.address;
   }
   if (wm) add('wm', await startWindowManager(env, wm));
-  if (!person) return session; // who does without these and their libraries
-  if (bus) add('peer', await require('./bus').connect(session.bus.address));
-  if (display) add('x', await require('./x').openDisplay(env.DISPLAY));
+  // The demo does without these and their libraries.
+  if (bus && person) add('peer', await require('./bus').connect(session.bus.address));
+  if (display && person) add('x', await require('./x').openDisplay(env.DISPLAY));
+  await prepare(session);
   return session;
 }
 
-/** A session with a system bus, in which `prepare` starts more. */
-async function startServed(options, prepare, attempts = 3) {
-  const session = await startSession(options);
-  try {
+/** A session with a system bus, in which `prepare` starts more; another attempt if that fails. */
+function startServed(options, prepare, attempts = 3) {
+  const serve = async (session) => {
     session.system = await startBus();
     session.stops.push(session.system.stop);
     session.env.DBUS_SYSTEM_BUS_ADDRESS = session.system.address;
     await prepare(session);
-    return session;
-  } catch (error) {
-    await session.stop();
+  };
+  return startSession(options, serve).catch((error) => {
     if (attempts === 1) throw error;
     return startServed(options, prepare, attempts - 1);
-  }
+  });
 }
 
 /** One session for a file or block; `app` starts an application, `withApp` ends it in order, too. */
@@ -157,4 +164,4 @@ function useSession(options, starter = startSession) {
   return use;
 }
 
-module.exports = { startBus, startServed, startSession, startWindowManager, startXvfb, useSession };
+module.exports = { startBus, startServed, startSession, startXvfb, useSession };
