@@ -62,12 +62,15 @@ test('init and teardown leave no descriptor, give a child none and leave the bus
   }));
 
 test("a child that native code forks stops neither the parent's input nor its timer at its exit", () =>
-  shared.withApp(async (app) => {
-    assert.strictEqual(await app.run(() => faults.forkAndExit()), 0);
-    shared.x.key();
-    await until(() => app.run(() => kiv.getInputInfo().keyboardActivity === 1), 'a key');
-    await ticks(app);
-  }));
+  shared.withApp(
+    async (app) => {
+      assert.strictEqual(await app.run(() => faults.forkAndExit()), 0);
+      shared.x.key();
+      await until(() => app.run(() => kiv.getInputInfo().keyboardActivity === 1), 'a key');
+      await ticks(app);
+    },
+    { leaks: false },
+  ));
 
 const lose = (pid, calls) => {
   process.kill(pid, 'SIGKILL');
