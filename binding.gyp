@@ -57,8 +57,8 @@
   'target_defaults': {
     'cflags_cc!': ['-std=gnu++0x', '-std=gnu++1y', '-std=gnu++14', '-std=gnu++17', '-std=gnu++20',
                    '-fno-rtti', '-fno-exceptions'],
-    # Relative to build/, where make runs; an absolute path could have blanks.
-    'cflags_cc': ['-std=c++20', '-include../src/cpp/requirements.h'],
+    'include_dirs': ['src/cpp'],
+    'cflags_cc': ['-std=c++20', '-includerequirements.h'],
     'cflags': [
       '-Wall', '-Wextra', '-Wpedantic', '-fvisibility=hidden',
       # Third-party headers are system headers: their warnings are not ours.
