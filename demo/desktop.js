@@ -4,7 +4,7 @@
 
 const { execFile } = require('child_process');
 const { promisify } = require('util');
-const { start } = require('../test/lib/processes');
+const { start, until } = require('../test/lib/processes');
 const { startSession } = require('../test/lib/session');
 
 const WINDOWS = [
@@ -28,12 +28,20 @@ async function openDesktop() {
   const run = async (name, ...args) =>
     (await promisify(execFile)(name, args.map(String), { env, timeout: 120000 })).stdout;
   const hand = (...args) => run('xdotool', ...args);
+  const show = async (args, name, attempts = 5) => {
+    const window = start('xmessage', args, { env });
+    const find = () => hand('search', '--onlyvisible', '--classname', name).catch(() => '');
+    const id = await until(find, 'a window', 10000).catch(() => '');
+    if (id || attempts === 1) return { id: id.trim(), window };
+    // openbox misses what is mapped in a certain moment of its start.
+    await window.stop();
+    return show(args, name, attempts - 1);
+  };
   const open = async ({ title, place, colors: [background, foreground] }, i) => {
+    const name = `window${i}`;
     const look = ['-geometry', place, '-bg', background, '-fg', foreground, '-buttons', ''];
-    const window = start('xmessage', ['-name', `window${i}`, ...look, TEXT], { env });
+    const { id, window } = await show(['-name', name, ...look, TEXT], name);
     stops.push(window.stop);
-    const found = await hand('search', '--sync', '--onlyvisible', '--classname', `window${i}`);
-    const id = found.trim();
     await run('xprop', '-id', id, '-f', '_NET_WM_NAME', '8u', '-set', '_NET_WM_NAME', title);
     await run('xprop', '-id', id, '-f', '_NET_WM_PID', '32c', '-set', '_NET_WM_PID', window.pid);
     await hand('windowactivate', '--sync', id);
