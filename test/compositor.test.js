@@ -56,6 +56,7 @@ test('what KWin says or wrote and is no picture: a line without its path, the fi
     for (const [deed, reason] of [
       [put(png(640, 480).subarray(0, 300)), '.'],
       [put(huge), '4294967295 x 4294967295'],
+      [put('P6 30000 30000 255\n'), '30000 x 30000'],
       [() => String(execFileSync('mkfifo', [path])), 'not a regular file'],
       [() => {}, 'No such file'],
       [() => NO, 'not today'],

@@ -24,6 +24,7 @@ test('the signals of every desktop are events; those of another path or type are
       [saver('cinnamon'), 'bs', [true, 'more'], 'screen_lock'],
       [UPSTART, 's', ['session-end']],
       [GNOME, '', []],
+      [GNOME, 's', ['true']],
       [['/org/gnome/Other', ...GNOME.slice(1)], 'b', [true]],
       [UPSTART, 'sas', ['desktop-unlock', ['a']], 'screen_unlock'],
     ];

@@ -9,7 +9,7 @@ const { ROOT, start, temporaryFolder } = require('./lib/processes');
 
 const COPIES = Number(process.env.KIV_MUTANT_COPIES || os.cpus().length);
 // Mistakes may leave something unused.
-const env = { ...process.env, CXXFLAGS: '-Wno-error -O0 -g0', KIV_PATIENCE: '15000' };
+const env = { ...process.env, CXXFLAGS: '-Wno-error -O0 -g0', KIV_PATIENCE: '40000' };
 for (const name of ['KIV_BUILD', 'KIV_NODE', 'KIV_SANITIZE']) delete env[name];
 const BUILD = 'make -C build tests BUILDTYPE=Release';
 

@@ -105,7 +105,6 @@ case $name in
   sleep) pause 0.05 ;;
   pkexec) "$@" ;;
   gksu | beesu) eval "\${!#}" ;;
-  konsole) shift; "$@" ;;
 esac
 `;
 const RECORDED = 'date sleep sudo apt-get notify-send brenik';
@@ -116,7 +115,6 @@ const FAILED = 'notify-send brenik-updater: There was an error. For more informa
 const BRANCHES = [
   'deb; pkexec gksu xterm; ; pkexec, dpkg -i FILE, brenik',
   'deb; gksu; ; gksu, dpkg -i FILE, brenik',
-  'deb; konsole; ; konsole -e, dpkg -i FILE, brenik',
   `deb; pkexec; sudo apt-get; pkexec, dpkg -i FILE, apt-get install -f -y, ${FAILED}, brenik`,
   `deb; gnome-terminal; ; gnome-terminal -x, ${'sleep 2, '.repeat(6)}brenik`,
   `rpm; pkexec zypper dnf; ; pkexec, ${ZYPPER}, brenik`,
