@@ -57,7 +57,11 @@ GObjectPtr<GDBusConnection> OpenConnection() {
 // The shared connection; where that is closed and somebody still holds it, a new one.
 GObjectPtr<GDBusConnection> Open(GCancellable* cancellable, GErrorPtr* error) {
   auto bus = AdoptGObject(g_bus_get_sync(G_BUS_TYPE_SESSION, cancellable, CollectError(error)));
-  if (!bus || IsOpen(bus.get())) return bus;
+  if (bus && IsOpen(bus.get())) return bus;
+  // Callers share one attempt and its failure, so this may be an earlier caller's time limit.
+  const bool of_others = g_error_matches(error->get(), G_IO_ERROR, G_IO_ERROR_CANCELLED) &&
+                         !g_cancellable_is_cancelled(cancellable);
+  if (!bus && !of_others) return nullptr;
   const GCharPtr address(
       g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, cancellable, CollectError(error)));
   if (!address) return nullptr;
