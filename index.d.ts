@@ -84,8 +84,8 @@ export class ScreenLockMonitor {
 export function init(): void;
 
 /**
- * Activity counts and the idle time: from the X screen saver on X11, from GNOME's compositor on other
- * sessions (waiting for its answer, at most the bus's time-out of 25 s).
+ * Activity counts and the idle time: from the X screen saver on X11, from GNOME's compositor on
+ * other sessions (waiting for its answer, at most the bus's time-out of 25 s).
  */
 export function getInputInfo(): InputInfo;
 

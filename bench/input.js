@@ -5,8 +5,8 @@
 
 const { beside, best, inSession, run, table } = require('./measure');
 
-// The application sleeps while the flood is made, and finds all of it waiting. Only its own thread's
-// time counts: the server sends meanwhile.
+// The application sleeps while the flood is made, and finds all of it waiting. Only its own
+// thread's time counts: the server sends meanwhile.
 async function flood(app, x, presses, subject) {
   await app.run((subject) => {
     const module = [kiv.init, kiv.teardown, () => kiv.getInputInfo().keyboardActivity];

@@ -1,7 +1,7 @@
 'use strict';
 
-// A working day of eight hours in minutes: is anything lost, does anything grow? Fails when an event
-// was not counted, a count did not stay or memory grew.
+// A working day of eight hours in minutes: is anything lost, does anything grow? Fails when an
+// event was not counted, a count did not stay or memory grew.
 // node bench/soak.js [--short] [--sanitize]
 
 const option = (name) => process.argv.includes(`--${name}`);
@@ -67,7 +67,7 @@ async function live(session, app, did) {
   }
   async function init() {
     await ask('init');
-    // Match rules reach the bus in their own time; what comes after a signal that was heard is heard.
+    // Match rules reach the bus in their own time; after one signal was heard, all are.
     await until(() => {
       signal(true);
       return ask('locked');

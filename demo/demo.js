@@ -52,7 +52,7 @@ async function takeSnapshot(app, type, jpeg) {
   };
 }
 
-// A rectangle dragged out with a real pointer: the overlay while hovering and dragging, the cut-out.
+// A rectangle dragged out with a real pointer: the overlay hovering, dragging, and the cut-out.
 async function select(app, { hand }) {
   const look = () => app.run(() => kiv.getScreenSnap('desktop').data);
   let last = await look();

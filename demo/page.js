@@ -7,7 +7,8 @@ const ENTITIES = { '&': '&amp;', '<': '&lt;', '>': '&gt;', '"': '&quot;' };
 const escaped = (text) => String(text).replace(/[&<>"]/g, (character) => ENTITIES[character]);
 
 const STYLE = `
-body { font: 15px/1.5 system-ui, sans-serif; margin: 2rem auto; max-width: 70rem; padding: 0 1rem; color: #222; }
+body { font: 15px/1.5 system-ui, sans-serif; color: #222; }
+body { margin: 2rem auto; max-width: 70rem; padding: 0 1rem; }
 h2 { font: 600 1rem monospace; margin-top: 2.5rem; }
 figure { display: flex; flex-wrap: wrap; gap: 1rem; align-items: flex-start; margin: 0; }
 img { border: 1px solid #ccc; max-width: 100%; }
@@ -18,7 +19,8 @@ td, th { padding: 0 1rem; text-align: right; }
 dt { color: #666; } dd { margin: 0; overflow-wrap: anywhere; }`;
 
 function facts(entries) {
-  return `<dl>${entries.map(([name, value]) => `<dt>${escaped(name)}</dt><dd>${escaped(value)}</dd>`).join('')}</dl>`;
+  const row = ([name, value]) => `<dt>${escaped(name)}</dt><dd>${escaped(value)}</dd>`;
+  return `<dl>${entries.map(row).join('')}</dl>`;
 }
 
 function snapshot(snap) {
@@ -36,16 +38,20 @@ ${facts([
 function pictures(list) {
   if (list.length === 0) return '';
   const figure = ({ name, file, bytes }) =>
-    `<figure><img class="whole" src="${escaped(file)}" alt=""><figcaption>${escaped(name)}, ${bytes} bytes</figcaption></figure>`;
-  return `<section><h2>getScreenSnapAsync("selection", f)</h2>${list.map(figure).join('\n')}</section>`;
+    `<figure><img class="whole" src="${escaped(file)}" alt="${escaped(name)}">
+<figcaption>${escaped(name)}, ${bytes} bytes</figcaption></figure>`;
+  const figures = list.map(figure).join('\n');
+  return `<section><h2>getScreenSnapAsync("selection", f)</h2>${figures}</section>`;
 }
 
 function moments(list) {
   const cells = (tag, values) =>
     `<tr>${values.map((value) => `<${tag}>${escaped(value)}</${tag}>`).join('')}</tr>`;
+  const row = (one) =>
+    cells('td', [one.second, one.keys, one.clicks, one.idle, one.ticks, one.event]);
   return `<section><h2>getInputInfo(), setInterval() and ScreenLockMonitor, live</h2>
 <table>${cells('th', ['second', 'keys', 'clicks', 'idle seconds', 'ticks', 'event'])}
-${list.map((one) => cells('td', [one.second, one.keys, one.clicks, one.idle, one.ticks, one.event])).join('\n')}</table></section>`;
+${list.map(row).join('\n')}</table></section>`;
 }
 
 /**

@@ -1,7 +1,8 @@
 'use strict';
 
-// Appends one line of JSON to FILE for every period: how many keys and buttons were pressed in it and
-// how long the person has been idle; one more when the screen is locked or unlocked, and at the end.
+// Appends one line of JSON to FILE for every period: how many keys and buttons were pressed in it
+// and how long the person has been idle; one more when the screen is locked or unlocked, and at the
+// end.
 //   node examples/activity-log.js FILE [--every SECONDS] [--title]
 // --title adds the active window's title, for which a snapshot is taken and thrown away.
 
@@ -85,7 +86,7 @@ monitor.on('screen_unlock', () => setLocked(false));
 write('start');
 kiv.setInterval(() => write('tick'), options.every * 1000);
 
-// Once each: a second signal ends a process that hangs. Nothing keeps Node alive after the teardown.
+// Once each: a second signal ends a process that hangs. After the teardown Node exits.
 let stopped = false;
 function stop() {
   if (stopped) return;

@@ -1,10 +1,10 @@
 'use strict';
 
-// Saves a picture of the desktop every minute as FOLDER/2001-02-03/04-05-06.789.jpg (UTC, so that no
-// hour comes twice), but none while the screen is locked, a selection open or the person idle.
+// Saves a picture of the desktop every minute as FOLDER/2001-02-03/04-05-06.789.jpg (UTC, so that
+// no hour comes twice), but none while the screen is locked, a selection open or the person idle.
 //   node examples/snapshot-every-minute.js FOLDER [--every SECONDS] [--idle SECONDS] [--keep COUNT]
-// --idle is how long without input counts as idle (default: 60); only the newest --keep pictures stay
-// (default: 1440).
+// --idle is how long without input counts as idle (default: 60); only the newest --keep pictures
+// stay (default: 1440).
 
 const EventEmitter = require('events');
 const fs = require('fs');

@@ -22,7 +22,7 @@ async function added(app, deed) {
   return [keyboardActivity - before.keyboardActivity - 1, mouseActivity - before.mouseActivity];
 }
 
-test('keys and buttons count once when pressed, on two screens, too; bursts of the wheel once', () =>
+test('keys and buttons count once, on two screens, too, and bursts of the wheel once', () =>
   shared.withApp(async (app) => {
     for (const [what, deed, ...expected] of [
       ['motion', (x) => x.moveTo(200, 100), 0, 0],
@@ -74,7 +74,7 @@ for (const question of ['getInputInfo', 'getScreenSnap'])
       assert.strictEqual(await app.run(() => global.counting), 20000);
     }));
 
-test("on other sessions the idle time is Mutter's, and -1 after a line without a right answer", () =>
+test("on other sessions the idle time is Mutter's; a wrong answer is a log line and -1", () =>
   shared.withApp(async (app) => {
     const mutter = await connect(shared.bus.address);
     for (const [answer, seconds, line] of [

@@ -61,7 +61,7 @@ test('init and teardown leave no descriptor, give a child none and leave the bus
     await until(alone, 'no connection to the bus');
   }));
 
-test("a child that native code forks stops neither the parent's input nor its timer at its exit", () =>
+test("the exit of a natively forked child stops neither the host's input nor its timer", () =>
   shared.withApp(
     async (app) => {
       assert.strictEqual(await app.run(() => faults.forkAndExit()), 0);
@@ -93,7 +93,7 @@ for (const place of ['the loop', 'the next call']) {
     }));
 }
 
-test('without a display the session bus may die, hang and come back; the next init uses it', async () => {
+test('without a display the bus may die, hang and come back; the next init uses it', async () => {
   const { address, stop } = own(await startBus());
   const work = async (app) => {
     await listen(app, await connect(address));

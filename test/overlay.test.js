@@ -37,7 +37,7 @@ describe('without a window manager', () => {
   before(() => shared.x.wallpaper(640, 480, PICTURE));
 
   for (const options of [{ env: { GDK_SCALE: '1' } }, { env: { GDK_SCALE: '2' } }])
-    test(`the overlay shows the rectangle and cuts it out, GDK_SCALE=${options.env.GDK_SCALE}`, () =>
+    test(`the overlay shows and cuts out the rectangle, GDK_SCALE=${options.env.GDK_SCALE}`, () =>
       shared.withApp(async (app) => {
         const seen = { x: shared.x, picture: PICTURE, area: LEFT };
         for (const left of [101, 402])
@@ -56,7 +56,7 @@ describe('without a window manager', () => {
           }
       }, options));
 
-  test('a resized overlay takes points on its bound, none beyond, and is gone with all it had', () =>
+  test('a resized overlay takes points up to its bound; its end leaves nothing', () =>
     shared.withApp(async (app) => {
       const { x } = shared;
       await app.run(() => {
@@ -109,7 +109,7 @@ for (const wm of ['openbox', 'metacity'])
     const shared = useSession({ monitors: [LEFT, RIGHT], wm });
 
     for (const area of [LEFT, RIGHT])
-      test(`the overlay covers the active window's monitor at ${area.x} and ends when that goes`, () =>
+      test(`the overlay covers the active window's monitor, x=${area.x}, and ends with it`, () =>
         shared.withApp(async (app) => {
           const { x } = shared;
           const active = await x.activeWindow({ x: area.x + 40, y: 60 });

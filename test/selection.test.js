@@ -66,7 +66,7 @@ for (const [what, before, inside = () => {}] of [
   ['an exception inside', () => process.on('uncaughtException', Boolean).pid, () => log.no.no],
   ['it ends it in a line', () => kiv.setupLogger((_, s) => /n error/.test(s) && kiv.teardown())],
 ])
-  test(`a selection gets pointer and keys and completes once, whatever the host does: ${what}`, () =>
+  test(`a selection gets its input and completes once, whatever the host does: ${what}`, () =>
     shared.withApp(async (app) => {
       await app.run(before);
       await app.run(`() => { global.inside = ${inside} }`);
@@ -91,7 +91,7 @@ test('the line of an encoder without memory may end its selection and open anoth
     );
   }, FAULTY));
 
-test('a selection that cannot start, or that its error line ends, fails once, and so does the next', () =>
+test('a selection that cannot start, or that its error line ends, fails once each time', () =>
   shared.withApp(async (app) => {
     const seen = await app.run(() => {
       const seen = [];

@@ -122,7 +122,7 @@ const BRANCHES = [
   `rpm; pkexec dnf; sudo; pkexec, ${DNF}, ${FAILED}, brenik`,
 ];
 
-/** Runs a script where the machine's tools are out of its reach, and /tmp and the logs are `own`. */
+/** Runs a script without the machine's tools; its /tmp and its logs are `own`. */
 async function startBranch(scripts, row, i) {
   const [family, tools, FAILS, calls] = row.split('; ');
   const own = inside(`${i}`);

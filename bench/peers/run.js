@@ -1,7 +1,7 @@
 'use strict';
 
-// The module beside the packages that people use for the same pieces, on the same screen in the same
-// run, as the README's table. scripts/peers installs them first.
+// The module beside the packages that people use for the same pieces, on the same screen in the
+// same run, as the README's table. scripts/peers installs them first.
 
 const os = require('os');
 const path = require('path');
@@ -103,7 +103,7 @@ async function counted() {
   return [last, user + system];
 }
 
-/** Calls `f` with an application on a desktop; undefined when it failed, since others may end it. */
+/** Calls `f` with an application on a desktop; undefined when it failed: others may end it. */
 async function inDesktop(size, f) {
   const inApp = async (app, { x }) => {
     await x.activeWindow({ title: 'A window', pid: process.pid });

@@ -20,10 +20,10 @@ function setUpThere(faulty) {
 }
 
 /**
- * A process that loads the module, as an application would. `run(f, ...args)` calls a function there,
- * which sees `kiv`, `host`, `log` (what the logger heard) and what others left in `global`, and
- * resolves to its result. `end()` tears down and checks that the process ends by itself, without a
- * word; who ends it in another way wants `leaks: false`. `under` is a tool's command line around it.
+ * A process that loads the module, as an application would. `run(f, ...args)` calls a function
+ * there, which sees `kiv`, `host`, `log` (what the logger heard) and what others left in `global`,
+ * and resolves to its result. `end()` tears down and checks that the process ends by itself and has
+ * written nothing; an end of another kind wants `leaks: false`. `under` is a tool to run it with.
  */
 async function startApp(session, options = {}) {
   const { env: more, under = [], leaks = true, setUp = true, faulty = false } = options;

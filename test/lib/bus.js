@@ -11,7 +11,7 @@ async function connect(address) {
     calls: [],
     own: (name) => bus.requestName(name, 4),
     close: () => bus.disconnect(),
-    /** member: { signature, body } or { error, text } or 'hang', or a function of the call giving one. */
+    /** member: { signature, body } or { error, text } or 'hang', or a function that gives one. */
     answer: (more) => Object.assign(answers, more),
     emit: (path, iface, member, signature = '', body = []) =>
       bus.send(Message.newSignal(path, iface, member, signature, body)),

@@ -30,7 +30,7 @@ const hover = (x, [px, py]) =>
     return (await x.pixel(px, 0)) === 0xffffff;
   }, 'the cross of the overlay');
 
-/** Asks for a selection, and in vain for another; resolves to its window, with the pointer there. */
+/** Asks for a selection, and in vain for another; resolves to its window, the pointer in it. */
 async function openSelection(x, app, at = [320, 240]) {
   await app.run(() => {
     global.results = [];

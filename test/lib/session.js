@@ -145,7 +145,7 @@ function startServed(options, prepare, attempts = 3) {
   });
 }
 
-/** One session for a file or block; `app` starts an application, `withApp` ends it in order, too. */
+/** One session for a file or block; `app` starts an application, `withApp` also ends it. */
 function useSession(options, starter = startSession) {
   const use = {};
   before(async () => Object.assign(use, await starter(options)));
