@@ -16,9 +16,11 @@ namespace kiv {
 std::string UnusedPath(const std::string& directory);
 
 // The decoded picture, or null with the reason in `error`, which does not tell the path. Anything
-// but a regular file is refused, without waiting for it. So is a picture of more than 2^27 pixels
-// (four 8K monitors and some; half a gigabyte decoded): a few bytes can claim any size.
+// but a regular file is refused, without waiting for it.
 GObjectPtr<GdkPixbuf> ReadPicture(const std::string& path, GErrorPtr* error);
+// The same for an open file, which stays open. A picture of more than 2^27 pixels (four 8K monitors
+// and some; half a gigabyte decoded) is refused: a few bytes can claim any size.
+GObjectPtr<GdkPixbuf> DecodePicture(int fd, GErrorPtr* error);
 
 }  // namespace kiv
 
