@@ -33,9 +33,8 @@ std::optional<std::string> OwnerOf(const char* bus_name, const Deadline& deadlin
 }
 
 bool SaysAbsent(const GError* error) {
-  return std::any_of(std::begin(kAbsent), std::end(kAbsent), [&](GDBusError code) {
-    return g_error_matches(error, G_DBUS_ERROR, code);
-  });
+  return std::any_of(std::begin(kAbsent), std::end(kAbsent),
+                     [&](GDBusError code) { return g_error_matches(error, G_DBUS_ERROR, code); });
 }
 
 }  // namespace kiv

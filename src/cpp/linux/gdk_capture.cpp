@@ -52,6 +52,21 @@ GdkRectangle ActiveDisplayArea() {
   return area;
 }
 
+std::optional<GdkRectangle> MonitorArea(const std::string& output) {
+  GdkWindow* root = UsableRoot();
+  if (!root) return std::nullopt;
+  const GdkErrorTrap trap;
+  GdkScreen* screen = gdk_window_get_screen(root);
+  for (int i = 0; i < gdk_screen_get_n_monitors(screen); ++i) {
+    const GCharPtr name(gdk_screen_get_monitor_plug_name(screen, i));
+    if (!name || output != name.get()) continue;
+    GdkRectangle area = {};
+    gdk_screen_get_monitor_geometry(screen, i, &area);
+    return area;
+  }
+  return std::nullopt;
+}
+
 GObjectPtr<GdkPixbuf> CaptureRoot(const GdkRectangle& area) {
   GdkWindow* root = UsableRoot();
   if (!root || area.width <= 0 || area.height <= 0) return nullptr;
