@@ -1,9 +1,11 @@
 #include "compositor_capture.h"
 
 #include <memory>
+#include <string>
 
 #include "dbus_screenshot.h"
 #include "deadline.h"
+#include "gdk_capture.h"
 #include "kwin_screenshot2.h"
 #include "portal_screenshot.h"
 
@@ -25,10 +27,9 @@ GdkPixbuf* Snap(DbusScreenshot& service, CompositorArea area) {
 
 void SnapThroughKwin(CompositorArea area, const Deadline& deadline, CompositorPicture* picture) {
   GErrorPtr error;
-  KwinPicture taken = CaptureThroughKwin(area, deadline, &error);
+  if (CountMonitors() > 1) area = CompositorArea::kWorkspace;
+  picture->pixbuf = CaptureThroughKwin(area, deadline, &error);
   LogIfFailed("ScreenShot2: ", error);
-  picture->pixbuf = std::move(taken.pixbuf);
-  picture->screen = std::move(taken.screen);
   picture->extent = area == CompositorArea::kWorkspace ? CompositorPicture::kWorkspace
                                                        : CompositorPicture::kScreen;
 }

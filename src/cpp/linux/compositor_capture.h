@@ -3,8 +3,6 @@
 
 #include <gdk-pixbuf/gdk-pixbuf.h>
 
-#include <string>
-
 #include "glib_ptr.h"
 
 namespace kiv {
@@ -13,18 +11,17 @@ enum class CompositorArea { kWorkspace, kActiveScreen };
 
 struct CompositorPicture {
   GObjectPtr<GdkPixbuf> pixbuf;  // null when no way gives one
-  // What it shows: the compositor's own service decides that itself, the other ways do as told,
-  // but the portal knows the workspace only.
+  // What it shows; the compositor's own service decides that itself.
   enum { kUnknown, kWorkspace, kScreen } extent = kUnknown;
-  std::string screen;          // the output's name for kScreen; may be empty
   bool service_found = false;  // the compositor's own service answered the probe
 };
 
 // A picture of a session that is not X11. The compositor's own service is asked first; where that
 // gives nothing, KWin's ScreenShot2, then the desktop portal, which together block for at most five
 // seconds (ten in the process's first call of the portal). Neither is asked while the screen is
-// `locked`: the picture would be black, come late or never. Each failure is logged, which enters
-// JavaScript.
+// `locked`: the picture would be black, come late or never. They give the workspace in place of the
+// active screen where there are several monitors, since the compositor may call another one active.
+// Each failure is logged, which enters JavaScript.
 CompositorPicture CaptureCompositor(CompositorArea area, bool locked);
 
 }  // namespace kiv

@@ -52,19 +52,9 @@ GdkRectangle ActiveDisplayArea() {
   return area;
 }
 
-std::optional<GdkRectangle> MonitorArea(const std::string& output) {
+int CountMonitors() {
   GdkWindow* root = UsableRoot();
-  if (!root) return std::nullopt;
-  const GdkErrorTrap trap;
-  GdkScreen* screen = gdk_window_get_screen(root);
-  for (int i = 0; i < gdk_screen_get_n_monitors(screen); ++i) {
-    const GCharPtr name(gdk_screen_get_monitor_plug_name(screen, i));
-    if (!name || output != name.get()) continue;
-    GdkRectangle area = {};
-    gdk_screen_get_monitor_geometry(screen, i, &area);
-    return area;
-  }
-  return std::nullopt;
+  return root ? gdk_screen_get_n_monitors(gdk_window_get_screen(root)) : 0;
 }
 
 GObjectPtr<GdkPixbuf> CaptureRoot(const GdkRectangle& area) {

@@ -4,9 +4,6 @@
 #include <gdk-pixbuf/gdk-pixbuf.h>
 #include <gdk/gdk.h>
 
-#include <optional>
-#include <string>
-
 #include "glib_ptr.h"
 
 namespace kiv {
@@ -18,8 +15,8 @@ namespace kiv {
 GdkRectangle DesktopArea();
 // The monitor that shows the active window; the whole root window when no window is active.
 GdkRectangle ActiveDisplayArea();
-// The monitor on an output of that name; nothing where there is none.
-std::optional<GdkRectangle> MonitorArea(const std::string& output);
+// How many monitors there are.
+int CountMonitors();
 
 // The picture of a part of the root window; null when there is none.
 GObjectPtr<GdkPixbuf> CaptureRoot(const GdkRectangle& area);

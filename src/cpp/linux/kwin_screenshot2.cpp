@@ -59,30 +59,25 @@ GVariantPtr RequestPicture(CompositorArea area, UniqueFd writing, const Deadline
                         deadline.Remaining(), descriptors.get());
 }
 
-std::string ScreenOf(GVariant* description) {
-  const char* screen = "";
-  g_variant_lookup(description, "screen", "&s", &screen);
-  return screen;
-}
-
 }  // namespace
 
-KwinPicture CaptureThroughKwin(CompositorArea area, const Deadline& deadline, GErrorPtr* error) {
+GObjectPtr<GdkPixbuf> CaptureThroughKwin(CompositorArea area, const Deadline& deadline,
+                                         GErrorPtr* error) {
   static AbsenceMemory absence;
   const auto owner = OwnerOf(kKdeDbusBusName, deadline, error);
-  if (!owner || owner->empty() || absence.Knows(*owner)) return {};
+  if (!owner || owner->empty() || absence.Knows(*owner)) return nullptr;
   auto [reading, writing] = OpenPipe(error);
-  if (!reading) return {};
+  if (!reading) return nullptr;
   const GVariantPtr reply = RequestPicture(area, std::move(writing), deadline, error);
   if (!reply && SaysAbsent(error->get())) {
     absence.Note(*owner);
     error->reset();
   }
-  if (!reply) return {};
+  if (!reply) return nullptr;
   const GVariantPtr description(g_variant_get_child_value(reply.get(), 0));
   const auto shape = ReadRawPictureShape(description.get(), error);
-  if (!shape) return {};
-  return {ReadRawPicture(reading.get(), *shape, deadline, error), ScreenOf(description.get())};
+  if (!shape) return nullptr;
+  return ReadRawPicture(reading.get(), *shape, deadline, error);
 }
 
 }  // namespace kiv

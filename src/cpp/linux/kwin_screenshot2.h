@@ -3,23 +3,17 @@
 
 #include <gdk-pixbuf/gdk-pixbuf.h>
 
-#include <string>
-
 #include "compositor_capture.h"
 #include "deadline.h"
 #include "glib_ptr.h"
 
 namespace kiv {
 
-struct KwinPicture {
-  GObjectPtr<GdkPixbuf> pixbuf;
-  std::string screen;  // the output that it shows; empty for the workspace
-};
-
 // A picture in the screen's pixels through KWin's org.kde.KWin.ScreenShot2, which sends it through
 // a pipe. Blocks until `deadline` at most. Null with the reason in `error`; null without one when
 // the session has no KWin, or one without that service.
-KwinPicture CaptureThroughKwin(CompositorArea area, const Deadline& deadline, GErrorPtr* error);
+GObjectPtr<GdkPixbuf> CaptureThroughKwin(CompositorArea area, const Deadline& deadline,
+                                         GErrorPtr* error);
 
 }  // namespace kiv
 

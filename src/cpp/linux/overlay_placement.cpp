@@ -40,9 +40,8 @@ PlacedPicture PlaceOnMonitor(CompositorPicture picture, const GdkRectangle& moni
     return CutDown(std::move(picture.pixbuf), monitor);
   }
   if (picture.extent == CompositorPicture::kUnknown) return {std::move(picture.pixbuf), monitor, 0};
-  const GdkRectangle shown = MonitorArea(picture.screen).value_or(monitor);
-  const double scale = ScaleOf(picture.pixbuf.get(), shown);
-  return {std::move(picture.pixbuf), shown, scale};
+  const double scale = ScaleOf(picture.pixbuf.get(), monitor);
+  return {std::move(picture.pixbuf), monitor, scale};
 }
 
 }  // namespace kiv

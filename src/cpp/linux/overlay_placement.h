@@ -15,9 +15,9 @@ struct PlacedPicture {
   double scale;          // pixels of the picture per point; 0 for the toolkit's own scale
 };
 
-// Finds the monitor that a compositor's picture shows, `monitor` for a picture of the workspace,
-// which is cut down to that. So each pixel lies where the screen showed it, also when Xwayland's
-// points are not the screen's pixels. A picture that fits no monitor is left as it is.
+// Places a compositor's picture so that each pixel lies where the screen showed it, also when
+// Xwayland's points are not the screen's pixels. One of the workspace is cut down to `monitor`; one
+// that fits neither is left as it is.
 PlacedPicture PlaceOnMonitor(CompositorPicture picture, const GdkRectangle& monitor);
 
 }  // namespace kiv
