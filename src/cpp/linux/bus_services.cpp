@@ -46,9 +46,8 @@ std::optional<uint32_t> InterfaceVersion(const BusObject& object, const Deadline
 }
 
 bool SaysAbsent(const GError* error) {
-  return std::any_of(std::begin(kAbsent), std::end(kAbsent), [&](GDBusError code) {
-    return g_error_matches(error, G_DBUS_ERROR, code);
-  });
+  return std::any_of(std::begin(kAbsent), std::end(kAbsent),
+                     [&](GDBusError code) { return g_error_matches(error, G_DBUS_ERROR, code); });
 }
 
 }  // namespace kiv

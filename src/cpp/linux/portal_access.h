@@ -15,7 +15,8 @@ namespace kiv {
 struct PortalAccess {
   std::string owner;  // the portal's unique name; empty when there is none that takes screenshots
   bool asks = false;  // the person has a say
-  Permission permission = Permission::kUnset;  // what the person has said; only where the portal asks
+  Permission permission =
+      Permission::kUnset;  // what the person has said; only where the portal asks
 
   bool TakesWithoutQuestion() const {
     return !owner.empty() && (!asks || permission == Permission::kGranted);

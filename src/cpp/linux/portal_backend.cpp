@@ -84,7 +84,8 @@ Texts CurrentDesktops() {
 
 KeyFilePtr ReadKeyFile(const std::string& path) {
   KeyFilePtr file(g_key_file_new());
-  if (!g_key_file_load_from_file(file.get(), path.c_str(), G_KEY_FILE_NONE, nullptr)) return nullptr;
+  if (!g_key_file_load_from_file(file.get(), path.c_str(), G_KEY_FILE_NONE, nullptr))
+    return nullptr;
   return file;
 }
 

@@ -37,7 +37,8 @@ bool TakeSuffix(std::string_view* text, std::string_view suffix) {
 // Takes off what follows the last `separator`, and that, if it is made of letters and digits only.
 bool TakeRandom(std::string_view* text, char separator) {
   const size_t at = text->rfind(separator);
-  if (at == std::string_view::npos || at == 0 || !IsAlphanumeric(text->substr(at + 1))) return false;
+  if (at == std::string_view::npos || at == 0 || !IsAlphanumeric(text->substr(at + 1)))
+    return false;
   *text = text->substr(0, at);
   return true;
 }
@@ -48,9 +49,10 @@ std::string Unescaped(std::string_view text) {
   while (!text.empty()) {
     const bool escaped = text.size() >= 4 && text.substr(0, 2) == "\\x" &&
                          g_ascii_isxdigit(text[2]) && g_ascii_isxdigit(text[3]);
-    plain += escaped ? static_cast<char>(g_ascii_xdigit_value(text[2]) * 16 +
-                                         g_ascii_xdigit_value(text[3]))
-                     : text.front();
+    plain +=
+        escaped
+            ? static_cast<char>(g_ascii_xdigit_value(text[2]) * 16 + g_ascii_xdigit_value(text[3]))
+            : text.front();
     text.remove_prefix(escaped ? 4 : 1);
   }
   return plain;
