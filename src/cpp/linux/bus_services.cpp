@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <iterator>
 
-#include "session_bus.h"
-
 namespace kiv {
 
 namespace {
@@ -30,6 +28,21 @@ std::optional<std::string> OwnerOf(const char* bus_name, const Deadline& deadlin
   const char* owner = nullptr;
   g_variant_get(reply.get(), "(&s)", &owner);
   return std::string(owner);
+}
+
+std::optional<uint32_t> InterfaceVersion(const BusObject& object, const Deadline& deadline,
+                                         GErrorPtr* error) {
+  const BusObject properties = {object.bus_name, object.object_path,
+                                "org.freedesktop.DBus.Properties"};
+  const GVariantPtr reply =
+      CallSessionBus(properties, "Get", g_variant_new("(ss)", object.interface, "version"), "(v)",
+                     error, deadline.Remaining());
+  if (!reply) return std::nullopt;
+  GVariant* raw_value = nullptr;
+  g_variant_get(reply.get(), "(v)", &raw_value);
+  const GVariantPtr value(raw_value);
+  if (!CheckReplyType(value.get(), "u", error)) return std::nullopt;
+  return g_variant_get_uint32(value.get());
 }
 
 bool SaysAbsent(const GError* error) {

@@ -1,11 +1,13 @@
 #ifndef SRC_CPP_LINUX_BUS_SERVICES_H_
 #define SRC_CPP_LINUX_BUS_SERVICES_H_
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
 #include "deadline.h"
 #include "glib_ptr.h"
+#include "session_bus.h"
 
 namespace kiv {
 
@@ -13,6 +15,11 @@ namespace kiv {
 // Nothing, with the reason in `error`, when the bus does not say.
 std::optional<std::string> OwnerOf(const char* bus_name, const Deadline& deadline,
                                    GErrorPtr* error);
+
+// The "version" property of an object's interface. Nothing, with the reason in `error`, when it
+// cannot be read. May start the service.
+std::optional<uint32_t> InterfaceVersion(const BusObject& object, const Deadline& deadline,
+                                         GErrorPtr* error);
 
 // Whether an error says that there is no such service, object, interface or method.
 bool SaysAbsent(const GError* error);

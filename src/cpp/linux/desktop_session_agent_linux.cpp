@@ -2,8 +2,6 @@
 
 #include <nan.h>
 
-#include <cstdlib>
-#include <cstring>
 #include <utility>
 
 #include "../event_scope.h"
@@ -14,6 +12,7 @@
 #include "capture.h"
 #include "lock_watcher.h"
 #include "session_bus.h"
+#include "session_type.h"
 #include "upgrade_launcher.h"
 #include "user_selection_helper_linux.h"
 
@@ -66,8 +65,7 @@ DesktopSessionData::~DesktopSessionData() = default;
 
 void DesktopSessionData::define_session_type() {
   if (is_x11 || is_wayland) return;
-  const char* type = std::getenv("XDG_SESSION_TYPE");
-  is_x11 = !type || std::strcmp(type, "x11") == 0;
+  is_x11 = IsX11Session();
   is_wayland = !is_x11;
 }
 

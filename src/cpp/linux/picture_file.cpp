@@ -1,17 +1,14 @@
 #include "picture_file.h"
 
-#include <fcntl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdint>
 #include <fstream>
 
-#include "../unique_fd.h"
+#include "handed_over_file.h"
 
 namespace kiv {
 
@@ -76,23 +73,14 @@ std::string UnusedPath(const std::string& directory) {
 }
 
 GObjectPtr<GdkPixbuf> ReadPicture(const std::string& path, GErrorPtr* error) {
-  // Without O_NONBLOCK the opening of a FIFO would wait for a writer.
-  const UniqueFd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-  struct stat info = {};
-  if (!file || fstat(file.get(), &info) != 0) {
-    const int code = errno;
-    g_set_error(CollectError(error), G_FILE_ERROR, g_file_error_from_errno(code),
-                "The picture cannot be read: %s", g_strerror(code));
-    return nullptr;
-  }
-  if (!S_ISREG(info.st_mode)) {
-    g_set_error_literal(CollectError(error), G_IO_ERROR, G_IO_ERROR_NOT_REGULAR_FILE,
-                        "The picture is not a regular file");
-    return nullptr;
-  }
+  const UniqueFd file = OpenRegularFile(path, 0, error);
+  return file ? DecodePicture(file.get(), error) : nullptr;
+}
+
+GObjectPtr<GdkPixbuf> DecodePicture(int fd, GErrorPtr* error) {
   // The file that was looked at, whatever lies at its path by now; the decoder's messages name
   // this.
-  const std::string opened = "/proc/self/fd/" + std::to_string(file.get());
+  const std::string opened = "/proc/self/fd/" + std::to_string(fd);
   const Size claimed = ClaimedSize(opened);
   // Divided, because the product of two 32-bit claims may be too big.
   if (claimed.width > 0 && claimed.height > kMaxPixels / claimed.width) {
