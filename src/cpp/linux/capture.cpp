@@ -1,8 +1,10 @@
 #include "capture.h"
 
+#include <utility>
+
 #include "../log_request_ids.h"
 #include "../logging.h"
-#include "dbus_screenshot.h"
+#include "compositor_capture.h"
 #include "gdk_capture.h"
 #include "glib_ptr.h"
 #include "image_encoder.h"
@@ -18,14 +20,15 @@ GObjectPtr<GdkPixbuf> CaptureThroughGdk(CaptureArea area) {
   return CaptureRoot(area == CaptureArea::kDesktop ? DesktopArea() : ActiveDisplayArea());
 }
 
-// The backend and its file are gone before the encoding.
-GObjectPtr<GdkPixbuf> CaptureThroughCompositor(CaptureArea area) {
-  const auto backend = DbusScreenshot::Create();
-  if (backend) return AdoptGObject(backend->SnapWholeDesktop());
-  LogMessage(LogMessage::error).stream()
-      << (area == CaptureArea::kDesktop ? kLoggingRequestId_SnapDesktopError
-                                        : kLoggingRequestId_SnapDisplayError);
-  return nullptr;
+// The compositor's file is gone before the encoding.
+GObjectPtr<GdkPixbuf> CaptureThroughCompositor(CaptureArea area, bool locked) {
+  CompositorPicture picture = CaptureCompositor(CompositorArea::kWorkspace, locked);
+  if (!picture.pixbuf && !picture.service_found) {
+    LogMessage(LogMessage::error).stream()
+        << (area == CaptureArea::kDesktop ? kLoggingRequestId_SnapDesktopError
+                                          : kLoggingRequestId_SnapDisplayError);
+  }
+  return std::move(picture.pixbuf);
 }
 
 }  // namespace
@@ -37,8 +40,10 @@ LimitedSize LimitSize(uint32_t width, uint32_t height) {
   return size;
 }
 
-ScreenSnap CaptureScreen(CaptureArea area, bool is_x11, bool jpeg, bool limit_size) {
-  const auto pixbuf = is_x11 ? CaptureThroughGdk(area) : CaptureThroughCompositor(area);
+ScreenSnap CaptureScreen(CaptureArea area, const CaptureSession& session, bool jpeg,
+                         bool limit_size) {
+  const auto pixbuf = session.is_x11 ? CaptureThroughGdk(area)
+                                     : CaptureThroughCompositor(area, session.screen_locked);
   if (!pixbuf) return {};
   LimitedSize size = {static_cast<uint32_t>(gdk_pixbuf_get_width(pixbuf.get())),
                       static_cast<uint32_t>(gdk_pixbuf_get_height(pixbuf.get())), false};

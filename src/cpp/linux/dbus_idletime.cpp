@@ -1,7 +1,7 @@
 #include "dbus_idletime.h"
 
 #include "../log_request_ids.h"
-#include "session_bus.h"
+#include "logged_bus_call.h"
 
 namespace kiv {
 
@@ -17,8 +17,9 @@ constexpr BusObject kMutter = {kGnomeDbusBusName, kGnomeDbusObjectPath, kGnomeDb
 }  // namespace
 
 bool GnomeIdleTime::GetIdleTime(long long& idle_ms) {
+  GErrorPtr error;
   const GVariantPtr reply = CallSessionBusOrLog(kLoggingRequestId_DbusIdleTimeError, kMutter,
-                                                kGnomeDbusFunctionIdleTime, nullptr, "(t)");
+                                                kGnomeDbusFunctionIdleTime, nullptr, "(t)", &error);
   if (!reply) return false;
   guint64 milliseconds = 0;
   g_variant_get(reply.get(), "(t)", &milliseconds);

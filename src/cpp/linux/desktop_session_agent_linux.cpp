@@ -84,6 +84,7 @@ void DesktopSessionData::Subscribe() {
 void DesktopSessionData::Unsubscribe() {
   if (!dbus_subscribed) return;
   dbus_subscribed = false;
+  screen_locked = false;  // nobody says any more
   UnsubscribeLockSignals(bus, subscription_ids);
   g_object_unref(std::exchange(bus, nullptr));
 }
@@ -113,8 +114,9 @@ void DesktopSessionData::OnDBusSignalReceived(GDBusConnection* /*connection*/,
   if (!user_data) return;
   const auto locked = ReadLockSignal(signal_name, parameters);
   if (!locked) return;
+  auto* agent = static_cast<DesktopSessionAgent*>(user_data);
+  agent->data_.screen_locked = *locked;
   LogMessage(LogMessage::info).stream() << kLoggingRequestId_SessionBusSignal;
-  const auto* agent = static_cast<DesktopSessionAgent*>(user_data);
   if (!agent->screen_lock_monitor_) return;
   EmitScreenLockEvent(agent->screen_lock_monitor_, *locked ? kScreenLockEvent : kScreenUnlockEvent);
 }
@@ -191,7 +193,7 @@ ScreenSnap* DesktopSessionAgent::Snap(CaptureArea area, bool jpeg, bool limit_si
   data_.define_session_type();
   ScreenSnap snap;
   SetTexts(&snap, FetchActiveTaskInfo(&data_));
-  PublishPicture(&snap, CaptureScreen(area, data_.is_x11, jpeg, limit_size));
+  PublishPicture(&snap, CaptureScreen(area, {data_.is_x11, data_.screen_locked}, jpeg, limit_size));
   PublishSnap(&data_.snap, std::move(snap));
   return &data_.snap;
 }

@@ -31,7 +31,8 @@ struct DesktopSessionData : InputCounters, ActiveWindowAtoms {
   ScreenSnap snap;                   // published in one step; no scratch space
   std::unique_ptr<Nan::Callback> interval_callback;
   bool is_x11 = false;
-  bool is_wayland = false;  // any session that is not X11
+  bool is_wayland = false;     // any session that is not X11
+  bool screen_locked = false;  // the last lock signal said so
   int xi_opcode = 0;
   XConnection x_connection;
   IntervalTimer interval_timer;

@@ -52,6 +52,11 @@ GdkRectangle ActiveDisplayArea() {
   return area;
 }
 
+int CountMonitors() {
+  GdkWindow* root = UsableRoot();
+  return root ? gdk_screen_get_n_monitors(gdk_window_get_screen(root)) : 0;
+}
+
 GObjectPtr<GdkPixbuf> CaptureRoot(const GdkRectangle& area) {
   GdkWindow* root = UsableRoot();
   if (!root || area.width <= 0 || area.height <= 0) return nullptr;

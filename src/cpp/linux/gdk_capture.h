@@ -15,6 +15,8 @@ namespace kiv {
 GdkRectangle DesktopArea();
 // The monitor that shows the active window; the whole root window when no window is active.
 GdkRectangle ActiveDisplayArea();
+// How many monitors there are.
+int CountMonitors();
 
 // The picture of a part of the root window; null when there is none.
 GObjectPtr<GdkPixbuf> CaptureRoot(const GdkRectangle& area);

@@ -1,5 +1,7 @@
 #include "overlay_window.h"
 
+#include "selection_drawing.h"
+
 namespace kiv {
 
 namespace {
@@ -27,10 +29,10 @@ void CloseMenus() {
 
 }  // namespace
 
-OverlayWindow::OverlayWindow(GdkPoint origin, int width, int height)
+OverlayWindow::OverlayWindow(GdkPoint origin, int width, int height, double scale)
     : window_(NewWindow()),
       drawing_area_(gtk_drawing_area_new()),
-      scale_(gtk_widget_get_scale_factor(window_.get())),
+      scale_(scale > 0 ? scale : gtk_widget_get_scale_factor(window_.get())),
       width_(width),
       height_(height) {
   GtkWindow* window = GTK_WINDOW(window_.get());
@@ -46,6 +48,8 @@ OverlayWindow::OverlayWindow(GdkPoint origin, int width, int height)
   gtk_widget_set_events(window_.get(), kWindowEvents);
   gtk_container_add(GTK_CONTAINER(window), drawing_area_);
 }
+
+int OverlayWindow::ToPoints(int pixels) const { return PointsFor(pixels, scale_); }
 
 void OverlayWindow::Show() {
   gtk_widget_show_all(window_.get());

@@ -21,12 +21,12 @@ struct DestroyWindow {
 };
 using GtkWindowPtr = std::unique_ptr<GtkWidget, DestroyWindow>;
 
-// The full-screen window over one monitor in which the person selects. Sizes are pixels; GTK
-// measures in points, scale() pixels each.
+// The full-screen window over one monitor in which the person selects. Sizes are the picture's
+// pixels; GTK measures in points, scale() pixels each.
 class OverlayWindow {
  public:
-  // Not shown yet; it will stand at `origin`, in points.
-  OverlayWindow(GdkPoint origin, int width, int height);
+  // Not shown yet; it will stand at `origin`, in points. A scale of 0 is the toolkit's own.
+  OverlayWindow(GdkPoint origin, int width, int height, double scale);
   ~OverlayWindow() = default;
   OverlayWindow(const OverlayWindow&) = delete;
   OverlayWindow& operator=(const OverlayWindow&) = delete;
@@ -47,17 +47,17 @@ class OverlayWindow {
   GtkWidget* window() const { return window_.get(); }
   GtkWidget* drawing_area() const { return drawing_area_; }
   GdkScreen* screen() const { return gtk_widget_get_screen(window_.get()); }
-  int scale() const { return scale_; }
+  double scale() const { return scale_; }
   int ToPixels(double points) const { return static_cast<int>(points * scale_); }
 
  private:
-  int ToPoints(int pixels) const { return (pixels + scale_ - 1) / scale_; }
+  int ToPoints(int pixels) const;
 
   // Somebody may destroy the window between two drawings.
   GdkErrorTrap trap_;
   GtkWindowPtr window_;
   GtkWidget* drawing_area_;  // goes with the window
-  int scale_;
+  double scale_;
   int width_;
   int height_;
   ScopedSignals signals_;

@@ -21,7 +21,6 @@ constexpr char kNamePrefix[] = "brenik.";
 constexpr char kLetters[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
 constexpr int kRandomLetters = 10;
 constexpr int kAttempts = 100;
-constexpr int64_t kMaxPixels = int64_t{1} << 27;
 
 // Empty when the kernel gives no random numbers.
 std::string RandomName() {

@@ -3,6 +3,7 @@
 
 #include <gdk-pixbuf/gdk-pixbuf.h>
 
+#include <cstdint>
 #include <string>
 
 #include "glib_ptr.h"
@@ -15,9 +16,12 @@ namespace kiv {
 // file is made: a compositor that refuses would leave it behind. `directory` goes in unchanged.
 std::string UnusedPath(const std::string& directory);
 
+// No picture has more pixels than four 8K monitors and some: half a gigabyte decoded.
+constexpr int64_t kMaxPixels = int64_t{1} << 27;
+
 // The decoded picture, or null with the reason in `error`, which does not tell the path. Anything
-// but a regular file is refused, without waiting for it. So is a picture of more than 2^27 pixels
-// (four 8K monitors and some; half a gigabyte decoded): a few bytes can claim any size.
+// but a regular file is refused, without waiting for it. So is a picture of more than kMaxPixels: a
+// few bytes can claim any size.
 GObjectPtr<GdkPixbuf> ReadPicture(const std::string& path, GErrorPtr* error);
 
 }  // namespace kiv

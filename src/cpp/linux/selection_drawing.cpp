@@ -1,5 +1,6 @@
 #include "selection_drawing.h"
 
+#include <cmath>
 #include <utility>
 
 namespace kiv {
@@ -17,14 +18,14 @@ Crectangle_d Strip(int x, int y, int width, int height) {
 
 // The picture as a surface on the display server's side, so that painting it costs this process
 // nothing; its pixels are those of the picture itself as a source.
-CairoSurfacePtr PrepareSource(GdkWindow* window, GdkPixbuf* picture, int scale) {
+CairoSurfacePtr PrepareSource(GdkWindow* window, GdkPixbuf* picture) {
   // An opaque surface would show translucent pixels over black instead of over what lies there.
   const cairo_content_t content =
       gdk_pixbuf_get_has_alpha(picture) ? CAIRO_CONTENT_COLOR_ALPHA : CAIRO_CONTENT_COLOR;
-  const auto points = [scale](int pixels) { return (pixels + scale - 1) / scale; };
-  CairoSurfacePtr surface(
-      gdk_window_create_similar_surface(window, content, points(gdk_pixbuf_get_width(picture)),
-                                        points(gdk_pixbuf_get_height(picture))));
+  const int scale = gdk_window_get_scale_factor(window);
+  CairoSurfacePtr surface(gdk_window_create_similar_surface(
+      window, content, PointsFor(gdk_pixbuf_get_width(picture), scale),
+      PointsFor(gdk_pixbuf_get_height(picture), scale)));
   cairo_surface_set_device_scale(surface.get(), 1.0, 1.0);
   const CairoPtr cr(cairo_create(surface.get()));
   gdk_cairo_set_source_pixbuf(cr.get(), picture, 0.0, 0.0);
@@ -77,6 +78,12 @@ GObjectPtr<GdkPixbuf> MakeDimmed(GdkPixbuf* picture) {
   return dimmed;
 }
 
+int PointsFor(int pixels, double scale) {
+  // A quotient that is whole may come out a little above.
+  constexpr double kRounding = 1e-6;
+  return static_cast<int>(std::ceil(pixels / scale - kRounding));
+}
+
 std::vector<Crectangle_d> UncoveredStrips(const GdkRectangle& before, const GdkRectangle& after) {
   const int old_right = before.x + before.width;
   const int old_bottom = before.y + before.height;
@@ -100,17 +107,17 @@ std::vector<Crectangle_d> UncoveredStrips(const GdkRectangle& before, const GdkR
 }
 
 SelectionCanvas::SelectionCanvas(GObjectPtr<GdkPixbuf> base, GObjectPtr<GdkPixbuf> blended,
-                                 int scale)
+                                 double scale)
     : base_pixbuf_(std::move(base)), blended_pixbuf_(std::move(blended)), scale_(scale) {}
 
 void SelectionCanvas::Configure(GdkWindow* window, int width, int height, int x, int y) {
   window_ = RetainGObject(window);
-  if (!blended_source_) blended_source_ = PrepareSource(window, blended_pixbuf_.get(), scale_);
+  if (!blended_source_) blended_source_ = PrepareSource(window, blended_pixbuf_.get());
   cr_.reset();
   surface_.reset(gdk_window_create_similar_surface(window, CAIRO_CONTENT_COLOR, width, height));
   cr_.reset(cairo_create(surface_.get()));
   if (scale_ != 1) cairo_scale(cr_.get(), 1.0 / scale_, 1.0 / scale_);
-  FillFrom(cr_.get(), blended_source_.get(), Strip(0, 0, width * scale_, height * scale_));
+  PaintFrom(cr_.get(), blended_source_.get());
   DrawCross(x, y);
 }
 
@@ -137,7 +144,7 @@ void SelectionCanvas::DrawDragStep(int x, int y, const GdkRectangle& before,
 void SelectionCanvas::Show(cairo_t* cr) const { PaintFrom(cr, surface_.get()); }
 
 void SelectionCanvas::PrepareBase() {
-  if (!base_source_) base_source_ = PrepareSource(window_.get(), base_pixbuf_.get(), scale_);
+  if (!base_source_) base_source_ = PrepareSource(window_.get(), base_pixbuf_.get());
 }
 
 }  // namespace kiv

@@ -18,6 +18,9 @@ using CairoSurfacePtr = std::unique_ptr<cairo_surface_t, FreeWith<cairo_surface_
 // The picture over black at 150/255; null when there is no memory for it.
 GObjectPtr<GdkPixbuf> MakeDimmed(GdkPixbuf* picture);
 
+// The fewest points that show so many pixels.
+int PointsFor(int pixels, double scale);
+
 struct Crectangle_d {
   double x;
   double y;
@@ -33,7 +36,7 @@ std::vector<Crectangle_d> UncoveredStrips(const GdkRectangle& before, const GdkR
 class SelectionCanvas {
  public:
   // The captured picture and its dimmed copy; `scale` pixels make a point of the window.
-  SelectionCanvas(GObjectPtr<GdkPixbuf> base, GObjectPtr<GdkPixbuf> blended, int scale);
+  SelectionCanvas(GObjectPtr<GdkPixbuf> base, GObjectPtr<GdkPixbuf> blended, double scale);
   ~SelectionCanvas() = default;
   SelectionCanvas(const SelectionCanvas&) = delete;
   SelectionCanvas& operator=(const SelectionCanvas&) = delete;
@@ -60,7 +63,7 @@ class SelectionCanvas {
  private:
   GObjectPtr<GdkPixbuf> base_pixbuf_;
   GObjectPtr<GdkPixbuf> blended_pixbuf_;
-  int scale_;
+  double scale_;
   GObjectPtr<GdkWindow> window_;
   // The two pictures as the drawing's sources.
   CairoSurfacePtr base_source_;

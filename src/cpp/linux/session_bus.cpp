@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "../logging.h"
+#include "private_context.h"
 
 namespace kiv {
 
@@ -15,7 +15,6 @@ namespace {
 // GLib's own limits begin once there is a connection; a daemon that hangs would hold the host for
 // as long as it does.
 constexpr guint kPatienceMilliseconds = 5000;
-constexpr int kDefaultTimeout = -1;
 
 // GLib aborts when it finds no descriptor for a main context of its own, as every synchronous call
 // needs one; opening a connection needs several more.
@@ -84,36 +83,6 @@ void OpenInPool(GTask* task, gpointer /*source*/, gpointer /*data*/, GCancellabl
   }
 }
 
-// A main context of its own, in which a task of this thread ends; the host's sources wait
-// meanwhile.
-class PrivateContext {
- public:
-  PrivateContext() : context_(g_main_context_new()) {
-    g_main_context_push_thread_default(context_);
-  }
-  ~PrivateContext() {
-    g_main_context_pop_thread_default(context_);
-    g_main_context_unref(context_);
-  }
-  PrivateContext(const PrivateContext&) = delete;
-  PrivateContext& operator=(const PrivateContext&) = delete;
-
-  void Iterate() { g_main_context_iteration(context_, TRUE); }
-  void CancelAfter(guint milliseconds, GCancellable* cancellable) {
-    GSource* source = g_timeout_source_new(milliseconds);
-    const auto cancel = [](gpointer data) -> gboolean {
-      g_cancellable_cancel(G_CANCELLABLE(data));
-      return G_SOURCE_REMOVE;
-    };
-    g_source_set_callback(source, cancel, g_object_ref(cancellable), g_object_unref);
-    g_source_attach(source, context_);
-    g_source_unref(source);
-  }
-
- private:
-  GMainContext* context_;
-};
-
 struct Opening {
   GObjectPtr<GDBusConnection> bus;
   GErrorPtr error;
@@ -159,13 +128,15 @@ GObjectPtr<GDBusConnection> ConnectSessionBus(GErrorPtr* error) {
 }
 
 GVariantPtr CallSessionBus(const BusObject& object, const char* method, GVariant* parameters,
-                           const char* reply_type, GErrorPtr* error) {
+                           const char* reply_type, GErrorPtr* error, int milliseconds,
+                           GUnixFDList* descriptors) {
   const GVariantPtr owned(parameters ? g_variant_ref_sink(parameters) : nullptr);
   const auto bus = ConnectSessionBus(error);
   if (!bus) return nullptr;
-  GVariantPtr reply(g_dbus_connection_call_sync(
+  GVariantPtr reply(g_dbus_connection_call_with_unix_fd_list_sync(
       bus.get(), object.bus_name, object.object_path, object.interface, method, owned.get(),
-      nullptr, G_DBUS_CALL_FLAGS_NONE, kDefaultTimeout, nullptr, CollectError(error)));
+      nullptr, G_DBUS_CALL_FLAGS_NONE, milliseconds, descriptors, nullptr, nullptr,
+      CollectError(error)));
   if (reply && !CheckReplyType(reply.get(), reply_type, error)) return nullptr;
   return reply;
 }
@@ -182,14 +153,6 @@ GVariantPtr FinishSessionBusCall(GObject* source, GAsyncResult* result, const ch
   GVariantPtr reply(
       g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, CollectError(error)));
   if (reply && !CheckReplyType(reply.get(), reply_type, error)) return nullptr;
-  return reply;
-}
-
-GVariantPtr CallSessionBusOrLog(const char* request_id, const BusObject& object, const char* method,
-                                GVariant* parameters, const char* reply_type) {
-  GErrorPtr error;
-  auto reply = CallSessionBus(object, method, parameters, reply_type, &error);
-  if (!reply) LogMessage(LogMessage::error).stream() << request_id << error->message;
   return reply;
 }
 

@@ -20,16 +20,15 @@ struct BusObject {
   const char* interface;
 };
 
-// Calls a method on such a connection and waits, at most for the bus's default time-out. The reply,
-// or null with the reason in `error`. A service of another version may answer anything: a reply
-// that is not of `reply_type` counts as an error; a null type takes any. Consumes floating
-// parameters.
-GVariantPtr CallSessionBus(const BusObject& object, const char* method, GVariant* parameters,
-                           const char* reply_type, GErrorPtr* error);
-// The same; the reason goes into the log, after `request_id`, which enters JavaScript.
-GVariantPtr CallSessionBusOrLog(const char* request_id, const BusObject& object, const char* method,
-                                GVariant* parameters, const char* reply_type);
+constexpr int kDefaultTimeout = -1;  // the bus's own, 25 seconds
 
+// Calls a method on such a connection and waits for at most so many milliseconds. The reply, or
+// null with the reason in `error`. A service of another version may answer anything: a reply that
+// is not of `reply_type` counts as an error; a null type takes any. Consumes floating parameters,
+// which refer to `descriptors`, if any, by index.
+GVariantPtr CallSessionBus(const BusObject& object, const char* method, GVariant* parameters,
+                           const char* reply_type, GErrorPtr* error,
+                           int milliseconds = kDefaultTimeout, GUnixFDList* descriptors = nullptr);
 // Starts a call that may take for ever and returns at once; `done` ends it with
 // FinishSessionBusCall.
 void StartSessionBusCall(GDBusConnection* bus, const BusObject& object, const char* method,
@@ -38,7 +37,7 @@ void StartSessionBusCall(GDBusConnection* bus, const BusObject& object, const ch
 GVariantPtr FinishSessionBusCall(GObject* source, GAsyncResult* result, const char* reply_type,
                                  GErrorPtr* error);
 
-// False, with an error, for a reply of another type.
+// False, with an error, for a reply of another type; a null type takes any.
 bool CheckReplyType(GVariant* reply, const char* reply_type, GErrorPtr* error);
 
 }  // namespace kiv

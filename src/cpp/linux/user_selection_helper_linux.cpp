@@ -6,7 +6,7 @@
 #include "../log_request_ids.h"
 #include "../logging.h"
 #include "../snap_completion.h"
-#include "dbus_screenshot.h"
+#include "compositor_capture.h"
 #include "desktop_session_data_linux.h"
 #include "gdk_capture.h"
 #include "image_encoder.h"
@@ -120,14 +120,13 @@ void UserSelectionImpLinux::start_selection(void* context) {
   const auto mine = std::make_shared<Selection>(context);
   selection_ = mine;
   session_data_->define_session_type();
-  mine->monitor_ = ActiveDisplayArea();
-  auto base = TakePicture(mine->monitor_);
+  PlacedPicture base = TakePicture(ActiveDisplayArea());
   // A failure's log line may have ended this request.
   if (selection_ != mine) return;
-  if (!base) return FailStart(kLoggingRequestId_ScreenSnapCreateBasePixmapError);
-  auto blended = MakeDimmed(base.get());
+  if (!base.pixbuf) return FailStart(kLoggingRequestId_ScreenSnapCreateBasePixmapError);
+  auto blended = MakeDimmed(base.pixbuf.get());
   if (!blended) {
-    base.reset();
+    base.pixbuf.reset();
     return FailStart(kLoggingRequestId_ScreenSnapCreateBlandedPixmapError);
   }
   EndGrabs();
@@ -136,12 +135,13 @@ void UserSelectionImpLinux::start_selection(void* context) {
   OpenWindow(std::move(base), std::move(blended));
 }
 
-GObjectPtr<GdkPixbuf> UserSelectionImpLinux::TakePicture(const GdkRectangle& monitor) const {
+PlacedPicture UserSelectionImpLinux::TakePicture(const GdkRectangle& monitor) const {
   GdkDisplay* display = gdk_display_get_default();
-  if (!display || gdk_display_is_closed(display)) return nullptr;
-  if (session_data_->is_x11) return CaptureRoot(monitor);
-  const auto backend = DbusScreenshot::Create();
-  return AdoptGObject(backend ? backend->SnapActiveDisplay() : nullptr);
+  if (!display || gdk_display_is_closed(display)) return {};
+  if (session_data_->is_x11) return {CaptureRoot(monitor), monitor, 0};
+  auto picture = CaptureCompositor(CompositorArea::kActiveScreen, session_data_->screen_locked);
+  if (!picture.pixbuf) return {};
+  return PlaceOnMonitor(std::move(picture), monitor);
 }
 
 // Nothing is open any more when the logger and the request's function are called.
@@ -152,14 +152,14 @@ void UserSelectionImpLinux::FailStart(const char* request_id) {
   OnScreenSnapCompleted(kSnapSelectionFailed, &session_data_->snap, mine->context_, true);
 }
 
-void UserSelectionImpLinux::OpenWindow(GObjectPtr<GdkPixbuf> base, GObjectPtr<GdkPixbuf> blended) {
-  const int width = gdk_pixbuf_get_width(base.get());
-  const int height = gdk_pixbuf_get_height(base.get());
-  const GdkRectangle& monitor = selection_->monitor_;
+void UserSelectionImpLinux::OpenWindow(PlacedPicture base, GObjectPtr<GdkPixbuf> blended) {
+  const int width = gdk_pixbuf_get_width(base.pixbuf.get());
+  const int height = gdk_pixbuf_get_height(base.pixbuf.get());
+  selection_->monitor_ = base.monitor;
   selection_->area_.emplace(width, height);
-  OverlayWindow& window =
-      selection_->window_.emplace(GdkPoint{monitor.x, monitor.y}, width, height);
-  selection_->canvas_.emplace(std::move(base), std::move(blended), window.scale());
+  const GdkPoint origin = {base.monitor.x, base.monitor.y};
+  OverlayWindow& window = selection_->window_.emplace(origin, width, height, base.scale);
+  selection_->canvas_.emplace(std::move(base.pixbuf), std::move(blended), window.scale());
   ConnectSignals(&window);
   window.Show();
   selection_->start_time_ = Now();

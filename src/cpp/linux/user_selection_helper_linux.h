@@ -9,6 +9,7 @@
 
 #include "../screen_snap.h"
 #include "glib_scoped.h"
+#include "overlay_placement.h"
 #include "overlay_window.h"
 #include "selection_area.h"
 #include "selection_drawing.h"
@@ -68,10 +69,10 @@ class UserSelectionImpLinux {
     timeval start_time_ = {};  // when the window was presented, or later the first picture drawn
   };
 
-  // Null when the compositor or GDK has none, and without a display for the window.
-  GObjectPtr<GdkPixbuf> TakePicture(const GdkRectangle& monitor) const;
+  // No picture when the compositor or GDK has none, and without a display for the window.
+  PlacedPicture TakePicture(const GdkRectangle& monitor) const;
   void FailStart(const char* request_id);
-  void OpenWindow(GObjectPtr<GdkPixbuf> base, GObjectPtr<GdkPixbuf> blended);
+  void OpenWindow(PlacedPicture base, GObjectPtr<GdkPixbuf> blended);
   void ConnectSignals(OverlayWindow* window);
 
   DesktopSessionData* session_data_;

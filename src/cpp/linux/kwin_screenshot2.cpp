@@ -1,0 +1,83 @@
+#include "kwin_screenshot2.h"
+
+#include <fcntl.h>
+#include <gio/gunixfdlist.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "../unique_fd.h"
+#include "bus_services.h"
+#include "dbus_screenshot_names.h"
+#include "raw_picture.h"
+#include "session_bus.h"
+
+namespace kiv {
+
+namespace {
+
+constexpr BusObject kScreenShot2 = {kKdeDbusBusName, "/org/kde/KWin/ScreenShot2",
+                                    "org.kde.KWin.ScreenShot2"};
+constexpr char kCaptureWorkspace[] = "CaptureWorkspace";
+constexpr char kCaptureActiveScreen[] = "CaptureActiveScreen";
+
+struct Pipe {
+  UniqueFd reading;
+  UniqueFd writing;
+};
+
+Pipe OpenPipe(GErrorPtr* error) {
+  int ends[2] = {-1, -1};
+  if (pipe2(ends, O_CLOEXEC) != 0) {
+    const int code = errno;
+    g_set_error_literal(CollectError(error), G_IO_ERROR, g_io_error_from_errno(code),
+                        g_strerror(code));
+  }
+  return {UniqueFd(ends[0]), UniqueFd(ends[1])};
+}
+
+// The options, and the index of the pipe in the message's descriptors.
+GVariant* Parameters(int handle) {
+  GVariantBuilder options;
+  g_variant_builder_init(&options, G_VARIANT_TYPE_VARDICT);
+  g_variant_builder_add(&options, "{sv}", "native-resolution", g_variant_new_boolean(TRUE));
+  return g_variant_new("(a{sv}h)", &options, handle);
+}
+
+// What KWin says about the picture that it writes into the pipe, which it gets for itself alone: as
+// long as somebody else holds the writing end, a KWin that stops early is not noticed.
+GVariantPtr RequestPicture(CompositorArea area, UniqueFd writing, const Deadline& deadline,
+                           GErrorPtr* error) {
+  const auto descriptors = AdoptGObject(g_unix_fd_list_new());
+  const int handle = g_unix_fd_list_append(descriptors.get(), writing.get(), CollectError(error));
+  if (handle < 0) return nullptr;
+  writing.reset();
+  const char* method =
+      area == CompositorArea::kWorkspace ? kCaptureWorkspace : kCaptureActiveScreen;
+  return CallSessionBus(kScreenShot2, method, Parameters(handle), "(a{sv})", error,
+                        deadline.Remaining(), descriptors.get());
+}
+
+}  // namespace
+
+GObjectPtr<GdkPixbuf> CaptureThroughKwin(CompositorArea area, const Deadline& deadline,
+                                         GErrorPtr* error) {
+  static AbsenceMemory absence;
+  const auto owner = OwnerOf(kKdeDbusBusName, deadline, error);
+  if (!owner || owner->empty() || absence.Knows(*owner)) return nullptr;
+  auto [reading, writing] = OpenPipe(error);
+  if (!reading) return nullptr;
+  const GVariantPtr reply = RequestPicture(area, std::move(writing), deadline, error);
+  if (!reply && SaysAbsent(error->get())) {
+    absence.Note(*owner);
+    error->reset();
+  }
+  if (!reply) return nullptr;
+  const GVariantPtr description(g_variant_get_child_value(reply.get(), 0));
+  const auto shape = ReadRawPictureShape(description.get(), error);
+  if (!shape) return nullptr;
+  return ReadRawPicture(reading.get(), *shape, deadline, error);
+}
+
+}  // namespace kiv
