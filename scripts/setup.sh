@@ -13,7 +13,12 @@ PACKAGES_DISPLAY=(xvfb:@Xvfb openbox:@openbox xdotool:@xdotool dbus:@dbus-daemon
 PACKAGES_TEST=(xserver-xorg-core:@Xorg
   xserver-xorg-video-dummy:/usr/lib/xorg/modules/drivers/dummy_drv.so
   x11-xserver-utils:@xrandr metacity:@metacity gnome-shell:@gnome-shell xwayland:@Xwayland
-  kwin-wayland:/usr/bin/kwin_wayland procps:@ps bubblewrap:@bwrap imagemagick:@identify)
+  kwin-wayland:/usr/bin/kwin_wayland sway:@sway grim:@grim pipewire:@pipewire
+  xdg-desktop-portal:/usr/libexec/xdg-desktop-portal
+  xdg-desktop-portal-gnome:/usr/libexec/xdg-desktop-portal-gnome
+  xdg-desktop-portal-gtk:/usr/libexec/xdg-desktop-portal-gtk
+  xdg-desktop-portal-wlr:/usr/libexec/xdg-desktop-portal-wlr
+  procps:@ps bubblewrap:@bwrap imagemagick:@identify)
 # Brings a display manager, which has no business on a developer's machine.
 PACKAGES_CI=(light-locker:@light-locker)
 PACKAGES_LINT=(clang-format:@clang-format clang-tidy:@clang-tidy shellcheck:@shellcheck)

@@ -2,44 +2,136 @@
 
 const { spawnSync } = require('child_process');
 const fs = require('fs');
+const net = require('net');
 const { Variant } = require('dbus-next');
-const { lacking, start } = require('./processes');
+const { NODE, lacking, start, until } = require('./processes');
 const { startServed } = require('./session');
 const { openDisplay } = require('./x');
 
 const KWIN = '/usr/bin/kwin_wayland';
-/** For a test's `skip`. */
+const PORTAL = '/usr/libexec/xdg-desktop-portal';
+const NOBODY = 65534;
+/** Each for a test's `skip`. */
 const lackingKwin = () =>
   lacking(KWIN, 'Xwayland') ||
   (fs.readFileSync(KWIN).includes('libQt6') && 'KWin 6 has no org.kde.kwin.Screenshot');
+const lackingGnomePortal = () => lacking('gnome-shell', 'Xwayland', PORTAL, `${PORTAL}-gnome`);
+const SWAY = ['sway', 'Xwayland', 'grim', 'pipewire'];
+const lackingSwayPortal = () =>
+  lacking(...SWAY, ...['', '-wlr', '-gtk'].map((end) => PORTAL + end));
 
-async function startGnomeShell({ env, inside, peer }, launch) {
-  // Unsafe: whoever asks gets a picture.
-  const mode = ['--headless', '--wayland', '--unsafe-mode', '--virtual-monitor', '1280x720'];
-  const shell = launch('gnome-shell', mode);
+/** What the portal does for callers without an id: 'yes', 'no', 'ask', or undefined: it asks. */
+function setPermission({ peer }, value) {
+  const STORE = 'org.freedesktop.impl.portal.PermissionStore';
+  const call = [STORE, '/org/freedesktop/impl/portal/PermissionStore', STORE];
+  if (value === undefined)
+    return peer.call(...call, 'Delete', 'ss', ['screenshot', 'screenshot']).catch(() => {});
+  const entry = ['screenshot', true, 'screenshot', '', [value]];
+  return peer.call(...call, 'SetPermission', 'sbssas', entry);
+}
+
+/** The desktop portal with those of these back ends that there are; a compositor may be one. */
+async function startPortal({ env, inside, peer }, launch, backEnds) {
+  fs.mkdirSync(inside('portals'));
+  fs.writeFileSync(inside('portals/portals.conf'), `[preferred]\ndefault=${backEnds.join(';')}\n`);
+  env.XDG_DESKTOP_PORTAL_DIR = inside('portals');
+  const services = [['/usr/libexec/xdg-permission-store', 'impl.portal.PermissionStore']];
+  for (const name of backEnds) {
+    const [file, program] = [`portals/${name}.portal`, `${PORTAL}-${name}`];
+    const installed = `/usr/share/xdg-desktop-portal/${file}`;
+    if (fs.existsSync(installed)) fs.copyFileSync(installed, inside(file));
+    if (fs.existsSync(program)) services.push([program, `impl.portal.desktop.${name}`]);
+  }
+  for (const [program, name] of [...services, [PORTAL, 'portal.Desktop']]) {
+    const service = launch(program, []);
+    await service.ready(() => peer.hasOwner(`org.freedesktop.${name}`), name);
+  }
+}
+
+/** Whoever asks gets a picture, or with `portal` only who asks the portal. */
+async function startGnomeShell(session, launch, { portal = false } = {}) {
+  const { env, inside, peer } = session;
+  const mode = ['--headless', '--wayland', '--virtual-monitor', '1280x720'];
+  const shell = launch('gnome-shell', portal ? mode : [...mode, '--unsafe-mode']);
   await shell.ready(() => /GNOME Shell started at/.test(shell.output()), 'a shell');
   const SET = ['org.gnome.Shell', '/org/gnome/Shell', 'org.freedesktop.DBus.Properties', 'Set'];
   await peer.call(...SET, 'ssv', ['org.gnome.Shell', 'OverviewActive', new Variant('b', false)]);
   env.DISPLAY = /using public X11 display (:\d+)/i.exec(shell.output())[1];
   const authority = fs.readdirSync(inside('run')).find((name) => /^\.mutter-Xwayl/.test(name));
   env.XAUTHORITY = inside(`run/${authority}`);
+  env.XDG_CURRENT_DESKTOP = 'GNOME';
+  if (portal) await startPortal(session, launch, ['gnome-shell', 'gnome']);
 }
 
-async function startKwin({ env, inside, peer }, launch) {
+// Run by a compositor once it serves X11, which may run as another user.
+const SAY = '#!/bin/sh\nxhost +local:\necho at $DISPLAY $XAUTHORITY. >&2';
+const told = (compositor) =>
+  compositor.ready(() => /^at (.+) (.*)\.$/m.exec(compositor.output()), 'a display');
+
+/** `interfaces` are those that a .desktop file allows the application; without, all may call. */
+async function startKwin({ env, inside, peer }, launch, { interfaces, more = [] } = {}) {
   // A copy has no file capabilities, which a container may forbid.
   fs.copyFileSync(KWIN, inside('kwin_wayland'));
-  fs.writeFileSync(inside('say'), '#!/bin/sh\necho at $DISPLAY $XAUTHORITY. >&2', { mode: 0o755 });
-  env.KWIN_SCREENSHOT_NO_PERMISSION_CHECKS = '1';
-  const size = ['--width', '1280', '--height', '720'];
+  fs.writeFileSync(inside('say'), SAY, { mode: 0o755 });
+  if (interfaces) {
+    const folder = inside('home/.local/share/applications');
+    fs.mkdirSync(folder, { recursive: true });
+    const entry = `[Desktop Entry]\nType=Application\nName=app\nExec=${fs.realpathSync(NODE)}\n`;
+    const allowed = `X-KDE-DBUS-Restricted-Interfaces=${interfaces.join()}\n`;
+    fs.writeFileSync(`${folder}/app.desktop`, entry + allowed);
+  } else {
+    env.KWIN_SCREENSHOT_NO_PERMISSION_CHECKS = '1';
+  }
+  const size = ['--width', '1280', '--height', '720', ...more];
   const kwin = launch(inside('kwin_wayland'), ['--virtual', ...size, '--xwayland', inside('say')]);
-  const told = () => /^at (.+) (.*)\.$/m.exec(kwin.output());
-  [, env.DISPLAY, env.XAUTHORITY] = await kwin.ready(told, 'a display');
+  [, env.DISPLAY, env.XAUTHORITY] = await told(kwin);
   const INTROSPECT = ['/Screenshot', 'org.freedesktop.DBus.Introspectable', 'Introspect'];
   const said = () => peer.call('org.kde.KWin', ...INTROSPECT).then(String, String);
   await kwin.ready(async () => (await said()).includes('screenshotFullscreen'), 'its service');
 }
 
-/** A Wayland session without a screen, 1280x720; `starter` is one of the two above. */
+// The portal's answer over sway is /tmp/out.png for everybody: two runs take turns.
+async function awaitTurn({ stops }) {
+  const listen = (ended) => {
+    const turn = net.createServer().once('error', () => ended());
+    turn.listen('\0kiv-sway', () => ended(turn));
+  };
+  const turn = await until(() => new Promise(listen), 'the end of another run');
+  stops.push(async () => turn.close());
+}
+
+async function startSway(session, launch, { outputs = ['1280x720'] } = {}) {
+  const { env, inside, folder } = session;
+  await awaitTurn(session);
+  const colored = (size, i) =>
+    `output HEADLESS-${i + 1} resolution ${size} background #3465a4 solid_color`;
+  const exec = `exec ${inside('say')}`;
+  fs.writeFileSync(
+    inside('sway.conf'),
+    [...outputs.map(colored), 'xwayland enable', exec].join('\n'),
+  );
+  fs.writeFileSync(inside('say'), SAY, { mode: 0o755 });
+  env.WLR_BACKENDS = 'headless';
+  env.WLR_RENDERER = 'pixman';
+  env.WLR_LIBINPUT_NO_DEVICES = '1';
+  env.WLR_HEADLESS_OUTPUTS = String(outputs.length);
+  let command = ['sway', '-c', inside('sway.conf')];
+  if (process.getuid() === 0) {
+    // It refuses to run as root.
+    fs.chmodSync(folder, 0o711);
+    fs.chownSync(inside('run'), NOBODY, NOBODY);
+    const other = `--reuid=${NOBODY} --regid=${NOBODY} --clear-groups --pdeathsig KILL`;
+    command = ['setpriv', ...other.split(' '), ...command];
+  }
+  const sway = launch(command[0], command.slice(1));
+  [, env.DISPLAY] = await told(sway);
+  env.WAYLAND_DISPLAY = 'wayland-1';
+  env.XDG_CURRENT_DESKTOP = 'sway';
+  launch('pipewire', []); // the back end ends without
+  await startPortal(session, launch, ['wlr', 'gtk']);
+}
+
+/** A Wayland session without a screen, 1280x720; `starter` is one of those above. */
 function startCompositor(starter) {
   // Compositors start Xwayland in a folder of this mode only.
   fs.mkdirSync('/tmp/.X11-unix', { recursive: true });
@@ -60,4 +152,13 @@ function startCompositor(starter) {
   });
 }
 
-module.exports = { lackingKwin, startCompositor, startGnomeShell, startKwin };
+module.exports = {
+  lackingGnomePortal,
+  lackingKwin,
+  lackingSwayPortal,
+  setPermission,
+  startCompositor,
+  startGnomeShell,
+  startKwin,
+  startSway,
+};

@@ -59,7 +59,7 @@ CompositorPicture CaptureCompositor(CompositorArea area, bool locked) {
     return picture;
   }
   const Deadline deadline = Deadline::In(kPatience);
-  if (!service || service->refused()) SnapThroughKwin(area, deadline, &picture);
+  if (!service || service->unavailable()) SnapThroughKwin(area, deadline, &picture);
   if (!picture.pixbuf) SnapThroughPortal(deadline, &picture);
   return picture;
 }

@@ -7,6 +7,7 @@
 
 #include "../log_request_ids.h"
 #include "../logging.h"
+#include "bus_services.h"
 #include "dbus_screenshot_names.h"
 #include "gnome_screenshot.h"
 #include "logged_bus_call.h"
@@ -78,7 +79,7 @@ GVariantPtr DbusScreenshot::Call(const BusObject& object, const char* method, GV
   GErrorPtr error;
   auto reply = CallSessionBusOrLog(kLoggingRequestId_DbusScreenshotError, object, method,
                                    parameters, reply_type, &error);
-  refused_ = !reply && SaysRefused(error.get());
+  unavailable_ = !reply && (SaysRefused(error.get()) || SaysAbsent(error.get()));
   return reply;
 }
 

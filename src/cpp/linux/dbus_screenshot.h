@@ -40,8 +40,9 @@ class DbusScreenshot {
   virtual void SnapSelection(DesktopSessionData* data, void* callback) = 0;
   virtual bool SnapSelectionSupported() { return false; }
 
-  // Whether the last capture failed because the service does not let this program in.
-  bool refused() const { return refused_; }
+  // Whether the last capture failed because the service does not let this program in, or is not
+  // there after all.
+  bool unavailable() const { return unavailable_; }
 
   // A path for the compositor to write to, in TMPDIR or /tmp; empty when there is none. No file is
   // made.
@@ -59,7 +60,7 @@ class DbusScreenshot {
   std::vector<std::string> tmp_files_;  // written by the compositor, deleted with the backend
 
  private:
-  bool refused_ = false;
+  bool unavailable_ = false;
 };
 
 // Logs why there is no picture, which enters JavaScript.

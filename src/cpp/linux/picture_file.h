@@ -22,8 +22,8 @@ constexpr int64_t kMaxPixels = int64_t{1} << 27;
 // The decoded picture, or null with the reason in `error`, which does not tell the path. Anything
 // but a regular file is refused, without waiting for it.
 GObjectPtr<GdkPixbuf> ReadPicture(const std::string& path, GErrorPtr* error);
-// The same for an open file, which stays open. A picture of more than kMaxPixels is refused: a few
-// bytes can claim any size.
+// The same for an open file, which stays open. A picture of more than kMaxPixels is
+// refused: a few bytes can claim any size.
 GObjectPtr<GdkPixbuf> DecodePicture(int fd, GErrorPtr* error);
 
 }  // namespace kiv
