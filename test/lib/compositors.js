@@ -11,6 +11,7 @@ const { openDisplay } = require('./x');
 const KWIN = '/usr/bin/kwin_wayland';
 const PORTAL = '/usr/libexec/xdg-desktop-portal';
 const NOBODY = 65534;
+const SIZE = '1280x720';
 /** Each for a test's `skip`. */
 const lackingKwin = () =>
   lacking(KWIN, 'Xwayland') ||
@@ -49,9 +50,9 @@ async function startPortal({ env, inside, peer }, launch, backEnds) {
 }
 
 /** Whoever asks gets a picture, or with `portal` only who asks the portal. */
-async function startGnomeShell(session, launch, { portal = false } = {}) {
+async function startGnomeShell(session, launch, { portal = false, size = SIZE } = {}) {
   const { env, inside, peer } = session;
-  const mode = ['--headless', '--wayland', '--virtual-monitor', '1280x720'];
+  const mode = ['--headless', '--wayland', '--virtual-monitor', size];
   const shell = launch('gnome-shell', portal ? mode : [...mode, '--unsafe-mode']);
   await shell.ready(() => /GNOME Shell started at/.test(shell.output()), 'a shell');
   const SET = ['org.gnome.Shell', '/org/gnome/Shell', 'org.freedesktop.DBus.Properties', 'Set'];
@@ -100,7 +101,7 @@ async function awaitTurn({ stops }) {
   stops.push(async () => turn.close());
 }
 
-async function startSway(session, launch, { outputs = ['1280x720'] } = {}) {
+async function startSway(session, launch, { outputs = [SIZE] } = {}) {
   const { env, inside, folder } = session;
   await awaitTurn(session);
   const colored = (size, i) =>
@@ -131,7 +132,7 @@ async function startSway(session, launch, { outputs = ['1280x720'] } = {}) {
   await startPortal(session, launch, ['wlr', 'gtk']);
 }
 
-/** A Wayland session without a screen, 1280x720; `starter` is one of those above. */
+/** A Wayland session without a screen, 1280x720 unless told; `starter` is one of those above. */
 function startCompositor(starter) {
   // Compositors start Xwayland in a folder of this mode only.
   fs.mkdirSync('/tmp/.X11-unix', { recursive: true });
