@@ -6,7 +6,8 @@ const fs = require('node:fs');
 const { describe, test } = require('node:test');
 const { PNG } = require('pngjs');
 const compositors = require('./lib/compositors');
-const { lacking, until } = require('./lib/processes');
+const { act, openSelection, outcome } = require('./lib/overlay');
+const { until } = require('./lib/processes');
 const { useSession } = require('./lib/session');
 
 const png = (width, height) => PNG.sync.write(new PNG({ width, height }));
@@ -99,26 +100,114 @@ test('a selected area completes once in every case and lets go of the guard', ()
     await app.run(() => global.select());
   }));
 
-for (const [name, starter, skip] of [
-  ['GNOME Shell', compositors.startGnomeShell, lacking('gnome-shell', 'Xwayland')],
-  ['KWin', compositors.startKwin, compositors.lackingKwin()],
+const COLOR = 0xc02080;
+const map = ({ x }) => {
+  const id = x.createWindow({ x: 200, y: 100, override: true, color: COLOR });
+  x.map(id);
+  return id;
+};
+const errors = async (app) => (await app.log()).filter((line) => line.startsWith('error'));
+const pixel = ({ data, width }, x, y) => data.readUIntBE((y * width + x) * 4, 3);
+const look = async (app) => PNG.sync.read(await app.run(() => kiv.getScreenSnap('desktop').data));
+/** Waits until a snapshot shows the window, to the pixel, and gives what was logged then. */
+async function showsWindow(app, wanted, scale = 1) {
+  let seen;
+  await until(async () => {
+    await app.log();
+    const shot = await look(app);
+    const corners = [
+      [200, 100],
+      [500, 300],
+    ].flatMap(([x, y]) =>
+      [-1, 0].map((by) => pixel(shot, x * scale + by, y * scale + by) === COLOR),
+    );
+    seen = [shot.width, shot.height, ...corners].join();
+    return seen === [...wanted, false, true, true, false].join();
+  }, 'the window').catch(() => assert.fail(seen));
+  return errors(app);
+}
+
+const KWIN2 = ['org.kde.KWin.ScreenShot2'];
+const NOT_ALLOWED = /^error DBUS Screenshot: .*AccessDenied: Screenshot is not allowed$/;
+const NO_AUTHORITY = /^error DBUS Screenshot: .*NoAuthorized: The process is not authorized/;
+const GNOME_PORTAL = compositors.lackingGnomePortal();
+const kwin = compositors.lackingKwin();
+for (const [name, starter, options, wanted, refusal, skip] of [
+  ['GNOME Shell', compositors.startGnomeShell, {}, [1280, 720], null, GNOME_PORTAL],
+  [
+    'its portal',
+    compositors.startGnomeShell,
+    { portal: true },
+    [1280, 720],
+    NOT_ALLOWED,
+    GNOME_PORTAL,
+  ],
+  ['KWin', compositors.startKwin, {}, [1280, 720], null, kwin],
+  [
+    'its ScreenShot2',
+    compositors.startKwin,
+    { interfaces: KWIN2 },
+    [1280, 720],
+    NO_AUTHORITY,
+    kwin,
+  ],
+  [
+    'sway',
+    compositors.startSway,
+    { outputs: ['1280x720', '640x480'] },
+    [1920, 720],
+    null,
+    compositors.lackingSwayPortal(),
+  ],
 ]) {
+  const start = (session, launch) => starter(session, launch, options);
   describe(name, { skip }, () => {
-    const real = useSession(starter, compositors.startCompositor);
-    test('its picture is the screen', () =>
+    const real = useSession(start, compositors.startCompositor);
+    test('the picture is the screen, and no file stays', () =>
       real.withApp(async (app) => {
-        real.x.map(real.x.createWindow({ x: 200, y: 100, override: true, color: 0xc02080 }));
-        const take = () => kiv.getScreenSnap('desktop').data;
-        let seen;
-        const look = async () => {
-          const { data, width, height } = PNG.sync.read(await app.run(take));
-          const corner = (x, y) => data.readUIntBE((y * width + x) * 4, 3);
-          seen = [width, height, corner(200, 100), corner(499, 299)].join();
-          return seen === [1280, 720, 0xc02080, 0xc02080].join();
-        };
-        await until(look, 'the window').catch(() => assert.fail(seen));
-        assert.deepStrictEqual(fs.readdirSync(real.env.TMPDIR), []);
-        assert.doesNotMatch((await app.log()).join(), /^error|,error/);
+        map(real);
+        if (options.portal) {
+          assert.strictEqual(await width(app), 0);
+          assert.match(
+            (await errors(app))[1],
+            /^error DBUS Screenshot: portal: Nobody has allowed/,
+          );
+          await compositors.setPermission(real, 'yes');
+        }
+        const lines = await showsWindow(app, wanted);
+        assert.strictEqual(lines.filter((line) => !refusal?.test(line)).join(), '');
+        for (const folder of ['home/Pictures', 'home', 'tmp'].map(real.inside)) {
+          const left = fs.existsSync(folder) ? fs.readdirSync(folder) : [];
+          assert.deepStrictEqual(
+            left.filter((file) => /^Screenshot|brenik|png$/.test(file)),
+            [],
+          );
+        }
       }));
   });
 }
+
+describe('a screen of two pixels per point', { skip: kwin }, () => {
+  const more = '--scale 2 --width 640 --height 360'.split(' ');
+  const start = (...session) => compositors.startKwin(...session, { interfaces: KWIN2, more });
+  const real = useSession(start, compositors.startCompositor);
+  test('the overlay shows its pixels under the pointer and cuts them out', () =>
+    real.withApp(async (app) => {
+      const id = map(real);
+      await showsWindow(app, [1280, 720], 2);
+      await openSelection(real.x, app, null);
+      real.x.destroy(id); // lies above the overlay, which shows it all the same
+      const moved = async () => {
+        act(real.x, [209, 109], [210, 110], 'sync');
+        return pixel(await look(app), 420, 0) !== 0; // the cross
+      };
+      await until(moved, 'the cross of the overlay');
+      act(real.x, 'press', [260, 150], [310, 160], 'release');
+      assert.deepStrictEqual(await outcome(real.x, app), [[0, 200, 100]]);
+      const cut = PNG.sync.read(await app.run(() => global.results[0].data));
+      assert.deepStrictEqual(
+        [0, 199].map((at) => pixel(cut, at, at >> 1)),
+        [COLOR, COLOR],
+      );
+    }));
+});

@@ -60,7 +60,7 @@ CompositorPicture CaptureCompositor(CompositorArea area, bool locked) {
   }
   const Deadline deadline = Deadline::In(kPatience);
   if (!service || service->unavailable()) SnapThroughKwin(area, deadline, &picture);
-  if (!picture.pixbuf) SnapThroughPortal(deadline, &picture);
+  if (!picture.pixbuf && !deadline.Passed()) SnapThroughPortal(deadline, &picture);
   return picture;
 }
 
