@@ -17,7 +17,7 @@ const lackingKwin = () =>
   lacking(KWIN, 'Xwayland') ||
   (fs.readFileSync(KWIN).includes('libQt6') && 'KWin 6 has no org.kde.kwin.Screenshot');
 const lackingGnomePortal = () => lacking('gnome-shell', 'Xwayland', PORTAL, `${PORTAL}-gnome`);
-const SWAY = ['sway', 'Xwayland', 'grim', 'pipewire'];
+const SWAY = ['sway', 'Xwayland', 'xhost', 'grim', 'pipewire'];
 const lackingSwayPortal = () =>
   lacking(...SWAY, ...['', '-wlr', '-gtk'].map((end) => PORTAL + end));
 
@@ -141,7 +141,9 @@ function startCompositor(starter) {
   // More than one attempt, since GNOME Shell now and then hangs while starting.
   return startServed({ display: false, env }, async (session) => {
     await starter(session, (command, args) => {
-      const compositor = start('setsid', [command, ...args], { env: session.env });
+      // GTK's backend is chosen for the application alone.
+      const env = { ...session.env, GDK_BACKEND: undefined };
+      const compositor = start('setsid', [command, ...args], { env });
       // Last what it has started itself.
       session.stops.push(async () => spawnSync('kill', ['-KILL', '--', `-${compositor.pid}`]));
       session.stops.push(() => compositor.stop());
