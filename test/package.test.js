@@ -10,6 +10,7 @@ const { useSession } = require('./lib/session');
 
 const shared = useSession({ screens: ['800x600'], wm: 'openbox' });
 const folder = temporaryFolder();
+const CLIENTS = '_NET_CLIENT_LIST';
 const names = `ScreenLockMonitor init getInputInfo getProcessHandlesInfo getScreenSnap
   getScreenSnapAsync setupLogger setInterval upgrade isWayland teardown`.split(/\s+/);
 
@@ -37,16 +38,22 @@ async function run(cwd, line) {
 const options = { skip: Boolean(process.env.KIV_NODE), timeout: 1800000 };
 test('the packed module is whole: installs offline, loads, has its types', options, async () => {
   const [{ filename, files }] = JSON.parse(await run(folder, `npm pack --json ${ROOT}`));
-  const odd = files.find((one) => !/^(src|host|docs|node_modules|\w+\.)/.test(one.path));
+  const odd = files.find((one) => !/^(src|host|permission|docs|node_modules|\w+\.)/.test(one.path));
   assert.strictEqual(odd, undefined);
   await run(folder, `npm install --prefix . --no-audit ${filename}`);
   const build = `${folder}/node_modules/kiv_native/build/Release`;
   const built = fs.readdirSync(build).join(' ');
-  assert.strictEqual(built, 'kiv_host_loop.node kiv_host_utils.node kiv_native.node');
+  assert.strictEqual(
+    built,
+    'kiv_host_loop.node kiv_host_utils.node kiv_native.node kiv_permission.node',
+  );
   assert.doesNotMatch(await run(build, `readelf -d ${built}`), /libnode/, 'another Node crashes');
-  const script = 'require("kiv_native").isWayland()||require("kiv_native/host").startLoop()';
-  assert.strictEqual(await run(folder, `${NODE} -p ${script}`), 'false\n');
+  const loads = 'require("kiv_native").isWayland(),require("kiv_native/host").startLoop()';
+  const script = `[${loads},require("kiv_native/permission").state()].join()`;
+  assert.strictEqual(await run(folder, `${NODE} -p ${script}`), 'false,false,not needed\n');
   const consumer = `import * as kiv from 'kiv_native';
+    import { ask, type PermissionState } from 'kiv_native/permission';
+    export const asked: Promise<PermissionState> = ask();
     export const all: Record<keyof typeof kiv, 0> = { ${names.map((name) => `${name}: 0`)} };
     const saved = kiv.getScreenSnap('display', true, '/tmp');
     export const text: string = 'screen_hash' in saved ? saved.screen_hash : saved.filename;
@@ -66,6 +73,11 @@ test('the examples log input and locks, keep a picture, save a rectangle', own, 
     return started;
   };
   await x.wallpaper(800, 600, Buffer.alloc(800 * 600 * 4, Buffer.from([0x40, 0xc0, 0x20, 0])));
+  const permission = example('ask-permission.js');
+  await permission.ready(async () => (await x.getProperty(x.root, CLIENTS)).length, 'a window');
+  await x.closeWindow((await x.getProperty(x.root, CLIENTS)).readUInt32LE(0));
+  await permission.finished();
+  assert.strictEqual(permission.text[1], 'This desktop does not ask. A screenshot works.\n');
   const log = example(`activity-log.js ${inside('log')} --every 9999`);
   const text = () => fs.readFileSync(inside('log'), { encoding: 'utf8', flag: 'a+' });
   const lines = () => text().match(/.+/g)?.map(JSON.parse);
@@ -90,8 +102,8 @@ test('the examples log input and locks, keep a picture, save a rectangle', own, 
   const saved = () => /^100 × 50, saved as (.*)\n/.exec(button.text[1]);
   const { data } = PNG.sync.read(fs.readFileSync((await button.ready(saved, 'a rectangle'))[1]));
   assert.ok(data.equals(Buffer.alloc(100 * 50 * 4, Buffer.from([0x20, 0xc0, 0x40, 255]))));
-  await x.closeWindow((await x.getProperty(x.root, '_NET_CLIENT_LIST')).readUInt32LE(0));
-  for (const one of [log, shots, button])
+  await x.closeWindow((await x.getProperty(x.root, CLIENTS)).readUInt32LE(0));
+  for (const one of [permission, log, shots, button])
     assert.deepStrictEqual(await one.finished(), { code: 0, signal: null }, one.output());
   const counts = lines().map(({ event, keys, clicks }) => `${event} ${keys} ${clicks}`);
   assert.strictEqual(String(counts), 'start 0 0,lock 1 1,unlock 0 0,stop 0 0');

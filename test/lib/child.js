@@ -20,6 +20,7 @@ lazy('faults', () => {
   return holder.exports;
 });
 lazy('host', () => require('../../host'));
+lazy('permission', () => require('../../permission'));
 /** What it returns, or the message of what it throws. */
 function attempt(f, ...values) {
   try {

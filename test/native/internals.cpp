@@ -7,6 +7,7 @@
 #include "../../src/cpp/js_callback.h"
 #include "../../src/cpp/js_runtime.h"
 #include "../../src/cpp/linux/dbus_screenshot.h"
+#include "../../src/cpp/linux/screenshot_permission.h"
 #include "../../src/cpp/linux/tools_x11_linux.h"
 #include "../../src/cpp/linux/upgrade_script.h"
 #include "../../src/cpp/linux/x_error_guard.h"
@@ -54,6 +55,10 @@ void ActiveTask(const CallInfo& info) {
   info.GetReturnValue().Set(kiv::ToJsString(task.title + task.process));
 }
 
+void IdOfUserUnit(const CallInfo& info) {
+  info.GetReturnValue().Set(kiv::ToJsString(kiv::IdOfUserUnit(*Nan::Utf8String(info[0]))));
+}
+
 Display* OwnDisplay() {
   static Display* const display = XOpenDisplay(nullptr);
   return display;
@@ -95,6 +100,7 @@ void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void*
   Nan::SetMethod(exports, "setupLogger", SetLogger);
   Nan::SetMethod(exports, "script", Script);
   Nan::SetMethod(exports, "activeTask", ActiveTask);
+  Nan::SetMethod(exports, "idOfUserUnit", IdOfUserUnit);
   Nan::SetMethod(exports, "xProperty", Property);
   Nan::SetMethod(exports, "xTopLevel", TopLevel);
   Nan::SetMethod(exports, "unrefHandles", UnrefHandles);

@@ -8,8 +8,6 @@
 #include "../event_scope.h"
 #include "../js_callback.h"
 #include "../js_runtime.h"
-#include "../linux/portal_backend.h"
-#include "../linux/session_type.h"
 #include "permission_question.h"
 
 namespace kiv {
@@ -40,8 +38,7 @@ void OnAnswered(const char* state) {
 NAN_METHOD(State) {
   const EntryScope entry;
   static auto* const memory = new PortalMemory();
-  const char* text =
-      IsX11Session() ? "not needed" : ReadPermissionState(ScreenshotBackend(), memory).text;
+  const char* text = ReadPermissionState(SessionFacts(), memory).text;
   info.GetReturnValue().Set(Nan::New(text).ToLocalChecked());
 }
 

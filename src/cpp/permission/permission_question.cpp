@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "../linux/handed_over_file.h"
-#include "../linux/portal_backend.h"
 #include "../linux/session_bus.h"
 
 namespace kiv {
@@ -21,7 +20,7 @@ struct PermissionQuestion::Lookup {
   uv_work_t work;
   PermissionQuestion* question;  // null when that has gone
   Next next;
-  std::string backend;  // looked up before, since the environment is the main thread's
+  SessionFacts session;
   PermissionState state;
 };
 
@@ -35,12 +34,12 @@ PermissionQuestion::~PermissionQuestion() {
 }
 
 void PermissionQuestion::LookUp(Next next) {
-  lookup_ = new Lookup{{}, this, next, ScreenshotBackend(), {}};
+  lookup_ = new Lookup{{}, this, next, {}, {}};
   lookup_->work.data = lookup_;
   const auto run = [](uv_work_t* work) {
     auto* lookup = static_cast<Lookup*>(work->data);
     PortalMemory nothing_yet;
-    lookup->state = ReadPermissionState(lookup->backend, &nothing_yet);
+    lookup->state = ReadPermissionState(lookup->session, &nothing_yet);
   };
   const auto ended = [](uv_work_t* work, int) {
     const std::unique_ptr<Lookup> lookup(static_cast<Lookup*>(work->data));

@@ -8,12 +8,13 @@ constexpr Deadline::Milliseconds kPatience(3000);
 
 }  // namespace
 
-PermissionState ReadPermissionState(const std::string& backend, PortalMemory* memory) {
+PermissionState ReadPermissionState(const SessionFacts& session, PortalMemory* memory) {
+  if (session.is_x11) return {"not needed", {}};
   // Held, so that the calls share one connection.
   GErrorPtr error;
   const auto bus = ConnectSessionBus(&error);
   if (!bus) return {"unavailable", {}};
-  const auto access = FindPortalAccess(backend, Deadline::In(kPatience), memory, &error);
+  const auto access = FindPortalAccess(session.backend, Deadline::In(kPatience), memory, &error);
   if (!access || access->owner.empty()) return {"unavailable", {}};
   if (!access->asks) return {"not needed", {}};
   if (access->permission == Permission::kGranted) return {"granted", {}};

@@ -4,6 +4,8 @@
 #include <string>
 
 #include "../linux/portal_access.h"
+#include "../linux/portal_backend.h"
+#include "../linux/session_type.h"
 
 namespace kiv {
 
@@ -13,9 +15,14 @@ struct PermissionState {
   std::string portal;  // the unique name of the portal to ask; empty unless the state is "unknown"
 };
 
-// Blocks for three seconds at most, for five when the session bus does not answer. On any thread;
-// `backend` is what ScreenshotBackend() tells.
-PermissionState ReadPermissionState(const std::string& backend, PortalMemory* memory);
+// What the environment says about the session; made on the main thread, whose it is.
+struct SessionFacts {
+  bool is_x11 = IsX11Session();
+  std::string backend = ScreenshotBackend();
+};
+
+// Blocks for three seconds at most, for five when the session bus does not answer. On any thread.
+PermissionState ReadPermissionState(const SessionFacts& session, PortalMemory* memory);
 
 }  // namespace kiv
 
