@@ -173,8 +173,9 @@ std::string ScreenshotBackend() {
       chosen = FirstOf(ReadList(configuration.get(), kPreferredGroup, key), desktops, backends);
     }
   }
-  // Portals before 1.17 know no such file.
+  // Portals before 1.17 know no such file, and take any where none is made for the desktop.
   if (!chosen) chosen = MadeFor(desktops, backends);
+  if (!chosen && backends.size() == 1) chosen = &backends.front();
   return chosen ? chosen->bus_name : std::string();
 }
 
