@@ -43,6 +43,7 @@
       'src/cpp/linux/input_activity.cpp',
       'src/cpp/linux/interval_timer.cpp',
       'src/cpp/linux/kwin_screenshot2.cpp',
+      'src/cpp/linux/late_pictures.cpp',
       'src/cpp/linux/lock_watcher.cpp',
       'src/cpp/linux/logged_bus_call.cpp',
       'src/cpp/linux/overlay_placement.cpp',

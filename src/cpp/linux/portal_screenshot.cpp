@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "handed_over_file.h"
+#include "late_pictures.h"
 #include "picture_file.h"
 #include "portal_access.h"
 #include "portal_backend.h"
@@ -56,7 +57,7 @@ std::optional<PortalAnswer> AskPortal(GDBusConnection* bus, const std::string& o
   {
     PortalRequest request(bus, owner, [&](PortalAnswer ended) { answer = std::move(ended); });
     while (!answer && !g_cancellable_is_cancelled(late.get())) context.Iterate();
-    if (!answer) request.Close();
+    if (!answer) context.Outside([&] { DeletePictureWhenItComes(request); });
   }
   context.Drain();
   return answer;
@@ -79,7 +80,7 @@ GObjectPtr<GdkPixbuf> ReadAnswer(PortalAnswer answer, GErrorPtr* error) {
     SetError(error, reason);
     return nullptr;
   }
-  const HandedOverFile file(PathOfUri(answer.uri), error);
+  const HandedOverFile file(PathOfUri(answer.uri), answer.asked, error);
   return file ? DecodePicture(file.fd(), error) : nullptr;
 }
 

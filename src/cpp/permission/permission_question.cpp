@@ -3,7 +3,6 @@
 #include <memory>
 #include <utility>
 
-#include "../linux/handed_over_file.h"
 #include "../linux/session_bus.h"
 
 namespace kiv {
@@ -66,10 +65,7 @@ void PermissionQuestion::AskUnlessSettled(const PermissionState& state) {
 }
 
 void PermissionQuestion::OnAnswer(const PortalAnswer& answer) {
-  // Nobody else deletes the picture.
-  GErrorPtr error;
-  const std::string path = PathOfUri(answer.uri);
-  if (!path.empty()) const HandedOverFile file(path, &error);
+  DeletePicture(answer);
   LookAgain();
 }
 
