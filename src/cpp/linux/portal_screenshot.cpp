@@ -8,7 +8,6 @@
 #include "late_pictures.h"
 #include "picture_file.h"
 #include "portal_access.h"
-#include "portal_backend.h"
 #include "portal_request.h"
 #include "private_context.h"
 #include "session_bus.h"
@@ -88,17 +87,17 @@ GObjectPtr<GdkPixbuf> ReadAnswer(PortalAnswer answer, GErrorPtr* error) {
 
 GObjectPtr<GdkPixbuf> CaptureThroughPortal(const Deadline& deadline, GErrorPtr* error) {
   static bool started = false;
-  static auto* const memory = new PortalMemory();
+  static AbsenceMemory absence;
+  const auto bus = ConnectSessionBus(error);
+  if (!bus) return nullptr;
   const Deadline limit = std::exchange(started, true) ? deadline : deadline.ExtendedBy(kStart);
-  const auto access = FindPortalAccess(ScreenshotBackend(), limit, memory, error);
+  const auto access =
+      FindPortalAccess(bus.get(), ProcessEnvironment::Own(), limit, &absence, error);
   if (!access || access->owner.empty()) return nullptr;
   if (!access->TakesWithoutQuestion()) {
     SetError(error, Remedy(access->permission));
     return nullptr;
   }
-  // Leaves a descriptor for the private context.
-  const auto bus = ConnectSessionBus(error);
-  if (!bus) return nullptr;
   auto answer = AskPortal(bus.get(), access->owner, limit);
   if (answer) return ReadAnswer(std::move(*answer), error);
   SetError(error, "The portal does not answer");
