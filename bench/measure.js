@@ -72,7 +72,7 @@ function pixels(width, height) {
   return Buffer.from(words.buffer);
 }
 
-/** Shows a busy desktop, where the X server is not the whole screen in a window above all others. */
+/** Shows a busy desktop: on Wayland in a window above all others. */
 async function decorate({ server, x }, width, height) {
   if (server) return x.wallpaper(width, height, pixels(width, height));
   const id = x.createWindow({ width, height, override: true });

@@ -162,9 +162,10 @@ void ScreenShot2(Info info) {
   }
   close(ends[0]);
   GdkPixbuf* picture = gdk_pixbuf_new(GDK_COLORSPACE_RGB, FALSE, 8, width, height);
+  const ptrdiff_t row = gdk_pixbuf_get_rowstride(picture);
   for (int y = 0; y < height; ++y) {
     const unsigned char* from = bytes.get() + y * stride;
-    guchar* to = gdk_pixbuf_get_pixels(picture) + y * gdk_pixbuf_get_rowstride(picture);
+    guchar* to = gdk_pixbuf_get_pixels(picture) + y * row;
     for (int x = 0; x < width; ++x, from += 4, to += 3) {
       to[0] = from[2];
       to[1] = from[1];
