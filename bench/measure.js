@@ -72,14 +72,25 @@ function pixels(width, height) {
   return Buffer.from(words.buffer);
 }
 
+/** Shows a busy desktop, where the X server is not the whole screen in a window above all others. */
+async function decorate({ server, x }, width, height) {
+  if (server) return x.wallpaper(width, height, pixels(width, height));
+  const id = x.createWindow({ width, height, override: true });
+  x.map(id);
+  x.draw(id, width, height, pixels(width, height));
+  return x.sync();
+}
+
 /**
  * Calls `f` with an application, which has `measure` and `reference`, and its session, whose screen
- * shows a busy desktop. `tidy` is false where others' code keeps it from an end in order.
+ * shows a busy desktop. `tidy` is false where others' code keeps it from an end in order; `start`
+ * starts a session of another kind.
  */
-async function inSession([width, height], f, { env, setUp, tidy = true, ...options } = {}) {
-  const session = await startSession({ screens: [`${width}x${height}`], ...options });
+async function inSession([width, height], f, options = {}) {
+  const { env, setUp, tidy = true, start = startSession, ...more } = options;
+  const session = await start({ screens: [`${width}x${height}`], ...more });
   try {
-    await session.x.wallpaper(width, height, pixels(width, height));
+    await decorate(session, width, height);
     const app = await startApp(session, { env, setUp });
     session.stops.push(app.stop);
     await app.run(() => {

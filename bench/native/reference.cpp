@@ -8,7 +8,9 @@
 
 #include <X11/extensions/XInput2.h>
 #include <X11/extensions/scrnsaver.h>
+#include <fcntl.h>
 #include <gdk/gdkx.h>
+#include <gio/gunixfdlist.h>
 #include <gtk/gtk.h>
 #include <malloc.h>
 #include <unistd.h>
@@ -17,6 +19,7 @@
 #include <array>
 #include <ctime>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -79,19 +82,141 @@ GdkPixbuf* Screen() {
 // desktop(jpeg)
 void Desktop(Info info) { Encode(Screen(), Flag(info, 0)); }
 
+struct Service {
+  const char* name;
+  const char* path;
+  const char* interface;
+};
+constexpr Service kGnome = {"org.gnome.Shell.Screenshot", "/org/gnome/Shell/Screenshot",
+                            "org.gnome.Shell.Screenshot"};
+constexpr Service kKwin = {"org.kde.KWin", "/Screenshot", "org.kde.kwin.Screenshot"};
+constexpr Service kScreenShot2 = {"org.kde.KWin", "/org/kde/KWin/ScreenShot2",
+                                  "org.kde.KWin.ScreenShot2"};
+constexpr Service kPortal = {"org.freedesktop.portal.Desktop", "/org/freedesktop/portal/desktop",
+                             "org.freedesktop.portal.Screenshot"};
+
+GVariant* Call(GDBusConnection* bus, const Service& service, const char* method,
+               GVariant* parameters, GUnixFDList* descriptors = nullptr) {
+  return g_dbus_connection_call_with_unix_fd_list_sync(
+      bus, service.name, service.path, service.interface, method, parameters, nullptr,
+      G_DBUS_CALL_FLAGS_NONE, -1, descriptors, nullptr, nullptr, nullptr);
+}
+
+GDBusConnection* SessionBus() { return g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr); }
+
+GVariant* NoOptions() { return g_variant_new_array(G_VARIANT_TYPE("{sv}"), nullptr, 0); }
+
+uint32_t Entry(GVariant* dictionary, const char* key) {
+  guint32 value = 0;
+  g_variant_lookup(dictionary, key, "u", &value);
+  return value;
+}
+
 // compositor(jpeg): the same through GNOME Shell's service.
 void Compositor(Info info) {
   const std::string path = std::string(g_get_tmp_dir()) + "/reference";
-  GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
-  GVariant* reply = g_dbus_connection_call_sync(
-      bus, "org.gnome.Shell.Screenshot", "/org/gnome/Shell/Screenshot",
-      "org.gnome.Shell.Screenshot", "Screenshot", g_variant_new("(bbs)", FALSE, TRUE, path.c_str()),
-      nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
+  GDBusConnection* bus = SessionBus();
+  GVariant* reply =
+      Call(bus, kGnome, "Screenshot", g_variant_new("(bbs)", FALSE, TRUE, path.c_str()));
   g_object_unref(bus);
   if (!reply) return Nan::ThrowError("no answer");
   g_variant_unref(reply);
   GdkPixbuf* picture = gdk_pixbuf_new_from_file(path.c_str(), nullptr);
   unlink(path.c_str());
+  Encode(picture, Flag(info, 0));
+}
+
+// refused(gnome): whether GNOME Shell's or KWin's older service refuses, which takes one call.
+void Refused(Info info) {
+  GDBusConnection* bus = SessionBus();
+  GVariant* reply = Flag(info, 0)
+                        ? Call(bus, kGnome, "Screenshot", g_variant_new("(bbs)", FALSE, TRUE, "/x"))
+                        : Call(bus, kKwin, "screenshotFullscreen", nullptr);
+  info.GetReturnValue().Set(reply == nullptr);
+  if (reply) g_variant_unref(reply);
+  g_object_unref(bus);
+}
+
+// screenshot2(jpeg): through KWin's pipe.
+void ScreenShot2(Info info) {
+  int ends[2] = {};
+  if (pipe2(ends, O_CLOEXEC) != 0) return Nan::ThrowError("no pipe");
+  GDBusConnection* bus = SessionBus();
+  GUnixFDList* descriptors = g_unix_fd_list_new_from_array(&ends[1], 1);
+  GVariant* reply = Call(bus, kScreenShot2, "CaptureWorkspace",
+                         g_variant_new("(@a{sv}h)", NoOptions(), 0), descriptors);
+  g_object_unref(descriptors);
+  g_object_unref(bus);
+  if (!reply) return Nan::ThrowError("no answer");
+  GVariant* shape = g_variant_get_child_value(reply, 0);
+  const size_t stride = Entry(shape, "stride");
+  const int width = static_cast<int>(Entry(shape, "width"));
+  const int height = static_cast<int>(Entry(shape, "height"));
+  g_variant_unref(shape);
+  g_variant_unref(reply);
+  const size_t size = stride * height;
+  const auto bytes = std::make_unique_for_overwrite<unsigned char[]>(size);
+  size_t filled = 0;
+  for (ssize_t count = 1; count > 0 && filled < size; filled += count) {
+    count = read(ends[0], bytes.get() + filled, size - filled);
+  }
+  close(ends[0]);
+  GdkPixbuf* picture = gdk_pixbuf_new(GDK_COLORSPACE_RGB, FALSE, 8, width, height);
+  for (int y = 0; y < height; ++y) {
+    const unsigned char* from = bytes.get() + y * stride;
+    guchar* to = gdk_pixbuf_get_pixels(picture) + y * gdk_pixbuf_get_rowstride(picture);
+    for (int x = 0; x < width; ++x, from += 4, to += 3) {
+      to[0] = from[2];
+      to[1] = from[1];
+      to[2] = from[0];
+    }
+  }
+  Encode(picture, Flag(info, 0));
+}
+
+void OnResponse(GDBusConnection* /*bus*/, const char* /*sender*/, const char* /*path*/,
+                const char* /*interface*/, const char* /*signal*/, GVariant* response,
+                gpointer data) {
+  GVariant* results = g_variant_get_child_value(response, 1);
+  *static_cast<char**>(data) = nullptr;
+  g_variant_lookup(results, "uri", "s", static_cast<char**>(data));
+  g_variant_unref(results);
+}
+
+// portal(jpeg)
+void Portal(Info info) {
+  GDBusConnection* bus = SessionBus();
+  GMainContext* context = g_main_context_new();
+  g_main_context_push_thread_default(context);
+  std::string request = g_dbus_connection_get_unique_name(bus) + 1;
+  std::replace(request.begin(), request.end(), '.', '_');
+  static int count = 0;
+  const std::string token = "reference" + std::to_string(++count);
+  request = std::string(kPortal.path) + "/request/" + request + "/" + token;
+  char waiting = 0;
+  char* uri = &waiting;
+  const guint id = g_dbus_connection_signal_subscribe(
+      bus, kPortal.name, "org.freedesktop.portal.Request", "Response", request.c_str(), nullptr,
+      G_DBUS_SIGNAL_FLAGS_NONE, OnResponse, &uri, nullptr);
+  GVariantDict options;
+  g_variant_dict_init(&options, nullptr);
+  g_variant_dict_insert(&options, "handle_token", "s", token.c_str());
+  g_variant_dict_insert(&options, "interactive", "b", FALSE);
+  GVariant* reply = Call(bus, kPortal, "Screenshot",
+                         g_variant_new("(s@a{sv})", "", g_variant_dict_end(&options)));
+  while (reply && uri == &waiting) g_main_context_iteration(context, TRUE);
+  g_dbus_connection_signal_unsubscribe(bus, id);
+  g_main_context_pop_thread_default(context);
+  g_main_context_unref(context);
+  g_object_unref(bus);
+  if (!reply) return Nan::ThrowError("no answer");
+  g_variant_unref(reply);
+  if (!uri) return Nan::ThrowError("no picture");
+  char* path = g_filename_from_uri(uri, nullptr, nullptr);
+  GdkPixbuf* picture = gdk_pixbuf_new_from_file(path, nullptr);
+  unlink(path);
+  g_free(path);
+  g_free(uri);
   Encode(picture, Flag(info, 0));
 }
 
@@ -305,6 +430,9 @@ void LongestTurn(Info info) { info.GetReturnValue().Set(std::exchange(longest_tu
 void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
   Nan::SetMethod(exports, "desktop", Desktop);
   Nan::SetMethod(exports, "compositor", Compositor);
+  Nan::SetMethod(exports, "refused", Refused);
+  Nan::SetMethod(exports, "screenshot2", ScreenShot2);
+  Nan::SetMethod(exports, "portal", Portal);
   Nan::SetMethod(exports, "startCounting", StartCounting);
   Nan::SetMethod(exports, "stopCounting", StopCounting);
   Nan::SetMethod(exports, "counted", Counted);

@@ -11,12 +11,13 @@ const { openDisplay } = require('./x');
 const KWIN = '/usr/bin/kwin_wayland';
 const PORTAL = '/usr/libexec/xdg-desktop-portal';
 const NOBODY = 65534;
+const SIZE = '1280x720';
 /** Each for a test's `skip`. */
 const lackingKwin = () =>
   lacking(KWIN, 'Xwayland') ||
   (fs.readFileSync(KWIN).includes('libQt6') && 'KWin 6 has no org.kde.kwin.Screenshot');
 const lackingGnomePortal = () => lacking('gnome-shell', 'Xwayland', PORTAL, `${PORTAL}-gnome`);
-const SWAY = ['sway', 'Xwayland', 'grim', 'pipewire'];
+const SWAY = ['sway', 'Xwayland', 'xhost', 'grim', 'pipewire'];
 const lackingSwayPortal = () =>
   lacking(...SWAY, ...['', '-wlr', '-gtk'].map((end) => PORTAL + end));
 
@@ -49,9 +50,9 @@ async function startPortal({ env, inside, peer }, launch, backEnds) {
 }
 
 /** Whoever asks gets a picture, or with `portal` only who asks the portal. */
-async function startGnomeShell(session, launch, { portal = false } = {}) {
+async function startGnomeShell(session, launch, { portal = false, size = SIZE } = {}) {
   const { env, inside, peer } = session;
-  const mode = ['--headless', '--wayland', '--virtual-monitor', '1280x720'];
+  const mode = ['--headless', '--wayland', '--virtual-monitor', size];
   const shell = launch('gnome-shell', portal ? mode : [...mode, '--unsafe-mode']);
   await shell.ready(() => /GNOME Shell started at/.test(shell.output()), 'a shell');
   const SET = ['org.gnome.Shell', '/org/gnome/Shell', 'org.freedesktop.DBus.Properties', 'Set'];
@@ -100,7 +101,7 @@ async function awaitTurn({ stops }) {
   stops.push(async () => turn.close());
 }
 
-async function startSway(session, launch, { outputs = ['1280x720'] } = {}) {
+async function startSway(session, launch, { outputs = [SIZE] } = {}) {
   const { env, inside, folder } = session;
   await awaitTurn(session);
   const colored = (size, i) =>
@@ -131,7 +132,7 @@ async function startSway(session, launch, { outputs = ['1280x720'] } = {}) {
   await startPortal(session, launch, ['wlr', 'gtk']);
 }
 
-/** A Wayland session without a screen, 1280x720; `starter` is one of those above. */
+/** A Wayland session without a screen, 1280x720 unless told; `starter` is one of those above. */
 function startCompositor(starter) {
   // Compositors start Xwayland in a folder of this mode only.
   fs.mkdirSync('/tmp/.X11-unix', { recursive: true });
@@ -140,7 +141,9 @@ function startCompositor(starter) {
   // More than one attempt, since GNOME Shell now and then hangs while starting.
   return startServed({ display: false, env }, async (session) => {
     await starter(session, (command, args) => {
-      const compositor = start('setsid', [command, ...args], { env: session.env });
+      // GTK's backend is chosen for the application alone.
+      const env = { ...session.env, GDK_BACKEND: undefined };
+      const compositor = start('setsid', [command, ...args], { env });
       // Last what it has started itself.
       session.stops.push(async () => spawnSync('kill', ['-KILL', '--', `-${compositor.pid}`]));
       session.stops.push(() => compositor.stop());

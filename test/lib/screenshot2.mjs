@@ -1,6 +1,6 @@
 // A stand-in for KWin's ScreenShot2 on the session bus, for gjs, which can take a pipe. Answers
-// each call with the next of the answers given as JSON: { description, bytes, open },
-// { error }, or {} for a reply of another type.
+// each call with the next of the answers given as JSON: { description, bytes, open }, { error },
+// { hang }, or {} for a reply of another type.
 import Gio from 'gi://Gio';
 import GLib from 'gi://GLib';
 import System from 'system';
@@ -13,7 +13,8 @@ const METHODS = ['CaptureWorkspace', 'CaptureActiveScreen'].map(
 const answers = JSON.parse(System.programArgs[0]);
 const kept = [];
 
-function reply(invocation, { description, bytes = [], open, error }, fds) {
+function reply(invocation, { description, bytes = [], open, error, hang }, fds) {
+  if (hang) return;
   if (error) return invocation.return_dbus_error(error, 'no');
   if (!description) {
     const message = invocation.get_message().new_method_reply();
@@ -37,8 +38,8 @@ const node = Gio.DBusNodeInfo.new_for_xml(
 connection.register_object(
   '/org/kde/KWin/ScreenShot2',
   node.interfaces[0],
-  (_connection, _sender, _path, _interface, method, _parameters, invocation) => {
-    console.log(method);
+  (_connection, _sender, _path, _interface, method, parameters, invocation) => {
+    console.log(method, JSON.stringify(parameters.recursiveUnpack()[0]));
     reply(invocation, answers.shift(), invocation.get_message().get_unix_fd_list());
   },
   null,

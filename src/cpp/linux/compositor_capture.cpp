@@ -44,16 +44,20 @@ void SnapThroughPortal(const Deadline& deadline, CompositorPicture* picture) {
 }  // namespace
 
 CompositorPicture CaptureCompositor(CompositorArea area, bool locked) {
+  static bool service_known = false;
   CompositorPicture picture;
-  bool bus_reached = true;
-  const auto service = DbusScreenshot::Create(&bus_reached);
-  picture.service_found = service != nullptr;
-  if (service) picture.pixbuf = AdoptGObject(Snap(*service, area));
-  if (picture.pixbuf || !bus_reached) return picture;
+  picture.service_found = service_known;
   // Held, so that the steps below share one connection.
   GErrorPtr error;
   const auto bus = ConnectSessionBus(&error);
-  if (!bus) return picture;
+  if (!bus) {
+    LogScreenshotFailure(error->message);
+    return picture;
+  }
+  const auto service = DbusScreenshot::Create();
+  picture.service_found = service_known = service != nullptr;
+  if (service) picture.pixbuf = AdoptGObject(Snap(*service, area));
+  if (picture.pixbuf) return picture;
   if (locked) {
     LogScreenshotFailure("the screen is locked");
     return picture;

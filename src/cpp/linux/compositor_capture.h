@@ -3,11 +3,10 @@
 
 #include <gdk-pixbuf/gdk-pixbuf.h>
 
+#include "compositor_area.h"
 #include "glib_ptr.h"
 
 namespace kiv {
-
-enum class CompositorArea { kWorkspace, kActiveScreen };
 
 struct CompositorPicture {
   GObjectPtr<GdkPixbuf> pixbuf;  // null when no way gives one

@@ -37,7 +37,7 @@ bool SaysRefused(const GError* error) {
 
 }  // namespace
 
-std::shared_ptr<DbusScreenshot> DbusScreenshot::Create(bool* bus_reached) {
+std::shared_ptr<DbusScreenshot> DbusScreenshot::Create() {
   static bool test_interfaces = true;
   static bool gnome = false;
   static bool plasma = false;
@@ -45,7 +45,6 @@ std::shared_ptr<DbusScreenshot> DbusScreenshot::Create(bool* bus_reached) {
     GErrorPtr error;
     const auto bus = ConnectSessionBus(&error);
     if (!bus) {
-      if (bus_reached) *bus_reached = false;
       LogScreenshotFailure(error->message);
       return nullptr;
     }

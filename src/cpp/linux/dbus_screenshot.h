@@ -23,9 +23,8 @@ class DbusScreenshot {
  public:
   // A new backend for the service found, GNOME Shell before KWin; empty when there is none. The
   // session is probed once per process, and again only while the bus cannot be reached: a
-  // compositor that starts later is not noticed. Clears `bus_reached` when the bus is the reason,
-  // which has been logged then.
-  static std::shared_ptr<DbusScreenshot> Create(bool* bus_reached = nullptr);
+  // compositor that starts later is not noticed.
+  static std::shared_ptr<DbusScreenshot> Create();
 
   // Deletes the files.
   virtual ~DbusScreenshot();

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <string>
 #include <utility>
 
 #include "../unique_fd.h"
@@ -40,6 +41,8 @@ GVariant* Parameters(int handle) {
   GVariantBuilder options;
   g_variant_builder_init(&options, G_VARIANT_TYPE_VARDICT);
   g_variant_builder_add(&options, "{sv}", "native-resolution", g_variant_new_boolean(TRUE));
+  // Later versions leave them out by default.
+  g_variant_builder_add(&options, "{sv}", "hide-caller-windows", g_variant_new_boolean(FALSE));
   return g_variant_new("(a{sv}h)", &options, handle);
 }
 
@@ -62,13 +65,18 @@ GVariantPtr RequestPicture(CompositorArea area, UniqueFd writing, const Deadline
 GObjectPtr<GdkPixbuf> CaptureThroughKwin(CompositorArea area, const Deadline& deadline,
                                          GErrorPtr* error) {
   static AbsenceMemory absence;
-  const auto owner = OwnerOf(kKdeDbusBusName, deadline, error);
-  if (!owner || owner->empty() || absence.Knows(*owner)) return nullptr;
+  const auto kwin = OwnerOf(kKdeDbusBusName, deadline, error);
+  if (!kwin || kwin->empty()) return nullptr;
+  // KWin takes this name when its effect is loaded, which may be later.
+  const auto service = OwnerOf(kScreenShot2.interface, deadline, error);
+  if (!service) return nullptr;
+  const std::string owners = *kwin + " " + *service;
+  if (absence.Knows(owners)) return nullptr;
   auto [reading, writing] = OpenPipe(error);
   if (!reading) return nullptr;
   const GVariantPtr reply = RequestPicture(area, std::move(writing), deadline, error);
   if (!reply && SaysAbsent(error->get())) {
-    absence.Note(*owner);
+    absence.Note(owners);
     error->reset();
   }
   if (!reply) return nullptr;

@@ -3,7 +3,7 @@
 
 #include <gdk-pixbuf/gdk-pixbuf.h>
 
-#include "compositor_capture.h"
+#include "compositor_area.h"
 #include "deadline.h"
 #include "glib_ptr.h"
 

@@ -1,7 +1,5 @@
 #include "overlay_window.h"
 
-#include "selection_drawing.h"
-
 namespace kiv {
 
 namespace {

@@ -5,6 +5,7 @@
 
 #include "gdk_error_trap.h"
 #include "glib_scoped.h"
+#include "selection_drawing.h"
 
 #if !GTK_CHECK_VERSION(3, 18, 0)
 #error "kiv_native needs GTK 3.18 or later"
@@ -48,7 +49,7 @@ class OverlayWindow {
   GtkWidget* drawing_area() const { return drawing_area_; }
   GdkScreen* screen() const { return gtk_widget_get_screen(window_.get()); }
   double scale() const { return scale_; }
-  int ToPixels(double points) const { return static_cast<int>(points * scale_); }
+  int ToPixels(double points) const { return static_cast<int>(points * scale_ + kRounding); }
 
  private:
   int ToPoints(int pixels) const;

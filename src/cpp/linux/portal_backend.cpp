@@ -126,11 +126,11 @@ std::vector<Backend> InstalledBackends() {
 // The first file that has a say; null when there is none.
 KeyFilePtr PortalsConfiguration(const Texts& desktops) {
   Texts names;
-  for (const std::string& desktop : desktops) names.push_back(desktop + "-portals.conf");
-  names.emplace_back("portals.conf");
+  for (const std::string& desktop : desktops) names.push_back("/" + desktop + "-portals.conf");
+  names.emplace_back("/portals.conf");
   for (const std::string& folder : ConfigurationFolders()) {
     for (const std::string& name : names) {
-      auto file = ReadKeyFile(folder + "/" + name);
+      auto file = ReadKeyFile(folder + name);
       if (file && g_key_file_has_group(file.get(), kPreferredGroup)) return file;
     }
   }
@@ -173,8 +173,9 @@ std::string ScreenshotBackend() {
       chosen = FirstOf(ReadList(configuration.get(), kPreferredGroup, key), desktops, backends);
     }
   }
-  // Portals before 1.17 know no such file.
+  // Portals before 1.17 know no such file, and take any where none is made for the desktop.
   if (!chosen) chosen = MadeFor(desktops, backends);
+  if (!chosen && backends.size() == 1) chosen = &backends.front();
   return chosen ? chosen->bus_name : std::string();
 }
 

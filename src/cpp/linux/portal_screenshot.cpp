@@ -19,27 +19,31 @@ namespace {
 constexpr Deadline::Milliseconds kStart(5000);
 constexpr uint32_t kCancelled = 1;
 
-#define KIV_FORGET_ANSWER                                                                  \
-  "gdbus call --session --dest org.freedesktop.impl.portal.PermissionStore --object-path " \
-  "/org/freedesktop/impl/portal/PermissionStore --method "                                 \
-  "org.freedesktop.impl.portal.PermissionStore.Delete screenshot screenshot"
+constexpr char kForgetAnswer[] =
+    "gdbus call --session --dest org.freedesktop.impl.portal.PermissionStore --object-path "
+    "/org/freedesktop/impl/portal/PermissionStore --method "
+    "org.freedesktop.impl.portal.PermissionStore.Delete screenshot screenshot";
 
-const char* Remedy(Permission permission) {
+void SetError(GErrorPtr* error, const std::string& message) {
+  g_set_error_literal(CollectError(error), G_IO_ERROR, G_IO_ERROR_FAILED, message.c_str());
+}
+
+std::string Remedy(Permission permission) {
   switch (permission) {
     case Permission::kDenied:
-      return "Screenshots were denied; allow them in the desktop's privacy settings, or have it "
-             "forget the answer with: " KIV_FORGET_ANSWER;
+      return std::string(
+                 "Screenshots were denied; allow them in the desktop's privacy settings, "
+                 "or have it forget the answer with: ") +
+             kForgetAnswer;
     case Permission::kAsk:
-      return "The desktop would ask each time; allow screenshots in its privacy settings, or have "
-             "it forget that with: " KIV_FORGET_ANSWER;
+      return std::string(
+                 "The desktop would ask each time; allow screenshots in its privacy "
+                 "settings, or have it forget that with: ") +
+             kForgetAnswer;
     default:
       return "Nobody has allowed screenshots yet; ask() of kiv_native/permission brings up the "
              "question";
   }
-}
-
-void SetError(GErrorPtr* error, const char* message) {
-  g_set_error_literal(CollectError(error), G_IO_ERROR, G_IO_ERROR_FAILED, message);
 }
 
 // The end of the request, or nothing when the deadline comes first.
@@ -58,15 +62,25 @@ std::optional<PortalAnswer> AskPortal(GDBusConnection* bus, const std::string& o
   return answer;
 }
 
-// The path of the picture's file; empty with an error.
-std::string ReadAnswer(std::optional<PortalAnswer> answer, GErrorPtr* error) {
-  if (!answer) return SetError(error, "The portal does not answer"), "";
-  if (answer->error) return *error = std::move(answer->error), "";
-  if (answer->code == kCancelled) return SetError(error, "The screenshot was cancelled"), "";
-  if (answer->code != 0) return SetError(error, "The portal refuses, or its back end fails"), "";
-  std::string path = PathOfUri(answer->uri);
-  if (path.empty()) SetError(error, "The portal's answer names no file");
-  return path;
+// Why an answer has no picture; null when it has one.
+const char* Reason(const PortalAnswer& answer) {
+  if (answer.code == kCancelled) return "The screenshot was cancelled";
+  if (answer.code != 0) return "The portal refuses, or its back end fails";
+  return PathOfUri(answer.uri).empty() ? "The portal's answer names no file" : nullptr;
+}
+
+// The decoded picture; its file is deleted.
+GObjectPtr<GdkPixbuf> ReadAnswer(PortalAnswer answer, GErrorPtr* error) {
+  if (answer.error) {
+    *error = std::move(answer.error);
+    return nullptr;
+  }
+  if (const char* reason = Reason(answer)) {
+    SetError(error, reason);
+    return nullptr;
+  }
+  const HandedOverFile file(PathOfUri(answer.uri), error);
+  return file ? DecodePicture(file.fd(), error) : nullptr;
 }
 
 }  // namespace
@@ -77,14 +91,17 @@ GObjectPtr<GdkPixbuf> CaptureThroughPortal(const Deadline& deadline, GErrorPtr* 
   const Deadline limit = std::exchange(started, true) ? deadline : deadline.ExtendedBy(kStart);
   const auto access = FindPortalAccess(ScreenshotBackend(), limit, memory, error);
   if (!access || access->owner.empty()) return nullptr;
-  if (!access->TakesWithoutQuestion()) return SetError(error, Remedy(access->permission)), nullptr;
+  if (!access->TakesWithoutQuestion()) {
+    SetError(error, Remedy(access->permission));
+    return nullptr;
+  }
   // Leaves a descriptor for the private context.
   const auto bus = ConnectSessionBus(error);
   if (!bus) return nullptr;
-  const std::string path = ReadAnswer(AskPortal(bus.get(), access->owner, limit), error);
-  if (path.empty()) return nullptr;
-  const HandedOverFile file(path, error);
-  return file ? DecodePicture(file.fd(), error) : nullptr;
+  auto answer = AskPortal(bus.get(), access->owner, limit);
+  if (answer) return ReadAnswer(std::move(*answer), error);
+  SetError(error, "The portal does not answer");
+  return nullptr;
 }
 
 }  // namespace kiv

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <vector>
 
 #include "picture_file.h"
@@ -16,14 +17,16 @@ namespace kiv {
 namespace {
 
 constexpr int kBytesPerPixel = 4;
-// Image formats of QImage with blue, green, red and a fourth byte in memory: RGB32, ARGB32 and
-// ARGB32_Premultiplied. A screen is opaque, so that the fourth byte says nothing.
-constexpr guint32 kFirstFormat = 4;
-constexpr guint32 kLastFormat = 6;
+// Image formats of QImage, by their bytes in memory. A screen is opaque, so that the fourth byte
+// says nothing.
+constexpr guint32 kBlueFirst[] = {4, 5, 6};    // RGB32, ARGB32, ARGB32_Premultiplied
+constexpr guint32 kRedFirst[] = {16, 17, 18};  // RGBX8888, RGBA8888, RGBA8888_Premultiplied
 // Room for the padding that a driver may add to a row.
-constexpr gint64 kMaxPadding = 1 << 16;
+constexpr gint64 kMaxPadding = 4096;
 // Near a megabyte, the largest pipe that an ordinary process may ask for.
 constexpr size_t kBlockBytes = 1 << 20;
+
+constexpr char kLate[] = "The picture does not arrive";
 
 void SetError(GErrorPtr* error, GIOErrorEnum code, const char* message) {
   g_set_error_literal(CollectError(error), G_IO_ERROR, code, message);
@@ -47,7 +50,7 @@ bool WaitForBytes(int fd, const Deadline& deadline, GErrorPtr* error) {
   do {
     ready = poll(&wanted, 1, deadline.Remaining());
   } while (ready < 0 && errno == EINTR);
-  if (ready <= 0) SetError(error, G_IO_ERROR_TIMED_OUT, "The picture does not arrive");
+  if (ready <= 0) SetError(error, G_IO_ERROR_TIMED_OUT, kLate);
   return ready > 0;
 }
 
@@ -69,19 +72,25 @@ bool ReadBlock(int fd, unsigned char* block, size_t size, const Deadline& deadli
   return true;
 }
 
+template <int kRed, int kBlue>
 void ConvertRow(const unsigned char* from, guchar* to, int width) {
   for (int x = 0; x < width; ++x, from += kBytesPerPixel, to += 3) {
-    to[0] = from[2];
+    to[0] = from[kRed];
     to[1] = from[1];
-    to[2] = from[0];
+    to[2] = from[kBlue];
   }
+}
+
+bool Contains(const guint32 (&formats)[3], guint32 format) {
+  return std::find(std::begin(formats), std::end(formats), format) != std::end(formats);
 }
 
 }  // namespace
 
 std::optional<RawPictureShape> ReadRawPictureShape(GVariant* description, GErrorPtr* error) {
   const guint32 format = Number(description, "format");
-  if (!IsRaw(description) || format < kFirstFormat || format > kLastFormat) {
+  const bool red_first = Contains(kRedFirst, format);
+  if (!IsRaw(description) || (!red_first && !Contains(kBlueFirst, format))) {
     SetError(error, G_IO_ERROR_INVALID_DATA, "The picture has an unknown format");
     return std::nullopt;
   }
@@ -98,7 +107,7 @@ std::optional<RawPictureShape> ReadRawPictureShape(GVariant* description, GError
     return std::nullopt;
   }
   return RawPictureShape{static_cast<int>(width), static_cast<int>(height),
-                         static_cast<size_t>(stride)};
+                         static_cast<size_t>(stride), red_first};
 }
 
 GObjectPtr<GdkPixbuf> ReadRawPicture(int fd, const RawPictureShape& shape, const Deadline& deadline,
@@ -112,12 +121,15 @@ GObjectPtr<GdkPixbuf> ReadRawPicture(int fd, const RawPictureShape& shape, const
   fcntl(fd, F_SETFL, O_NONBLOCK);
   const int rows_of_block = std::max<int>(1, static_cast<int>(kBlockBytes / shape.stride));
   std::vector<unsigned char> block(rows_of_block * shape.stride);
+  const auto convert = shape.red_first ? ConvertRow<0, 2> : ConvertRow<2, 0>;
   guchar* to = gdk_pixbuf_get_pixels(picture.get());
   for (int done = 0; done < shape.height; done += rows_of_block) {
     const int rows = std::min(rows_of_block, shape.height - done);
+    // A writer that is never waited for may be slow, too.
+    if (deadline.Passed()) return SetError(error, G_IO_ERROR_TIMED_OUT, kLate), nullptr;
     if (!ReadBlock(fd, block.data(), rows * shape.stride, deadline, error)) return nullptr;
     for (int row = 0; row < rows; ++row, to += gdk_pixbuf_get_rowstride(picture.get())) {
-      ConvertRow(block.data() + row * shape.stride, to, shape.width);
+      convert(block.data() + row * shape.stride, to, shape.width);
     }
   }
   return picture;

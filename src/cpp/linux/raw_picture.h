@@ -12,11 +12,13 @@
 namespace kiv {
 
 // An uncompressed picture that comes through a pipe: rows of `stride` bytes, which begin with
-// `width` pixels of four bytes each, blue, green, red and one that is ignored.
+// `width` pixels of four bytes each: blue, green, red, or red, green, blue, and one that is
+// ignored.
 struct RawPictureShape {
   int width;
   int height;
   size_t stride;
+  bool red_first;
 };
 
 // The shape that KWin describes in a dictionary "a{sv}"; nothing, with the reason in `error`, for

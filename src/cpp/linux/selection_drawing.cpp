@@ -79,8 +79,6 @@ GObjectPtr<GdkPixbuf> MakeDimmed(GdkPixbuf* picture) {
 }
 
 int PointsFor(int pixels, double scale) {
-  // A quotient that is whole may come out a little above.
-  constexpr double kRounding = 1e-6;
   return static_cast<int>(std::ceil(pixels / scale - kRounding));
 }
 

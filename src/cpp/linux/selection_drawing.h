@@ -18,6 +18,9 @@ using CairoSurfacePtr = std::unique_ptr<cairo_surface_t, FreeWith<cairo_surface_
 // The picture over black at 150/255; null when there is no memory for it.
 GObjectPtr<GdkPixbuf> MakeDimmed(GdkPixbuf* picture);
 
+// A product or quotient that is whole may come out a little beside it.
+constexpr double kRounding = 1e-6;
+
 // The fewest points that show so many pixels.
 int PointsFor(int pixels, double scale);
 
