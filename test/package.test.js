@@ -38,7 +38,9 @@ async function run(cwd, line) {
 const options = { skip: Boolean(process.env.KIV_NODE), timeout: 1800000 };
 test('the packed module is whole: installs offline, loads, has its types', options, async () => {
   const [{ filename, files }] = JSON.parse(await run(folder, `npm pack --json ${ROOT}`));
-  const odd = files.find((one) => !/^(src|host|permission|docs|node_modules|\w+\.)/.test(one.path));
+  const odd = files.find(
+    (one) => !/^(bin|src|host|permission|docs|node_modules|\w+\.)/.test(one.path),
+  );
   assert.strictEqual(odd, undefined);
   await run(folder, `npm install --prefix . --no-audit ${filename}`);
   const build = `${folder}/node_modules/kiv_native/build/Release`;

@@ -1,6 +1,26 @@
 'use strict';
 
 // What `kiv_native doctor` finds out. Keep to the syntax of the oldest supported Node.
+//
+// The report, which --json prints; null stands for what could not be found out:
+//   doctor              1, the version of this list; keys may be added within it
+//   screenshots         work; way: "x11", "gnome", "kwin", "screenshot2" or "portal"; reason where
+//                       they do not work: "module", "display", "session type", "unknown",
+//                       "portal unknown", "portal denied" or "portal unavailable"
+//   module              loads; origin: "built" or "prebuilt"; missingLibrary
+//   versions            kiv_native, node, abi, architecture, gtk, glib
+//   session             type and desktop as the environment has them; x11: what the module decides;
+//                       waylandDisplay: WAYLAND_DISPLAY is set
+//   display             set: DISPLAY is; answers; width and height in pixels; activeWindow: found
+//   idleSeconds
+//   bus                 known: it has an address; answers; lockSignals: interface to whether
+//                       somebody who sends it is on the bus
+//   compositor          gnome, kwin, screenshot2: "absent", "allowed", "refused", "timeout" or the
+//                       name of another D-Bus error
+//   portal              running; permission: what state() of kiv_native/permission returns
+//   host                functions: how many of the four this process has; companionProvides: and
+//                       after host.loadUtilities()
+//   failures            of the checks that failed: "timeout", a signal, an exit code or "error"
 
 const { spawn } = require('child_process');
 const fs = require('fs');

@@ -13,7 +13,7 @@ const REASONS = {
   module: 'do not work: the module cannot be loaded',
   display: 'do not work: this is an X11 session, and no X server answers',
   'session type': 'do not work: this is a Wayland session, and XDG_SESSION_TYPE does not say so',
-  unknown: 'not known whether they work, since a check failed',
+  unknown: 'not known whether they work: a check failed or got no answer',
   'portal unknown': 'work through the desktop portal once the person has allowed it',
   'portal denied': 'do not work: the person has denied them',
   'portal unavailable': 'do not work: neither the compositor nor a desktop portal gives them',
@@ -34,7 +34,8 @@ const PORTAL = {
   unknown: [
     'no',
     'the person has not allowed screenshots for good',
-    "have the application call require('kiv_native/permission').ask(), from a button",
+    `have the application call require('kiv_native/permission').ask() from a button; where that
+changes nothing, "ask each time" is stored: change it in the desktop's privacy settings`,
   ],
 };
 const RUNTIME_PACKAGES =
@@ -48,10 +49,12 @@ function printable(text) {
 
 function loading({ module: { loads, origin, missingLibrary } }, { moduleError }) {
   if (loads) return ['ok', origin === 'built' ? 'loads, built here' : 'loads, prebuilt'];
-  const remedy = missingLibrary
-    ? `install what brings ${missingLibrary}: ${RUNTIME_PACKAGES}`
-    : 'install the package again under this Node: npm rebuild kiv_native';
-  return ['no', `cannot be loaded: ${printable(String(moduleError).split('\n')[0])}`, remedy];
+  const again = 'install the package again under this Node: npm rebuild kiv_native';
+  const wrong = /NODE_MODULE_VERSION (\d+)/.exec(moduleError);
+  if (wrong) return ['no', `cannot be loaded: it was built for ABI ${wrong[1]}`, again];
+  const remedy = `install what brings ${missingLibrary}: ${RUNTIME_PACKAGES}`;
+  const reason = printable(String(moduleError).split('\n')[0]);
+  return ['no', `cannot be loaded: ${reason}`, missingLibrary ? remedy : again];
 }
 
 function session({ session: { type, x11, waylandDisplay } }) {
