@@ -170,8 +170,7 @@ async function follow(app, desktop, page) {
       : 'no X11 session at hand: starting a private one with a window manager and a message bus',
   );
   const desktop = mine ? null : await openDesktop();
-  if (desktop && desktop.reason)
-    say(`one monitor only, since Xorg shows no two: ${desktop.reason}`);
+  if (desktop && desktop.reason) say(`one monitor instead of two: ${desktop.reason}`);
   try {
     const app = await startApp({ env: mine ? process.env : desktop.env });
     if (desktop) await settle(app);
