@@ -15,7 +15,8 @@ code, pre { font: 0.85rem/1.5 "DejaVu Sans Mono", monospace; overflow-wrap: anyw
 pre { white-space: pre-wrap; background: #eee; padding: 0.8rem; }
 figure { margin: 0 0 1.5rem; } figcaption { color: #555; }
 img { display: block; max-width: 100%; height: auto; box-shadow: 0 0 0 1px #ccc; }
-.about { display: flex; flex-wrap: wrap; align-items: flex-start; gap: 0.5rem 1.5rem; margin-top: 1rem; }
+.about { display: flex; flex-wrap: wrap; align-items: flex-start; }
+.about { gap: 0.5rem 1.5rem; margin-top: 1rem; }
 .about figure { flex: 0 1 310px; } .about dl { flex: 1 1 18rem; }
 dl { display: grid; grid-template-columns: max-content 1fr; gap: 0 1rem; margin: 0; }
 dt { color: #555; } dd { margin: 0; overflow-wrap: anywhere; }
@@ -35,6 +36,8 @@ const SCENES = [
 ];
 
 const kilobytes = (bytes) => `${Math.round(bytes / 1000).toLocaleString('en')} kB`;
+// What the module says of a window that is not there, or not an X11 window.
+const known = (text) => (text === 'Undefined' ? 'not known' : text);
 const size = ({ width, height }) => `${width} × ${height}`;
 
 function picture({ file, width, height }, alternative) {
@@ -62,20 +65,21 @@ function comparison(snapshots) {
   const row = (snap) => [snap.heading, size(snap), kilobytes(snap.bytes), `${snap.ms} ms`];
   const heads = ['Picture', 'Pixels', 'Size', 'Time'];
   return `<section><h2>The three snapshots compared</h2>
-<p>A JPEG is the smaller and quicker one where the screen shows photographs; a PNG is exact to the pixel.</p>
+<p>A JPEG is the smaller and quicker one where the screen shows photographs; a PNG is exact to the
+pixel.</p>
 ${table(heads, [false, true, true, true], snapshots.map(row))}</section>`;
 }
 
 function snapshot(snap) {
   const thumbnail = { file: snap.thumbnail, width: 620, height: 320 };
   return `<section><h2>${escaped(snap.heading)}</h2><p><code>${escaped(snap.call)}</code></p>
-${picture(snap, `${snap.heading}; the active window is "${snap.title}"`)}
+${picture(snap, `${snap.heading}; active window: ${known(snap.title)}`)}
 <div class="about">
 <figure>${picture(thumbnail, `The thumbnail of: ${snap.heading}`)}
 <figcaption>Its thumbnail: always 620 × 320, stretched to fit</figcaption></figure>
 ${facts([
-  ['Active window', snap.title],
-  ['Its command', snap.command],
+  ['Active window', known(snap.title)],
+  ['Its command', known(snap.command)],
   ['Pixels', size(snap)],
   ['Size', `${kilobytes(snap.bytes)}, taken in ${snap.ms} ms`],
 ])}</div></section>`;
