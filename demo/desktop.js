@@ -88,11 +88,11 @@ async function openDesktop() {
         hand('click', '--repeat', count * times, '--delay', delay, button);
       await type();
       await hand('mousemove', 2300, 300); // the photo, which minds no click
-      await click(1, 5, 300);
-      await click(3, 2, 300);
+      await click(1, 5, 200);
+      await click(3, 2, 200);
       await click(5, 10, 50);
       await lock(true);
-      await sleep(3500 * times);
+      await sleep(2500 * times);
       await lock(false);
       await type();
     },
