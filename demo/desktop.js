@@ -6,7 +6,7 @@
 const { execFile } = require('child_process');
 const fs = require('fs');
 const { promisify } = require('util');
-const { start } = require('../test/lib/processes');
+const { start, until } = require('../test/lib/processes');
 const { startSession } = require('../test/lib/session');
 const { paint } = require('./painting');
 const { STYLE, WINDOWS, describe } = require('./windows');
@@ -43,20 +43,23 @@ async function openDesktop() {
     (await promisify(execFile)(name, args.map(String), { env, timeout: 120000 })).stdout;
   const hand = (...args) => run('xdotool', ...args);
 
-  function open(window, i) {
+  /** Resolves to the window's id once the window manager has it. */
+  async function show(window, i, attempts = 4) {
     const file = inside(`window${i}.ui`);
     fs.writeFileSync(file, describe(window));
     const options = ['preview', `--css=${inside('style.css')}`, file];
-    const opened = start('gtk-builder-tool', options, { env });
-    stops.push(opened.stop);
-    return opened;
-  }
-  async function arrange({ title, place: [left, top], kind }, opened) {
-    const find = () =>
-      hand('search', '--all', '--onlyvisible', '--pid', opened.pid).catch(() => '');
-    const id = (await opened.ready(find, `the window "${title}"`)).trim();
-    if (kind === 'desktop') return;
-    await hand('windowmove', id, left, top, 'windowactivate', '--sync', id);
+    const tool = start('gtk-builder-tool', options, { env });
+    stops.push(tool.stop);
+    const find = async () => {
+      const id = (await hand('search', '--all', '--onlyvisible', '--pid', tool.pid)).trim();
+      return /state:/.test(await run('xprop', '-id', id, 'WM_STATE')) && id;
+    };
+    const id = await until(() => !tool.result && find().catch(() => ''), '', 15000).catch(() => '');
+    if (id) return id;
+    if (attempts === 1) throw new Error(`no window "${window.title}"\n${tool.output()}`);
+    // openbox misses what is mapped in a certain moment of its start.
+    await tool.stop();
+    return show(window, i, attempts - 1);
   }
 
   try {
@@ -67,8 +70,11 @@ async function openDesktop() {
     fs.writeFileSync(inside('style.css'), STYLE);
     const there = () => run('xprop', '-root', '_NET_SUPPORTING_WM_CHECK');
     await manager.ready(async () => /#/.test(await there()), 'a window manager');
-    const opened = WINDOWS.map(open);
-    for (const [i, window] of WINDOWS.entries()) await arrange(window, opened[i]);
+    const ids = await Promise.all(WINDOWS.map((window, i) => show(window, i)));
+    for (const [i, { place, kind }] of WINDOWS.entries()) {
+      if (kind === 'desktop') continue;
+      await hand('windowmove', ids[i], place[0], place[1], 'windowactivate', '--sync', ids[i]);
+    }
   } catch (error) {
     await session.stop();
     throw error;
