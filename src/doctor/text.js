@@ -39,7 +39,7 @@ changes nothing, "ask each time" is stored: change it in the desktop's privacy s
   ],
 };
 const RUNTIME_PACKAGES =
-  'libgtk-3-0 libxi6 libxss1 libxinerama1 (Fedora: gtk3 libXi libXScrnSaver)';
+  'libgtk-3-0 libxi6 libxss1 libxinerama1 (Fedora: gtk3 libXi libXScrnSaver libXinerama)';
 
 /** What a window says about itself may hold control sequences of the terminal. */
 function printable(text) {
