@@ -40,7 +40,7 @@ function start(command, args = [], { env = ENV, cwd, stdio = 'pipe' } = {}) {
   // "close" does not come once the channel between the two was closed from here.
   started.ended = once(child, 'exit').then(async ([code, signal]) => {
     // Others may hold the pipes, too.
-    await Promise.race([Promise.all(read), sleep(5000)]);
+    await Promise.race([Promise.all(read), sleep(5000, null, { ref: false })]);
     started.result = { code, signal };
     return started.result;
   });
