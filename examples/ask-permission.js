@@ -1,7 +1,7 @@
 'use strict';
 
-// A small window with a button that has the desktop ask for the permission to take screenshots; a
-// screenshot shows what the answer is worth.
+// Shows a button that asks the desktop for the permission to take screenshots, and tries the result
+// with a snapshot.
 //   node examples/ask-permission.js
 
 const path = require('path');
@@ -40,6 +40,6 @@ kiv.setupLogger((level, text) => {
   if (level === 'warn' || level === 'error') console.error(`${level}: ${text}`);
 });
 kiv.init();
-// Nothing keeps Node alive after the teardown.
+// Node exits after the teardown.
 window.open('Allow screenshots', ask, () => kiv.teardown());
 tell(permission.state());
