@@ -22,7 +22,7 @@ const MEANINGS = {
 
 function tell(state) {
   const { data } = kiv.getScreenSnap('desktop');
-  const text = `${MEANINGS[state]}. A screenshot ${data.length > 0 ? 'works' : 'gives nothing'}.`;
+  const text = `${MEANINGS[state]}. A screenshot ${data.length > 0 ? 'works' : 'fails'}.`;
   console.log(text);
   window.show(text, data, state === 'unknown');
 }

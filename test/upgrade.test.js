@@ -18,7 +18,7 @@ function write(name, text = '') {
   return inside(name);
 }
 const words = (text) => text.split(' ').filter(Boolean);
-// A script that nobody kills finds no tool to install with.
+// If a script is not killed, it finds no tool to install with.
 for (const tool of words('ps sleep bash bwrap setpriv'))
   fs.symlinkSync(`/usr/bin/${tool}`, inside('idle', tool));
 

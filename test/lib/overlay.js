@@ -30,7 +30,7 @@ const hover = (x, [px, py]) =>
     return (await x.pixel(px, 0)) === 0xffffff;
   }, 'the cross of the overlay');
 
-/** Opens a selection, tries a second in vain, moves the pointer in. Resolves to its window. */
+/** Opens a selection, requests an ignored second one, moves the pointer in; gives its window. */
 async function openSelection(x, app, at = [320, 240]) {
   await app.run(() => {
     global.results = [];
