@@ -9,11 +9,13 @@ PACKAGES_BUILD=(g++:@g++ make:@make python3:@python3 pkg-config:@pkg-config
   libgtk-3-dev:+gtk+-3.0 libxi-dev:+xi libxss-dev:+xscrnsaver libxinerama-dev:+xinerama)
 PACKAGES_DISPLAY=(xvfb:@Xvfb openbox:@openbox xdotool:@xdotool dbus:@dbus-daemon
   libglib2.0-bin:@gdbus x11-utils:@xdpyinfo)
+# Xvfb has only one monitor.
+PACKAGES_MONITORS=(xserver-xorg-core:@Xorg
+  xserver-xorg-video-dummy:/usr/lib/xorg/modules/drivers/dummy_drv.so x11-xserver-utils:@xrandr)
+PACKAGES_DEMO=(libgtk-3-bin:@gtk-builder-tool)
 # What the tests need in addition. Not every release has all desktops.
-PACKAGES_TEST=(xserver-xorg-core:@Xorg
-  xserver-xorg-video-dummy:/usr/lib/xorg/modules/drivers/dummy_drv.so
-  x11-xserver-utils:@xrandr metacity:@metacity gnome-shell:@gnome-shell xwayland:@Xwayland
-  kwin-wayland:/usr/bin/kwin_wayland sway:@sway grim:@grim pipewire:@pipewire
+PACKAGES_TEST=("${PACKAGES_MONITORS[@]}" metacity:@metacity gnome-shell:@gnome-shell
+  xwayland:@Xwayland kwin-wayland:/usr/bin/kwin_wayland sway:@sway grim:@grim pipewire:@pipewire
   xdg-desktop-portal:/usr/libexec/xdg-desktop-portal
   xdg-desktop-portal-gnome:/usr/libexec/xdg-desktop-portal-gnome
   xdg-desktop-portal-gtk:/usr/libexec/xdg-desktop-portal-gtk

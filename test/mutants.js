@@ -32,6 +32,9 @@ async function run(cwd, line) {
   return { failed: code !== 0, output: started.output() };
 }
 
+const testsIn = (copy) =>
+  fs.readdirSync(path.join(copy, 'test')).filter((name) => name.endsWith('.test.js'));
+
 async function judge(copy, { file, from, to, tests }) {
   const target = path.join(copy, 'src/cpp', file);
   const source = fs.readFileSync(target, 'utf8');
@@ -40,9 +43,8 @@ async function judge(copy, { file, from, to, tests }) {
   try {
     const built = await run(copy, BUILD);
     if (built.failed) return `DOES NOT BUILD ${/error: .*/.exec(built.output)}`;
-    const all = fs.readdirSync(path.join(copy, 'test')).filter((name) => name.endsWith('.test.js'));
     const hinted = tests.map((name) => `${name}.test.js`);
-    for (const name of new Set([...hinted, ...all])) {
+    for (const name of new Set([...hinted, ...testsIn(copy)])) {
       const { failed, output } = await run(copy, `node --test test/${name}`);
       if (failed) return `caught by ${name}: ${/(?<=^ *not ok \d+ - ).*/m.exec(output)}`;
     }
@@ -61,7 +63,7 @@ async function main() {
     const copy = temporaryFolder();
     await run(ROOT, `cp -r ${parts.join(' ')} ${copy}`);
     await run(copy, 'scripts/build');
-    const { failed, output } = await run(copy, 'node --test');
+    const { failed, output } = await run(copy, `node --test test/${testsIn(copy).join(' test/')}`);
     if (failed) throw new Error(`tests fail without a mutant:\n${output}`);
     for (let mutant = mutants.shift(); mutant; mutant = mutants.shift()) {
       const verdict = await judge(copy, mutant);

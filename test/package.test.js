@@ -38,7 +38,9 @@ async function run(cwd, line) {
 const options = { skip: Boolean(process.env.KIV_NODE), timeout: 1800000 };
 test('the packed module installs offline, loads and has its types', options, async () => {
   const [{ filename, files }] = JSON.parse(await run(folder, `npm pack --json ${ROOT}`));
-  const odd = files.find((one) => !/^(src|host|permission|docs|node_modules|\w+\.)/.test(one.path));
+  const odd = files.find(
+    (one) => !/^(bin|src|host|permission|docs|node_modules|\w+\.)/.test(one.path),
+  );
   assert.strictEqual(odd, undefined);
   await run(folder, `npm install --prefix . --no-audit ${filename}`);
   const build = `${folder}/node_modules/kiv_native/build/Release`;
@@ -108,4 +110,21 @@ test('the examples log input and locks, keep a picture, save a rectangle', own, 
   const counts = lines().map(({ event, keys, clicks }) => `${event} ${keys} ${clicks}`);
   assert.strictEqual(String(counts), 'start 0 0,lock 1 1,unlock 0 0,stop 0 0');
   assert.match(String(fs.readdirSync(inside('shots'), { recursive: true })), /^[^,]+,[^,]+\.jpg$/);
+});
+
+test('the child that takes snapshots is started again, and ends with its parent', own, async () => {
+  const line = ['examples/snapshot-in-child', shared.inside('in-child'), '--every', '1'];
+  const parent = start(NODE, line, { env: shared.env, cwd: ROOT });
+  shared.stops.push(parent.stop);
+  const children = `/proc/${parent.pid}/task/${parent.pid}/children`;
+  const child = (not = '') => () => Number(fs.readFileSync(children, 'utf8').replace(not, ''));
+  const pictures = () => parent.text[1].split('.jpg: 800 x 600').length;
+  await parent.ready(() => pictures() > 1, 'a picture');
+  const first = child()();
+  process.kill(first, 'SIGKILL');
+  const second = await parent.ready(child(first), 'another child');
+  const before = pictures();
+  await parent.ready(() => pictures() > before, 'its picture');
+  parent.child.kill('SIGKILL');
+  await until(() => !fs.existsSync(`/proc/${second}/exe`), 'the end of the child');
 });

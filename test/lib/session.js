@@ -13,6 +13,8 @@ const XORG = ['/usr/lib/xorg/Xorg', '/usr/bin/Xorg'].find((file) => fs.existsSyn
 const XORG_CONF = `
 Section "ServerFlags" Option "AutoAddDevices" "false" Option "AutoAddGPU" "false" EndSection
 Section "Device" Identifier "card" Driver "dummy" VideoRam 256000 EndSection
+Section "Monitor" Identifier "any" HorizSync 1-1000 VertRefresh 1-1000 EndSection
+Section "Screen" Identifier "all" Device "card" Monitor "any" EndSection
 `;
 
 async function startServer(command, args) {
@@ -46,7 +48,12 @@ async function startXorg(monitors) {
     xrandr(...places);
     xrandr(); // the server looks again, because clients may ask for cached values
   };
-  server.layOut(monitors);
+  try {
+    server.layOut(monitors);
+  } catch (error) {
+    await server.stop();
+    throw error;
+  }
   return server;
 }
 

@@ -89,6 +89,7 @@ ActiveTask ReadActiveTask(Display* display, const ActiveWindowAtoms& atoms) {
   const XErrorGuard guard(display);
   const auto window = ReadActiveWindow(display, atoms.atom_net_active_window, &task);
   if (window) {
+    task.found = *window != None;
     ReadProcess(display, *window, atoms.atom_net_wm_pid, &task);
     ReadTitle(display, *window, atoms, &task);
   }

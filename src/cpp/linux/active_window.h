@@ -26,6 +26,7 @@ struct ActiveTask {
   std::string title = kUndefined;     // bytes as the window set them, at most 1 MiB
   std::string process = kUndefined;   // command line with its NUL separators
   std::vector<std::string> warnings;  // lines for the log
+  bool found = false;                 // there is such a window
 };
 
 // Reads from the default root window of `display`, which must not be null. Waits for replies. The

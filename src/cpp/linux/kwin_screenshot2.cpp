@@ -18,8 +18,6 @@ namespace kiv {
 
 namespace {
 
-constexpr BusObject kScreenShot2 = {kKdeDbusBusName, "/org/kde/KWin/ScreenShot2",
-                                    "org.kde.KWin.ScreenShot2"};
 constexpr char kCaptureWorkspace[] = "CaptureWorkspace";
 constexpr char kCaptureActiveScreen[] = "CaptureActiveScreen";
 

@@ -8,6 +8,7 @@
 #include "../event_scope.h"
 #include "../js_callback.h"
 #include "../js_runtime.h"
+#include "facts_export.h"
 #include "permission_question.h"
 
 namespace kiv {
@@ -58,6 +59,7 @@ void Setup(v8::Local<v8::Object> exports) {
   }
   Nan::SetMethod(exports, "state", State);
   Nan::SetMethod(exports, "ask", Ask);
+  Nan::Set(exports, Nan::New("facts").ToLocalChecked(), FactsExport());
 }
 
 }  // namespace
