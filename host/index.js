@@ -5,7 +5,7 @@ const path = require('path');
 
 const folder = path.join(__dirname, '..', 'build', process.env.KIV_BUILD || 'Release');
 
-// Each add-on is loaded on first use: the utilities alone do not need GTK.
+// Each add-on is loaded on first use, because the utilities do not need GTK.
 let loop = null;
 let utilities = null;
 

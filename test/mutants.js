@@ -1,6 +1,6 @@
 'use strict';
 
-// The work of scripts/mutants.
+// Implements scripts/mutants.
 
 const fs = require('fs');
 const os = require('os');
@@ -8,7 +8,7 @@ const path = require('path');
 const { ROOT, start, temporaryFolder } = require('./lib/processes');
 
 const COPIES = Number(process.env.KIV_MUTANT_COPIES || os.cpus().length);
-// Mistakes may leave something unused.
+// A mutant may leave something unused.
 const env = { ...process.env, CXXFLAGS: '-Wno-error -O0 -g0', KIV_PATIENCE: '40000' };
 for (const name of ['KIV_BUILD', 'KIV_NODE', 'KIV_SANITIZE']) delete env[name];
 const BUILD = 'make -C build tests BUILDTYPE=Release';
@@ -64,7 +64,7 @@ async function main() {
     await run(ROOT, `cp -r ${parts.join(' ')} ${copy}`);
     await run(copy, 'scripts/build');
     const { failed, output } = await run(copy, `node --test test/${testsIn(copy).join(' test/')}`);
-    if (failed) throw new Error(`tests fail without any mistake:\n${output}`);
+    if (failed) throw new Error(`tests fail without a mutant:\n${output}`);
     for (let mutant = mutants.shift(); mutant; mutant = mutants.shift()) {
       const verdict = await judge(copy, mutant);
       if (verdict.startsWith('caught')) caught += 1;

@@ -14,7 +14,7 @@ const CLIENTS = '_NET_CLIENT_LIST';
 const names = `ScreenLockMonitor init getInputInfo getProcessHandlesInfo getScreenSnap
   getScreenSnapAsync setupLogger setInterval upgrade isWayland teardown`.split(/\s+/);
 
-test('the exports have their order and names, handles no count, a session its type', async () => {
+test('exports have names and order, handle counts are null, isWayland is right', async () => {
   const look = () => {
     const own = Object.values(kiv).map(({ name }) => name);
     return [Object.keys(kiv), own, kiv.getProcessHandlesInfo(process.pid), kiv.isWayland()];
@@ -28,15 +28,15 @@ test('the exports have their order and names, handles no count, a session its ty
 
 async function run(cwd, line) {
   const [command, ...args] = line.split(' ');
-  // Nothing to be reached, and nothing of the user's.
+  // No network, and none of the user's files.
   const nowhere = { npm_config_offline: 'true', https_proxy: 'http://127.0.0.1:9/', HOME: folder };
   const started = start(command, args, { env: { ...ENV, ...nowhere }, cwd });
   assert.strictEqual((await started.finished(1800000)).code, 0, started.output());
   return started.output();
 }
-// npm builds for its own Node.
+// npm builds for its own Node version.
 const options = { skip: Boolean(process.env.KIV_NODE), timeout: 1800000 };
-test('the packed module is whole: installs offline, loads, has its types', options, async () => {
+test('the packed module installs offline, loads and has its types', options, async () => {
   const [{ filename, files }] = JSON.parse(await run(folder, `npm pack --json ${ROOT}`));
   const odd = files.find(
     (one) => !/^(bin|src|host|permission|docs|node_modules|\w+\.)/.test(one.path),
@@ -49,7 +49,7 @@ test('the packed module is whole: installs offline, loads, has its types', optio
     built,
     'kiv_host_loop.node kiv_host_utils.node kiv_native.node kiv_permission.node',
   );
-  assert.doesNotMatch(await run(build, `readelf -d ${built}`), /libnode/, 'another Node crashes');
+  assert.doesNotMatch(await run(build, `readelf -d ${built}`), /libnode/, 'needs libnode');
   const loads = 'require("kiv_native").isWayland(),require("kiv_native/host").startLoop()';
   const script = `[${loads},require("kiv_native/permission").state()].join()`;
   assert.strictEqual(await run(folder, `${NODE} -p ${script}`), 'false,false,not needed\n');
@@ -66,7 +66,7 @@ test('the packed module is whole: installs offline, loads, has its types', optio
   await run(ROOT, `node_modules/.bin/tsc --strict -t es2020 -m commonjs ${folder}/consumer.ts`);
 });
 
-const own = { skip: BUILD !== `${ROOT}/build/Release` && 'not the build they use' };
+const own = { skip: BUILD !== `${ROOT}/build/Release` && 'the examples use another build' };
 test('the examples log input and locks, keep a picture, save a rectangle', own, async () => {
   const { env, inside, peer, x } = shared;
   const example = (line) => {
@@ -92,12 +92,12 @@ test('the examples log input and locks, keep a picture, save a rectangle', own, 
     await until(() => {
       peer.emit('/org/gnome/ScreenSaver', 'org.gnome.ScreenSaver', 'ActiveChanged', 'b', [locked]);
       return lines().at(-1).event === name && shots.text[1].endsWith(locked ? 'locked\n' : '600\n');
-    }, `${name} to be heard`);
+    }, `the ${name} event`);
   }
   for (const { child } of [log, shots]) child.kill('SIGINT');
   const button = example(`selection-button ${folder}`);
   await button.ready(async () => {
-    x.key(65); // the space bar, for the button
+    x.key(65); // the space bar, which presses the button
     return (await x.pixel(690, 540)) !== 0x20c040;
   }, 'a dimmed desktop');
   act(x, [690, 540], 'press', [790, 590], 'release');

@@ -36,8 +36,8 @@ const answer =
 const deliver = (path) => write() || answer()(path);
 
 /**
- * A new portal in place of the one before, with the versions of its back ends. `shoot` gets the
- * request's path and may give another reply than that.
+ * Replaces the portal. `versions` are those of its back ends. `shoot` gets the request's path and
+ * may return another reply.
  */
 async function serve(shoot, { Lookup = NO, versions = { Desk: 2 }, ...more } = {}) {
   portal?.close();
@@ -75,7 +75,7 @@ const withApp = (work) => {
 };
 const reason = async (app) => /portal: (.*)/.exec((await app.log()).join('\n'))?.[1] || '';
 
-test('a picture is read and deleted; whatever else the portal does gives a line', () =>
+test('a picture is read and deleted; any other answer of the portal logs one line', () =>
   withApp(async (app) => {
     const rules = async () => {
       const call = [
@@ -86,7 +86,7 @@ test('a picture is read and deleted; whatever else the portal does gives a line'
       const [all] = await shared.peer.call(...call, 'GetAllMatchRules');
       return Object.values(all).flat();
     };
-    // An old version chooses another path.
+    // Old versions choose another path.
     const OTHER = '/org/freedesktop/portal/desktop/request/other';
     const old = () => {
       write();
@@ -100,9 +100,9 @@ test('a picture is read and deleted; whatever else the portal does gives a line'
     await serve(deliver, { Lookup: stored('yes') });
     await app.run(width);
     const before = (await rules()).length;
-    // What the portal does; the line; whether something is left at the picture's path.
+    // What the portal does; the log line; whether something is left at the picture's path.
     for (const [shoot, line, left = false] of [
-      [(path) => write() || respond(path), ''], // before its reply
+      [(path) => write() || respond(path), ''], // responds before it replies
       [old, ''],
       [(path) => void wrong(path), "The portal's answer has another type"],
       [() => ({ signature: 's', body: ['a'] }), 'unexpected reply of type (s), wanted (o)'],
@@ -125,15 +125,15 @@ test('a picture is read and deleted; whatever else the portal does gives a line'
       const present = Boolean(fs.lstatSync(picture(), { throwIfNoEntry: false }));
       const wanted = [line ? 0 : 64, line, left];
       assert.deepStrictEqual([...seen, present], wanted);
-      await until(async () => (await rules()).length === before, 'its match rules to go');
+      await until(async () => (await rules()).length === before, 'its match rules to be removed');
     }
     assert.strictEqual(count('Close'), 1);
   }));
 
-test('no question: a portal that asks is called with a stored yes only', () =>
+test('a snapshot shows no question: a portal that asks is called only with a stored yes', () =>
   withApp(async (app) => {
     const UNSET = 'Nobody has allowed screenshots yet';
-    // What it says of itself, the line, how often the permission is looked up.
+    // The portal's properties; the log line; the number of permission look-ups.
     for (const [{ conf, ...what }, line, looked = 1] of [
       [{ Lookup: stored('yes') }, ''],
       [{ Lookup: stored('no') }, 'Screenshots were denied'],
@@ -157,18 +157,18 @@ test('no question: a portal that asks is called with a stored yes only', () =>
       const wanted = [line ? 0 : 64, line, line ? 0 : 1, looked];
       assert.deepStrictEqual([...seen, count('Screenshot'), count('Lookup')], wanted);
     }
-    // One without screenshots is asked once, and its successor again.
+    // A portal without screenshots is asked once. Its successor is asked again.
     await serve(deliver, { Get: { error: 'org.freedesktop.DBus.Error.InvalidArgs' } });
     assert.deepStrictEqual([await app.run(width), await app.run(width), count('Get')], [0, 0, 1]);
     await serve(deliver, { Lookup: stored('yes') });
     assert.deepStrictEqual([await app.run(width), await reason(app)], [64, '']);
   }));
 
-test('the permission: its states; one question for all who ask, which always ends', () =>
+test('state() is right; ask() shows one question for all callers and always resolves', () =>
   withApp(async (app) => {
     const STATE = () => permission.state();
     const ask = (one) => one.run(() => Promise.all([permission.ask(), permission.ask()]));
-    // How it is, what the portal does when called, how it is then; state, after asking, questions.
+    // Before; what the portal does when called; permission after; state, two answers, questions.
     for (const [what, shoot, then, expected] of [
       [{ versions: { Desk: 1 } }, deliver, NO, 'not needed,not needed,not needed,0'],
       [{ Lookup: stored('yes') }, deliver, stored('yes'), 'granted,granted,granted,0'],
@@ -184,7 +184,7 @@ test('the permission: its states; one question for all who ask, which always end
       const seen = [await app.run(STATE), ...(await ask(app)), count('Screenshot')];
       assert.deepStrictEqual([String(seen), fs.existsSync(picture())], [expected, false]);
     }
-    // It ends with the bus connection, which is the process's, and with the process.
+    // The question ends with the process's bus connection and with the process.
     await serve(() => {});
     const asked = ask(app);
     await until(() => count('Screenshot'), 'the question');
@@ -200,7 +200,7 @@ test('the permission: its states; one question for all who ask, which always end
     assert.deepStrictEqual(those, Array(3).fill('not needed'));
   }));
 
-test('the name by which a portal files the process is that of its systemd unit', () =>
+test("the process's application id is that of its systemd unit", () =>
   withApp(async (app) => {
     const user = '/user.slice/user-1000.slice/user@1000.service/app.slice/';
     const ids = {

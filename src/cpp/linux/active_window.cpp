@@ -85,7 +85,7 @@ ActiveWindowAtoms InternActiveWindowAtoms(Display* display) {
 
 ActiveTask ReadActiveTask(Display* display, const ActiveWindowAtoms& atoms) {
   ActiveTask task;
-  // The active window may die between any two of these requests.
+  // The window may be destroyed between any two of these requests.
   const XErrorGuard guard(display);
   const auto window = ReadActiveWindow(display, atoms.atom_net_active_window, &task);
   if (window) {
