@@ -117,7 +117,10 @@ test('the child that takes snapshots is started again, and ends with its parent'
   const parent = start(NODE, line, { env: shared.env, cwd: ROOT });
   shared.stops.push(parent.stop);
   const children = `/proc/${parent.pid}/task/${parent.pid}/children`;
-  const child = (not = '') => () => Number(fs.readFileSync(children, 'utf8').replace(not, ''));
+  const child =
+    (not = '') =>
+    () =>
+      Number(fs.readFileSync(children, 'utf8').replace(not, ''));
   const pictures = () => parent.text[1].split('.jpg: 800 x 600').length;
   await parent.ready(() => pictures() > 1, 'a picture');
   const first = child()();
