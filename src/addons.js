@@ -1,0 +1,22 @@
+'use strict';
+
+// Where the package's add-ons are. Keep to the syntax of the oldest supported Node.
+
+const fs = require('fs');
+const path = require('path');
+
+const ROOT = path.join(__dirname, '..');
+
+/** The file that the package brings for this runtime; throws when it brings none. */
+function findPrebuilt(name) {
+  // It takes one add-on for each folder, so each has a folder.
+  return require('node-gyp-build').resolve(path.join(ROOT, 'prebuilt', name));
+}
+
+/** The file that was built here, if there is one, else the prebuilt one. */
+function find(name) {
+  const built = path.join(ROOT, 'build', process.env.KIV_BUILD || 'Release', `${name}.node`);
+  return fs.existsSync(built) ? built : findPrebuilt(name);
+}
+
+module.exports = { find, findPrebuilt };
