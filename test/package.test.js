@@ -40,11 +40,20 @@ test('the packed module is whole: installs offline, loads, has its types', optio
   const odd = files.find((one) => !/^(src|host|docs|node_modules|\w+\.)/.test(one.path));
   assert.strictEqual(odd, undefined);
   await run(folder, `npm install --prefix . --no-audit ${filename}`);
-  const build = `${folder}/node_modules/kiv_native/build/Release`;
+  const installed = `${folder}/node_modules/kiv_native`;
+  const build = `${installed}/build/Release`;
   const built = fs.readdirSync(build).join(' ');
   assert.strictEqual(built, 'kiv_host_loop.node kiv_host_utils.node kiv_native.node');
   assert.doesNotMatch(await run(build, `readelf -d ${built}`), /libnode/, 'another Node crashes');
   const script = 'require("kiv_native").isWayland()||require("kiv_native/host").startLoop()';
+  assert.strictEqual(await run(folder, `${NODE} -p ${script}`), 'false\n');
+  // The same files as scripts/package lays them out.
+  for (const file of built.split(' ')) {
+    const prebuilt = `${installed}/prebuilt/${file.split('.')[0]}/prebuilds/linux-${process.arch}`;
+    fs.mkdirSync(prebuilt, { recursive: true });
+    fs.renameSync(`${build}/${file}`, `${prebuilt}/node.abi${process.versions.modules}.glibc.node`);
+  }
+  assert.match(await run(installed, `${NODE} src/install.js`), /^kiv_native: using .*\n$/);
   assert.strictEqual(await run(folder, `${NODE} -p ${script}`), 'false\n');
   const consumer = `import * as kiv from 'kiv_native';
     export const all: Record<keyof typeof kiv, 0> = { ${names.map((name) => `${name}: 0`)} };
