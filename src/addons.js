@@ -6,6 +6,7 @@ const fs = require('fs');
 const path = require('path');
 
 const ROOT = path.join(__dirname, '..');
+const BUILD = path.join(ROOT, 'build');
 
 /** The file that the package brings for this runtime; throws when it brings none. */
 function findPrebuilt(name) {
@@ -15,8 +16,8 @@ function findPrebuilt(name) {
 
 /** The file that was built here, if there is one, else the prebuilt one. */
 function find(name) {
-  const built = path.join(ROOT, 'build', process.env.KIV_BUILD || 'Release', `${name}.node`);
+  const built = path.join(BUILD, process.env.KIV_BUILD || 'Release', `${name}.node`);
   return fs.existsSync(built) ? built : findPrebuilt(name);
 }
 
-module.exports = { find, findPrebuilt };
+module.exports = { BUILD, find, findPrebuilt };

@@ -72,6 +72,8 @@ const nodeGyp = findNodeGyp();
 if (!nodeGyp) missing.push('node-gyp');
 if (missing.length > 0) fail(`cannot be built here, please install: ${missing.join(', ')}`);
 
+process.stderr.write('kiv_native: building, which takes about a minute\n');
+
 // Outside the package, which npm removes when the installation fails.
 const logFile = path.join(fs.mkdtempSync(path.join(os.tmpdir(), 'kiv_native-')), 'build.log');
 const readLog = () => fs.readFileSync(logFile, 'utf8');

@@ -12,11 +12,10 @@ const { node: version, modules: abi } = process.versions;
 const say = (text) => process.stderr.write(`kiv_native: ${text}\n`);
 
 function findPrebuilt() {
-  // What other packages understand as well.
-  if (/^(1|true)$/.test(process.env.npm_config_build_from_source)) return null;
   try {
     return addons.findPrebuilt('kiv_native');
   } catch (_error) {
+    say(`there is no prebuilt module for Node ${version} (ABI ${abi}) on this system`);
     return null;
   }
 }
@@ -29,7 +28,7 @@ function problemOf(file) {
   return status === 0 ? null : (/^Error: (.*)/m.exec(stderr) || [stderr, 'it does not load'])[1];
 }
 
-// Whether the package's own module serves.
+// Whether the prebuilt module is what a program will load.
 function usePrebuilt() {
   const file = findPrebuilt();
   if (!file) return false;
@@ -39,6 +38,8 @@ function usePrebuilt() {
     say(`the prebuilt module does not fit: ${problem}`);
     return false;
   }
+  // One that was built for another Node would be loaded instead.
+  spawnSync('rm', ['-rf', '--', addons.BUILD]);
   say(`using the prebuilt module for Node ${version} (ABI ${abi})`);
   if (library) say(`it needs GTK 3 to load (libgtk-3-0 or gtk3): ${library} is missing`);
   return true;
@@ -48,7 +49,6 @@ if (parseInt(version, 10) < OLDEST) {
   say(`needs Node ${OLDEST} or newer; this is Node ${version}`);
   process.exit(1);
 }
-if (!usePrebuilt()) {
-  say(`building for Node ${version} (ABI ${abi}), which takes about a minute`);
-  require('./compile');
-}
+// What other packages understand as well.
+const fromSource = /^(1|true)$/.test(process.env.npm_config_build_from_source);
+if (fromSource || !usePrebuilt()) require('./compile');
