@@ -14,10 +14,17 @@ function findPrebuilt(name) {
   return require('node-gyp-build').resolve(path.join(ROOT, 'prebuilt', name));
 }
 
-/** The file that was built here, if there is one, else the prebuilt one. */
+/** The file that was built here, if there is one, else the prebuilt one; throws without either. */
 function find(name) {
   const built = path.join(BUILD, process.env.KIV_BUILD || 'Release', `${name}.node`);
-  return fs.existsSync(built) ? built : findPrebuilt(name);
+  if (fs.existsSync(built)) return built;
+  try {
+    return findPrebuilt(name);
+  } catch (_error) {
+    const { arch, version, versions } = process;
+    const runtime = `Node ${version} (ABI ${versions.modules}, ${arch})`;
+    throw new Error(`${name}.node is not built for ${runtime}; run npm rebuild kiv_native`);
+  }
 }
 
 module.exports = { BUILD, find, findPrebuilt };
