@@ -46,7 +46,7 @@ build() {
 # configure_in FOLDER PREFIX [OPTION...]: for a copy of the sources, another Node or compiler.
 configure_in() {
   local folder=$1 prefix=$2
-  ln -sfn "$PWD/node_modules" "$folder/node_modules"
+  [ -e "$folder/node_modules" ] || ln -sfn "$PWD/node_modules" "$folder/node_modules"
   [ "$folder/build/Makefile" -nt "$folder/binding.gyp" ] ||
     logged configure "${NODE_GYP[@]}" configure "--directory=$folder" "--nodedir=$prefix" -- \
       -Dkiv_dev=1 "${@:3}" || die "configuring in $folder failed"

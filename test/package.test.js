@@ -43,15 +43,22 @@ test('the packed module installs offline, loads and has its types', options, asy
   );
   assert.strictEqual(odd, undefined);
   await run(folder, `npm install --prefix . --no-audit ${filename}`);
-  const build = `${folder}/node_modules/kiv_native/build/Release`;
+  const installed = `${folder}/node_modules/kiv_native`;
+  const build = `${installed}/build/Release`;
   const built = fs.readdirSync(build).join(' ');
-  assert.strictEqual(
-    built,
-    'kiv_host_loop.node kiv_host_utils.node kiv_native.node kiv_permission.node',
-  );
-  assert.doesNotMatch(await run(build, `readelf -d ${built}`), /libnode/, 'needs libnode');
+  const ADDONS = 'kiv_host_loop.node kiv_host_utils.node kiv_native.node kiv_permission.node';
+  assert.strictEqual(built, ADDONS);
+  assert.doesNotMatch(await run(build, `readelf -d ${built}`), /libnode/, 'another Node crashes');
   const loads = 'require("kiv_native").isWayland(),require("kiv_native/host").startLoop()';
   const script = `[${loads},require("kiv_native/permission").state()].join()`;
+  assert.strictEqual(await run(folder, `${NODE} -p ${script}`), 'false,false,not needed\n');
+  // The same files as scripts/package lays them out.
+  for (const file of built.split(' ')) {
+    const prebuilt = `${installed}/prebuilt/${file.split('.')[0]}/prebuilds/linux-${process.arch}`;
+    fs.mkdirSync(prebuilt, { recursive: true });
+    fs.renameSync(`${build}/${file}`, `${prebuilt}/node.abi${process.versions.modules}.glibc.node`);
+  }
+  assert.match(await run(installed, `${NODE} src/install.js`), /^kiv_native: using .*\n$/);
   assert.strictEqual(await run(folder, `${NODE} -p ${script}`), 'false,false,not needed\n');
   const consumer = `import * as kiv from 'kiv_native';
     import { ask, type PermissionState } from 'kiv_native/permission';
