@@ -26,8 +26,8 @@ export function state(): PermissionState;
 /**
  * Has the desktop ask the person if the state is `'unknown'`, and resolves with the state after the
  * answer; never rejects. Never blocks: the question needs a GLib loop, as signals do, and may stand
- * for as long as the desktop lets it, 25 seconds as a rule; after 40 seconds the promise resolves
- * in any case. While a question is up, further calls return the same promise. It keeps the process
+ * for as long as the desktop lets it, 25 seconds as a rule; after 50 seconds the promise resolves
+ * in any case. While a question is up, further calls share it and its answer. It keeps the process
  * alive until then. The desktop takes one picture to answer, which is deleted unread.
  *
  * Call it when the person has asked for it, from a button: the question is modal, Return and Escape

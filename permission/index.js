@@ -2,18 +2,7 @@
 
 const addon = require(require('../src/addons').find('kiv_permission'));
 
-let question = null;
-
-function ask() {
-  if (!question) {
-    question = new Promise((resolve) => {
-      addon.ask((state) => {
-        question = null;
-        resolve(state);
-      });
-    });
-  }
-  return question;
-}
+// While a question is up, the add-on gives its answer to all who ask.
+const ask = () => new Promise((resolve) => addon.ask(resolve));
 
 module.exports = { state: addon.state, ask };

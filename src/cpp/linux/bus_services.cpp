@@ -15,10 +15,10 @@ constexpr GDBusError kAbsent[] = {G_DBUS_ERROR_SERVICE_UNKNOWN, G_DBUS_ERROR_NAM
 
 }  // namespace
 
-std::optional<std::string> OwnerOf(const char* bus_name, const Deadline& deadline,
-                                   GErrorPtr* error) {
+std::optional<std::string> OwnerOf(GDBusConnection* bus, const char* bus_name,
+                                   const Deadline& deadline, GErrorPtr* error) {
   const GVariantPtr reply =
-      CallSessionBus(kBusDaemon, "GetNameOwner", g_variant_new("(s)", bus_name), "(s)", error,
+      CallSessionBus(bus, kBusDaemon, "GetNameOwner", g_variant_new("(s)", bus_name), "(s)", error,
                      deadline.Remaining());
   if (!reply && SaysAbsent(error->get())) {
     error->reset();
@@ -30,13 +30,25 @@ std::optional<std::string> OwnerOf(const char* bus_name, const Deadline& deadlin
   return std::string(owner);
 }
 
-std::optional<uint32_t> InterfaceVersion(const BusObject& object, const Deadline& deadline,
-                                         GErrorPtr* error) {
+std::optional<pid_t> ProcessIdOf(GDBusConnection* bus, const std::string& unique_name,
+                                 const Deadline& deadline) {
+  GErrorPtr error;
+  const GVariantPtr reply = CallSessionBus(bus, kBusDaemon, "GetConnectionUnixProcessID",
+                                           g_variant_new("(s)", unique_name.c_str()), "(u)", &error,
+                                           deadline.Remaining());
+  if (!reply) return std::nullopt;
+  guint32 pid = 0;
+  g_variant_get(reply.get(), "(u)", &pid);
+  return static_cast<pid_t>(pid);
+}
+
+std::optional<uint32_t> InterfaceVersion(GDBusConnection* bus, const BusObject& object,
+                                         const Deadline& deadline, GErrorPtr* error) {
   const BusObject properties = {object.bus_name, object.object_path,
                                 "org.freedesktop.DBus.Properties"};
   const GVariantPtr reply =
-      CallSessionBus(properties, "Get", g_variant_new("(ss)", object.interface, "version"), "(v)",
-                     error, deadline.Remaining());
+      CallSessionBus(bus, properties, "Get", g_variant_new("(ss)", object.interface, "version"),
+                     "(v)", error, deadline.Remaining());
   if (!reply) return std::nullopt;
   GVariant* raw_value = nullptr;
   g_variant_get(reply.get(), "(v)", &raw_value);

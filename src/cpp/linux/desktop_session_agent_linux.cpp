@@ -10,6 +10,7 @@
 #include "../logging.h"
 #include "../screen_lock_events.h"
 #include "capture.h"
+#include "late_pictures.h"
 #include "lock_watcher.h"
 #include "session_bus.h"
 #include "session_type.h"
@@ -99,6 +100,7 @@ void DesktopSessionData::Shutdown() {
     Unsubscribe();
     CloseSessionBus(connection.get());
   }
+  ForgetLatePictures();
   x_connection.Close();
 }
 
@@ -158,6 +160,7 @@ void DesktopSessionAgent::OnRuntimeEnd() {
   data_.Release();
   data_.interval_callback.reset();
   data_.selection->Drop();
+  ForgetLatePictures();
 }
 
 void DesktopSessionAgent::UpdateLastTimes() {

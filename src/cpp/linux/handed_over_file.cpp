@@ -9,13 +9,28 @@
 
 namespace kiv {
 
-HandedOverFile::HandedOverFile(std::string path, GErrorPtr* error)
-    : path_(std::move(path)), fd_(OpenRegularFile(path_, O_NOFOLLOW, error)) {
+namespace {
+
+constexpr time_t kSlackSeconds = 1;
+
+// Why a file is not the picture that was asked for; null when it may be.
+const char* Reason(int fd, time_t asked) {
   struct stat info = {};
-  if (!fd_ || (fstat(fd_.get(), &info) == 0 && info.st_uid == geteuid())) return;
+  if (fstat(fd, &info) != 0 || info.st_uid != geteuid())
+    return "The picture belongs to another user";
+  if (info.st_nlink != 1) return "The picture's file has other names, too";
+  if (info.st_mtim.tv_sec < asked - kSlackSeconds) return "The picture is older than the request";
+  return nullptr;
+}
+
+}  // namespace
+
+HandedOverFile::HandedOverFile(std::string path, time_t asked, GErrorPtr* error)
+    : path_(std::move(path)), fd_(OpenRegularFile(path_, O_NOFOLLOW, error)) {
+  const char* reason = fd_ ? Reason(fd_.get(), asked) : nullptr;
+  if (!reason) return;
   fd_.reset();
-  g_set_error_literal(CollectError(error), G_IO_ERROR, G_IO_ERROR_PERMISSION_DENIED,
-                      "The picture belongs to another user");
+  g_set_error_literal(CollectError(error), G_IO_ERROR, G_IO_ERROR_PERMISSION_DENIED, reason);
 }
 
 HandedOverFile::~HandedOverFile() {

@@ -65,10 +65,12 @@ GVariantPtr RequestPicture(CompositorArea area, UniqueFd writing, const Deadline
 GObjectPtr<GdkPixbuf> CaptureThroughKwin(CompositorArea area, const Deadline& deadline,
                                          GErrorPtr* error) {
   static AbsenceMemory absence;
-  const auto kwin = OwnerOf(kKdeDbusBusName, deadline, error);
+  const auto bus = ConnectSessionBus(error);
+  if (!bus) return nullptr;
+  const auto kwin = OwnerOf(bus.get(), kKdeDbusBusName, deadline, error);
   if (!kwin || kwin->empty()) return nullptr;
   // KWin takes this name when it loads the effect, possibly later.
-  const auto service = OwnerOf(kScreenShot2.interface, deadline, error);
+  const auto service = OwnerOf(bus.get(), kScreenShot2.interface, deadline, error);
   if (!service) return nullptr;
   const std::string owners = *kwin + " " + *service;
   if (absence.Knows(owners)) return nullptr;

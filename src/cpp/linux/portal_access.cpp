@@ -13,37 +13,46 @@ bool LacksScreenshots(const GError* error) {
   return SaysAbsent(error) || g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_INVALID_ARGS);
 }
 
+// Only the portal's own tells its back end: a program may have been started with another desktop's
+// name, or with other folders.
+ProcessEnvironment EnvironmentOf(GDBusConnection* bus, const std::string& portal,
+                                 const ProcessEnvironment& own, const Deadline& deadline) {
+  const auto pid = ProcessIdOf(bus, portal, deadline);
+  return pid ? ProcessEnvironment::Of(*pid).value_or(own) : own;
+}
+
 }  // namespace
 
-std::optional<PortalAccess> FindPortalAccess(const std::string& backend, const Deadline& deadline,
-                                             PortalMemory* memory, GErrorPtr* error) {
-  auto owner = OwnerOf(kPortalName, deadline, error);
+std::optional<PortalAccess> FindPortalAccess(GDBusConnection* bus, const ProcessEnvironment& own,
+                                             const Deadline& deadline, AbsenceMemory* absence,
+                                             GErrorPtr* error) {
+  auto owner = OwnerOf(bus, kPortalName, deadline, error);
   if (!owner) return std::nullopt;
-  if (memory->screenshots.Knows(*owner)) return PortalAccess();
-  if (memory->question.Knows(*owner)) return PortalAccess{*owner};
+  if (absence->Knows(*owner)) return PortalAccess();
 
   // Starts a portal that does not run yet.
   const auto version =
-      InterfaceVersion({kPortalName, kPortalPath, kPortalScreenshot}, deadline, error);
+      InterfaceVersion(bus, {kPortalName, kPortalPath, kPortalScreenshot}, deadline, error);
   const bool absent = !version && LacksScreenshots(error->get());
   if (!version && !absent) return std::nullopt;
-  if (owner->empty()) owner = OwnerOf(kPortalName, deadline, error);
+  if (owner->empty()) owner = OwnerOf(bus, kPortalName, deadline, error);
   if (!owner) return std::nullopt;
   if (absent) {
     error->reset();
-    memory->screenshots.Note(*owner);
+    absence->Note(*owner);
     return PortalAccess();
   }
+  // It has ended meanwhile.
+  if (owner->empty()) return PortalAccess();
 
-  PortalAccess access = {*owner, BackendAsks(backend, deadline)};
-  if (!access.asks) {
-    memory->question.Note(*owner);
-    return access;
-  }
-  const auto permission = StoredPermission(deadline, error);
+  const ProcessEnvironment environment = EnvironmentOf(bus, *owner, own, deadline);
+  const auto permission = StoredPermission(bus, environment, deadline, error);
   if (!permission) return std::nullopt;
-  access.permission = *permission;
-  return access;
+  // With a "yes" no back end's portal asks. Its version is read each time otherwise: a package's
+  // update may restart the back end alone.
+  const bool asks = *permission == Permission::kGranted ||
+                    BackendAsks(bus, ScreenshotBackend(environment), deadline);
+  return PortalAccess{*owner, asks, *permission};
 }
 
 }  // namespace kiv

@@ -1,7 +1,6 @@
 #include "portal_backend.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -48,36 +47,31 @@ struct Backend {
 };
 
 // The folders that the portal reads, first choice first.
-Texts ConfigurationFolders() {
-  if (const char* only = std::getenv(kFolderVariable)) return {only};
-  Texts folders = {g_get_user_config_dir()};
-  const auto append = [&](const Texts& more) {
-    folders.insert(folders.end(), more.begin(), more.end());
-  };
-  append(ToTexts(g_get_system_config_dirs()));
-  append({"/etc", g_get_user_data_dir()});
-  append(ToTexts(g_get_system_data_dirs()));
-  append({"/usr/share"});
-  for (std::string& folder : folders) folder.append("/").append(kFolder);
-  return folders;
-}
-
-Texts BackendFolders() {
-  if (const char* only = std::getenv(kFolderVariable)) return {only};
-  Texts folders = {g_get_user_data_dir()};
-  for (const std::string& folder : ToTexts(g_get_system_data_dirs())) folders.push_back(folder);
+Texts BackendFolders(const ProcessEnvironment& environment) {
+  const std::string only = environment.Get(kFolderVariable);
+  if (!only.empty()) return {only};
+  Texts folders = environment.DataFolders();
   folders.emplace_back("/usr/share");
   for (std::string& folder : folders) folder.append("/").append(kFolder).append("/portals");
   return folders;
 }
 
-Texts CurrentDesktops() {
-  const char* value = std::getenv("XDG_CURRENT_DESKTOP");
-  const std::unique_ptr<gchar*, FreeWith<g_strfreev>> names(g_strsplit(value ? value : "", ":", 0));
+Texts ConfigurationFolders(const ProcessEnvironment& environment) {
+  const std::string only = environment.Get(kFolderVariable);
+  if (!only.empty()) return {only};
+  Texts folders = environment.ConfigurationFolders();
+  folders.emplace_back("/etc");
+  for (std::string& folder : environment.DataFolders()) folders.push_back(std::move(folder));
+  folders.emplace_back("/usr/share");
+  for (std::string& folder : folders) folder.append("/").append(kFolder);
+  return folders;
+}
+
+Texts CurrentDesktops(const ProcessEnvironment& environment) {
   Texts desktops;
-  for (const std::string& name : ToTexts(names.get())) {
+  for (const std::string& name : SplitAtColons(environment.Get("XDG_CURRENT_DESKTOP"))) {
     // It becomes part of a file's name.
-    if (!name.empty() && name.find('/') == std::string::npos) desktops.push_back(LowerCase(name));
+    if (name.find('/') == std::string::npos) desktops.push_back(LowerCase(name));
   }
   return desktops;
 }
@@ -96,10 +90,10 @@ Texts ReadList(GKeyFile* file, const char* group, const char* key) {
 }
 
 // Those that take screenshots. A file hides those of the same name in later folders.
-std::vector<Backend> InstalledBackends() {
+std::vector<Backend> InstalledBackends(const Texts& folders) {
   std::vector<Backend> backends;
   Texts seen;
-  for (const std::string& folder : BackendFolders()) {
+  for (const std::string& folder : folders) {
     const DirPtr dir(g_dir_open(folder.c_str(), 0, nullptr));
     while (const char* file_name = dir ? g_dir_read_name(dir.get()) : nullptr) {
       if (!g_str_has_suffix(file_name, kBackendSuffix) || Contains(seen, file_name)) continue;
@@ -124,11 +118,11 @@ std::vector<Backend> InstalledBackends() {
 }
 
 // The first file that has a say; null when there is none.
-KeyFilePtr PortalsConfiguration(const Texts& desktops) {
+KeyFilePtr PortalsConfiguration(const Texts& folders, const Texts& desktops) {
   Texts names;
   for (const std::string& desktop : desktops) names.push_back("/" + desktop + "-portals.conf");
   names.emplace_back("/portals.conf");
-  for (const std::string& folder : ConfigurationFolders()) {
+  for (const std::string& folder : folders) {
     for (const std::string& name : names) {
       auto file = ReadKeyFile(folder + name);
       if (file && g_key_file_has_group(file.get(), kPreferredGroup)) return file;
@@ -161,13 +155,20 @@ const Backend* FirstOf(const Texts& names, const Texts& desktops,
   return nullptr;
 }
 
+// KDE's back end has no version, which the portal takes for one before the first.
+bool LacksProperty(const GError* error) {
+  return g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_UNKNOWN_PROPERTY) ||
+         g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_INVALID_ARGS);
+}
+
 }  // namespace
 
-std::string ScreenshotBackend() {
-  const Texts desktops = CurrentDesktops();
-  const std::vector<Backend> backends = InstalledBackends();
+std::string ScreenshotBackend(const ProcessEnvironment& environment) {
+  const Texts desktops = CurrentDesktops(environment);
+  const std::vector<Backend> backends = InstalledBackends(BackendFolders(environment));
   const Backend* chosen = nullptr;
-  if (const auto configuration = PortalsConfiguration(desktops)) {
+  if (const auto configuration =
+          PortalsConfiguration(ConfigurationFolders(environment), desktops)) {
     for (const char* key : {kBackendInterface, "default"}) {
       if (chosen) break;
       chosen = FirstOf(ReadList(configuration.get(), kPreferredGroup, key), desktops, backends);
@@ -179,11 +180,12 @@ std::string ScreenshotBackend() {
   return chosen ? chosen->bus_name : std::string();
 }
 
-bool BackendAsks(const std::string& bus_name, const Deadline& deadline) {
+bool BackendAsks(GDBusConnection* bus, const std::string& bus_name, const Deadline& deadline) {
   if (bus_name.empty()) return true;
   GErrorPtr error;
   const auto version =
-      InterfaceVersion({bus_name.c_str(), kPortalPath, kBackendInterface}, deadline, &error);
+      InterfaceVersion(bus, {bus_name.c_str(), kPortalPath, kBackendInterface}, deadline, &error);
+  if (!version && LacksProperty(error.get())) return false;
   return !version || *version >= kFirstVersionThatAsks;
 }
 

@@ -4,6 +4,7 @@
 #include <memory>
 #include <utility>
 
+#include "handed_over_file.h"
 #include "portal_names.h"
 #include "session_bus.h"
 
@@ -12,6 +13,7 @@ namespace kiv {
 namespace {
 
 constexpr char kRequestInterface[] = "org.freedesktop.portal.Request";
+constexpr guint kBusWatchMilliseconds = 100;
 
 std::string RandomToken() {
   const GCharPtr token(g_strdup_printf("kiv%08x%08x", g_random_int(), g_random_int()));
@@ -27,6 +29,13 @@ std::string RequestPath(GDBusConnection* bus, const std::string& token) {
 
 }  // namespace
 
+void DeletePicture(const PortalAnswer& answer) {
+  const std::string path = answer.code == 0 ? PathOfUri(answer.uri) : "";
+  if (path.empty()) return;
+  GErrorPtr error;
+  const HandedOverFile file(path, answer.asked, &error);
+}
+
 // Outlives a request that is destroyed while its call is under way.
 struct PortalRequest::Call {
   PortalRequest* request;
@@ -34,12 +43,26 @@ struct PortalRequest::Call {
 };
 
 PortalRequest::PortalRequest(GDBusConnection* bus, std::string owner, Done done)
-    : bus_(RetainGObject(bus)), owner_(std::move(owner)), done_(std::move(done)) {
+    : bus_(RetainGObject(bus)),
+      owner_(std::move(owner)),
+      done_(std::move(done)),
+      asked_(std::time(nullptr)) {
   const std::string token = RandomToken();
   WatchOwner();
+  WatchBus();
   // Before the call: the answer may come at once.
   Follow(RequestPath(bus, token));
   Start(token);
+}
+
+PortalRequest::PortalRequest(const PortalRequest& other, Done done)
+    : bus_(RetainGObject(other.bus_.get())),
+      owner_(other.owner_),
+      done_(std::move(done)),
+      asked_(other.asked_) {
+  WatchOwner();
+  WatchBus();
+  Follow(other.path_);
 }
 
 PortalRequest::~PortalRequest() { Release(); }
@@ -57,13 +80,19 @@ void PortalRequest::WatchOwner() {
       [](GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*, GVariant*,
          gpointer self) { static_cast<PortalRequest*>(self)->Fail("The portal has ended"); },
       this, nullptr);
-  const auto on_closed = [](GDBusConnection*, gboolean, GError*, gpointer self) {
-    static_cast<PortalRequest*>(self)->Fail("The session bus has been closed");
+}
+
+// The connection's own signal comes in the context in which that was opened, not in this one.
+void PortalRequest::WatchBus() {
+  bus_watch_.reset(g_timeout_source_new(kBusWatchMilliseconds));
+  const GSourceFunc look = [](gpointer data) -> gboolean {
+    auto* self = static_cast<PortalRequest*>(data);
+    if (!g_dbus_connection_is_closed(self->bus_.get())) return G_SOURCE_CONTINUE;
+    self->Fail("The session bus has been closed");
+    return G_SOURCE_REMOVE;
   };
-  connection_signals_.Connect(
-      bus_.get(), "closed",
-      G_CALLBACK(static_cast<void (*)(GDBusConnection*, gboolean, GError*, gpointer)>(on_closed)),
-      this);
+  g_source_set_callback(bus_watch_.get(), look, this, nullptr);
+  g_source_attach(bus_watch_.get(), g_main_context_get_thread_default());
 }
 
 void PortalRequest::Follow(std::string path) {
@@ -131,12 +160,13 @@ void PortalRequest::Release() {
   for (guint* id : {&response_id_, &owner_changed_id_}) {
     if (*id != 0) g_dbus_connection_signal_unsubscribe(bus_.get(), std::exchange(*id, 0));
   }
-  connection_signals_.Disconnect();
+  bus_watch_.reset();
   g_cancellable_cancel(cancellable_.get());
 }
 
 void PortalRequest::End(PortalAnswer answer) {
   Release();
+  answer.asked = asked_;
   const Done done = std::exchange(done_, nullptr);
   if (done) done(std::move(answer));
 }

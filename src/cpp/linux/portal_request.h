@@ -2,11 +2,12 @@
 #define SRC_CPP_LINUX_PORTAL_REQUEST_H_
 
 #include <cstdint>
+#include <ctime>
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "glib_ptr.h"
-#include "glib_scoped.h"
 
 namespace kiv {
 
@@ -15,11 +16,15 @@ struct PortalAnswer {
   GErrorPtr error;
   uint32_t code = 0;  // 0: done; 1: cancelled by the person; 2: ended otherwise
   std::string uri;    // of the picture's file; empty when the answer has none
+  time_t asked = 0;   // when the request was made
 };
+
+// Deletes the picture of an answer that nobody reads.
+void DeletePicture(const PortalAnswer& answer);
 
 // Asks the desktop portal for a picture of the whole desktop. The portal may bring up a question
 // first, and answers when the person has. The events of the request are those of the thread's
-// default main context at its construction, in which it must be destroyed, too.
+// default main context at its construction, whose thread must destroy it.
 class PortalRequest {
  public:
   // Called once, from that context, unless the request is destroyed first; it may destroy it.
@@ -27,6 +32,8 @@ class PortalRequest {
 
   // `owner` is the portal's unique name.
   PortalRequest(GDBusConnection* bus, std::string owner, Done done);
+  // Waits for the answer to another one, which may be destroyed then.
+  PortalRequest(const PortalRequest& other, Done done);
   // Ends the request here. Its last callback, which does nothing, is then ready in the context.
   ~PortalRequest();
   PortalRequest(const PortalRequest&) = delete;
@@ -37,8 +44,15 @@ class PortalRequest {
 
  private:
   struct Call;
+  struct EndSource {
+    void operator()(GSource* source) const {
+      g_source_destroy(source);
+      g_source_unref(source);
+    }
+  };
 
   void WatchOwner();
+  void WatchBus();
   void Follow(std::string path);
   void Start(const std::string& token);
   void TakeHandle(GObject* source, GAsyncResult* result);
@@ -49,11 +63,12 @@ class PortalRequest {
 
   GObjectPtr<GDBusConnection> bus_;
   std::string owner_;
-  Done done_;         // empty once it has ended
+  Done done_;  // empty once it has ended
+  time_t asked_;
   std::string path_;  // of the request's object
   guint response_id_ = 0;
   guint owner_changed_id_ = 0;
-  ScopedSignals connection_signals_;
+  std::unique_ptr<GSource, EndSource> bus_watch_;
   GObjectPtr<GCancellable> cancellable_{g_cancellable_new()};
 };
 

@@ -5,9 +5,9 @@
 #include <utility>
 
 #include "handed_over_file.h"
+#include "late_pictures.h"
 #include "picture_file.h"
 #include "portal_access.h"
-#include "portal_backend.h"
 #include "portal_request.h"
 #include "private_context.h"
 #include "session_bus.h"
@@ -56,7 +56,7 @@ std::optional<PortalAnswer> AskPortal(GDBusConnection* bus, const std::string& o
   {
     PortalRequest request(bus, owner, [&](PortalAnswer ended) { answer = std::move(ended); });
     while (!answer && !g_cancellable_is_cancelled(late.get())) context.Iterate();
-    if (!answer) request.Close();
+    if (!answer) context.Outside([&] { DeletePictureWhenItComes(request); });
   }
   context.Drain();
   return answer;
@@ -79,7 +79,7 @@ GObjectPtr<GdkPixbuf> ReadAnswer(PortalAnswer answer, GErrorPtr* error) {
     SetError(error, reason);
     return nullptr;
   }
-  const HandedOverFile file(PathOfUri(answer.uri), error);
+  const HandedOverFile file(PathOfUri(answer.uri), answer.asked, error);
   return file ? DecodePicture(file.fd(), error) : nullptr;
 }
 
@@ -87,17 +87,17 @@ GObjectPtr<GdkPixbuf> ReadAnswer(PortalAnswer answer, GErrorPtr* error) {
 
 GObjectPtr<GdkPixbuf> CaptureThroughPortal(const Deadline& deadline, GErrorPtr* error) {
   static bool started = false;
-  static auto* const memory = new PortalMemory();
+  static AbsenceMemory absence;
+  const auto bus = ConnectSessionBus(error);
+  if (!bus) return nullptr;
   const Deadline limit = std::exchange(started, true) ? deadline : deadline.ExtendedBy(kStart);
-  const auto access = FindPortalAccess(ScreenshotBackend(), limit, memory, error);
+  const auto access =
+      FindPortalAccess(bus.get(), ProcessEnvironment::Own(), limit, &absence, error);
   if (!access || access->owner.empty()) return nullptr;
   if (!access->TakesWithoutQuestion()) {
     SetError(error, Remedy(access->permission));
     return nullptr;
   }
-  // Leaves a descriptor for the private context.
-  const auto bus = ConnectSessionBus(error);
-  if (!bus) return nullptr;
   auto answer = AskPortal(bus.get(), access->owner, limit);
   if (answer) return ReadAnswer(std::move(*answer), error);
   SetError(error, "The portal does not answer");

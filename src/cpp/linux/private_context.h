@@ -26,6 +26,13 @@ class PrivateContext {
     while (g_main_context_iteration(context_, FALSE)) {
     }
   }
+  // Runs it in the context that was the thread's before.
+  template <typename Work>
+  void Outside(const Work& work) {
+    g_main_context_pop_thread_default(context_);
+    work();
+    g_main_context_push_thread_default(context_);
+  }
   void CancelAfter(guint milliseconds, GCancellable* cancellable) {
     GSource* source = g_timeout_source_new(milliseconds);
     const auto cancel = [](gpointer data) -> gboolean {

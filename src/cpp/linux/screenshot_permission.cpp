@@ -104,42 +104,40 @@ Permission PermissionOf(const std::string& app_id, GVariant* entries) {
   return g_strv_length(raw_values) == 1 ? FromText(raw_values[0]) : Permission::kUnset;
 }
 
-bool HasDesktopFile(const std::string& id) {
-  const auto is_in = [&](const std::string& folder) {
+bool HasDesktopFile(const std::string& id, const std::vector<std::string>& data_folders) {
+  return std::any_of(data_folders.begin(), data_folders.end(), [&](const std::string& folder) {
     return access((folder + "/applications/" + id + ".desktop").c_str(), F_OK) == 0;
-  };
-  if (is_in(g_get_user_data_dir())) return true;
-  const gchar* const* folder = g_get_system_data_dirs();
-  while (*folder && !is_in(*folder)) ++folder;
-  return *folder != nullptr;
+  });
 }
 
 // The second version of its Settings came with portal 1.17.
-bool PortalIsOlderThan117(const Deadline& deadline) {
+bool PortalIsOlderThan117(GDBusConnection* bus, const Deadline& deadline) {
   GErrorPtr error;
   const auto version = InterfaceVersion(
-      {kPortalName, kPortalPath, "org.freedesktop.portal.Settings"}, deadline, &error);
+      bus, {kPortalName, kPortalPath, "org.freedesktop.portal.Settings"}, deadline, &error);
   return version && *version < 2;
 }
 
 // The names under which the portal may file this process; an empty one means all programs without
 // a name. Portals before 1.17 take names with two dots only, those from 1.23 on names with a
 // .desktop file only.
-std::vector<std::string> PossibleIds(const Deadline& deadline) {
+std::vector<std::string> PossibleIds(GDBusConnection* bus, const ProcessEnvironment& portal,
+                                     const Deadline& deadline) {
   std::ifstream file("/proc/self/cgroup");
   const std::string id = IdOfUserUnit({std::istreambuf_iterator<char>(file), {}});
   if (id.empty()) return {id};
-  if (std::count(id.begin(), id.end(), '.') < 2 && PortalIsOlderThan117(deadline)) return {""};
-  if (HasDesktopFile(id)) return {id};
+  if (std::count(id.begin(), id.end(), '.') < 2 && PortalIsOlderThan117(bus, deadline)) return {""};
+  if (HasDesktopFile(id, portal.DataFolders())) return {id};
   return {id, ""};
 }
 
 }  // namespace
 
-std::optional<Permission> StoredPermission(const Deadline& deadline, GErrorPtr* error) {
+std::optional<Permission> StoredPermission(GDBusConnection* bus, const ProcessEnvironment& portal,
+                                           const Deadline& deadline, GErrorPtr* error) {
   const GVariantPtr reply =
-      CallSessionBus(kStore, "Lookup", g_variant_new("(ss)", kScreenshot, kScreenshot), "(a{sas}v)",
-                     error, deadline.Remaining());
+      CallSessionBus(bus, kStore, "Lookup", g_variant_new("(ss)", kScreenshot, kScreenshot),
+                     "(a{sas}v)", error, deadline.Remaining());
   if (!reply) {
     const bool answered = g_dbus_error_is_remote_error(error->get()) ||
                           g_error_matches(error->get(), G_IO_ERROR, G_IO_ERROR_INVALID_DATA);
@@ -149,7 +147,7 @@ std::optional<Permission> StoredPermission(const Deadline& deadline, GErrorPtr* 
   }
   const GVariantPtr entries(g_variant_get_child_value(reply.get(), 0));
   std::set<Permission> found;
-  for (const std::string& id : PossibleIds(deadline)) {
+  for (const std::string& id : PossibleIds(bus, portal, deadline)) {
     found.insert(PermissionOf(id, entries.get()));
   }
   // A snapshot must not show a question, whichever of them the portal takes.

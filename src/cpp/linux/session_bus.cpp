@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <string>
 #include <utility>
 
 #include "private_context.h"
@@ -60,14 +61,8 @@ GObjectPtr<GDBusConnection> Open(GCancellable* cancellable, GErrorPtr* error) {
   const bool of_others = g_error_matches(error->get(), G_IO_ERROR, G_IO_ERROR_CANCELLED) &&
                          !g_cancellable_is_cancelled(cancellable);
   if (!bus && !of_others) return nullptr;
-  const GCharPtr address(
-      g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, cancellable, CollectError(error)));
-  if (!address) return nullptr;
-  const auto flags =
-      static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                        G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-  return AdoptGObject(g_dbus_connection_new_for_address_sync(address.get(), flags, nullptr,
-                                                             cancellable, CollectError(error)));
+  const std::string address = SessionBusAddress(error);
+  return address.empty() ? nullptr : OpenSessionBus(address, cancellable, error);
 }
 
 // Runs on GLib's thread pool, where the default main context is the host's: a connection delivers
@@ -126,16 +121,40 @@ GObjectPtr<GDBusConnection> ConnectSessionBus(GErrorPtr* error) {
   return bus;
 }
 
+std::string SessionBusAddress(GErrorPtr* error) {
+  const GCharPtr address(
+      g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, nullptr, CollectError(error)));
+  return address ? address.get() : "";
+}
+
+GObjectPtr<GDBusConnection> OpenSessionBus(const std::string& address, GCancellable* cancellable,
+                                           GErrorPtr* error) {
+  if (!HasDescriptors(kDescriptorsOfOpening, error)) return nullptr;
+  const auto flags =
+      static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                        G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+  return AdoptGObject(g_dbus_connection_new_for_address_sync(address.c_str(), flags, nullptr,
+                                                             cancellable, CollectError(error)));
+}
+
 GVariantPtr CallSessionBus(const BusObject& object, const char* method, GVariant* parameters,
                            const char* reply_type, GErrorPtr* error, int milliseconds,
                            GUnixFDList* descriptors) {
   const GVariantPtr owned(parameters ? g_variant_ref_sink(parameters) : nullptr);
   const auto bus = ConnectSessionBus(error);
   if (!bus) return nullptr;
+  return CallSessionBus(bus.get(), object, method, owned.get(), reply_type, error, milliseconds,
+                        descriptors);
+}
+
+GVariantPtr CallSessionBus(GDBusConnection* bus, const BusObject& object, const char* method,
+                           GVariant* parameters, const char* reply_type, GErrorPtr* error,
+                           int milliseconds, GUnixFDList* descriptors) {
+  const GVariantPtr owned(parameters ? g_variant_ref_sink(parameters) : nullptr);
+  if (!HasDescriptors(kDescriptorsOfCall, error)) return nullptr;
   GVariantPtr reply(g_dbus_connection_call_with_unix_fd_list_sync(
-      bus.get(), object.bus_name, object.object_path, object.interface, method, owned.get(),
-      nullptr, G_DBUS_CALL_FLAGS_NONE, milliseconds, descriptors, nullptr, nullptr,
-      CollectError(error)));
+      bus, object.bus_name, object.object_path, object.interface, method, owned.get(), nullptr,
+      G_DBUS_CALL_FLAGS_NONE, milliseconds, descriptors, nullptr, nullptr, CollectError(error)));
   if (reply && !CheckReplyType(reply.get(), reply_type, error)) return nullptr;
   return reply;
 }

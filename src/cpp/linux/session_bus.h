@@ -1,6 +1,8 @@
 #ifndef SRC_CPP_LINUX_SESSION_BUS_H_
 #define SRC_CPP_LINUX_SESSION_BUS_H_
 
+#include <string>
+
 #include "glib_ptr.h"
 
 namespace kiv {
@@ -13,6 +15,14 @@ namespace kiv {
 GObjectPtr<GDBusConnection> ConnectSessionBus(GErrorPtr* error);
 // Closes the connection for all who share it. It is not returned again.
 void CloseSessionBus(GDBusConnection* bus);
+
+// Returns the address of the session bus, or an empty string with the reason in `error`. Reads the
+// environment: main thread only.
+std::string SessionBusAddress(GErrorPtr* error);
+// A connection there for the caller alone, or null with the reason in `error`. Any thread; blocks
+// until the daemon answers or `cancellable` is cancelled.
+GObjectPtr<GDBusConnection> OpenSessionBus(const std::string& address, GCancellable* cancellable,
+                                           GErrorPtr* error);
 
 struct BusObject {
   const char* bus_name;
@@ -27,6 +37,10 @@ constexpr int kDefaultTimeout = -1;  // the bus's own, 25 seconds
 // ownership of floating parameters. Handles in them are indices into `descriptors`.
 GVariantPtr CallSessionBus(const BusObject& object, const char* method, GVariant* parameters,
                            const char* reply_type, GErrorPtr* error,
+                           int milliseconds = kDefaultTimeout, GUnixFDList* descriptors = nullptr);
+// The same on a connection that the caller owns; on any thread.
+GVariantPtr CallSessionBus(GDBusConnection* bus, const BusObject& object, const char* method,
+                           GVariant* parameters, const char* reply_type, GErrorPtr* error,
                            int milliseconds = kDefaultTimeout, GUnixFDList* descriptors = nullptr);
 // Starts a call without a time limit and returns at once. `done` must call FinishSessionBusCall.
 void StartSessionBusCall(GDBusConnection* bus, const BusObject& object, const char* method,

@@ -68,7 +68,7 @@ std::optional<std::vector<bool>> FindOwned(const std::vector<std::string>& names
   if (!bus) return std::nullopt;
   std::vector<bool> owned;
   for (const std::string& name : names) {
-    const auto owner = OwnerOf(name.c_str(), deadline, &error);
+    const auto owner = OwnerOf(bus.get(), name.c_str(), deadline, &error);
     if (!owner) return std::nullopt;
     owned.push_back(!owner->empty());
   }

@@ -2,12 +2,14 @@
 
 #include <nan.h>
 
+#include <list>
 #include <memory>
 #include <utility>
 
 #include "../event_scope.h"
 #include "../js_callback.h"
 #include "../js_runtime.h"
+#include "../linux/session_bus.h"
 #include "facts_export.h"
 #include "permission_question.h"
 
@@ -16,7 +18,7 @@ namespace kiv {
 namespace {
 
 struct Asking {
-  Nan::Callback callback;
+  std::list<Nan::Callback> callbacks;
   PermissionQuestion question;
 };
 
@@ -26,28 +28,54 @@ std::unique_ptr<Asking>& CurrentAsking() {
   return *asking;
 }
 
-void OnAnswered(const char* state) {
-  const EventScope event_scope;
-  const auto asking = std::exchange(CurrentAsking(), nullptr);
+const char* TextOf(PermissionState state) {
+  switch (state) {
+    case PermissionState::kGranted:
+      return "granted";
+    case PermissionState::kDenied:
+      return "denied";
+    case PermissionState::kUnknown:
+      return "unknown";
+    case PermissionState::kNotNeeded:
+      return "not needed";
+    default:
+      return "unavailable";
+  }
+}
+
+void Tell(const Nan::Callback& callback, PermissionState state) {
   JsScope scope;
   if (!scope.usable()) return;
-  v8::Local<v8::Value> argument = Nan::New(state).ToLocalChecked();
-  scope.Call(asking->callback, 1, &argument);
+  v8::Local<v8::Value> argument = Nan::New(TextOf(state)).ToLocalChecked();
+  scope.Call(callback, 1, &argument);
+}
+
+void OnAnswered(PermissionState state) {
+  const EventScope event_scope;
+  const auto asking = std::exchange(CurrentAsking(), nullptr);
+  for (const Nan::Callback& callback : asking->callbacks) Tell(callback, state);
 }
 
 // state()
 NAN_METHOD(State) {
   const EntryScope entry;
-  static auto* const memory = new PortalMemory();
-  const char* text = ReadPermissionState(SessionFacts(), memory).text;
-  info.GetReturnValue().Set(Nan::New(text).ToLocalChecked());
+  static AbsenceMemory absence;
+  const SessionFacts session;
+  GErrorPtr error;
+  const auto bus = session.is_x11 ? nullptr : ConnectSessionBus(&error);
+  const auto reading = ReadPermissionState(session, bus.get(), &absence);
+  info.GetReturnValue().Set(Nan::New(TextOf(reading.state)).ToLocalChecked());
 }
 
-// ask(function): calls it once, with a state; only one question at a time.
+// ask(function): calls it once, with a state; all who ask meanwhile share one question.
 NAN_METHOD(Ask) {
   const EntryScope entry;
-  CurrentAsking().reset(new Asking{Nan::Callback(info[0].As<v8::Function>()),
-                                   {Nan::GetCurrentEventLoop(), OnAnswered}});
+  const auto function = info[0].As<v8::Function>();
+  // Without a lookup no GLib loop is needed.
+  if (IsX11Session()) return Tell(Nan::Callback(function), PermissionState::kNotNeeded);
+  auto& asking = CurrentAsking();
+  if (!asking) asking.reset(new Asking{{}, {Nan::GetCurrentEventLoop(), OnAnswered}});
+  asking->callbacks.emplace_back(function);
 }
 
 void Setup(v8::Local<v8::Object> exports) {

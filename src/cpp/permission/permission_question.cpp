@@ -1,87 +1,96 @@
 #include "permission_question.h"
 
-#include <memory>
+#include <string>
 #include <utility>
 
-#include "../linux/handed_over_file.h"
 #include "../linux/session_bus.h"
 
 namespace kiv {
 
 namespace {
 
+// Enough for opening a connection and for a state that is read from services that hang.
+constexpr uint64_t kLookupMilliseconds = 5000;
 // The portal waits 25 seconds for the person; 1.15 and 1.16 do not tell when they give up.
-constexpr uint64_t kLimitMilliseconds = 40000;
+constexpr uint64_t kQuestionMilliseconds = 40000;
 
 }  // namespace
 
-// The pool's work cannot be called back: it may outlive the question.
+// What the thread works on. It does not look at the environment, which JavaScript may change
+// meanwhile.
 struct PermissionQuestion::Lookup {
-  uv_work_t work;
-  PermissionQuestion* question;  // null when that has gone
   Next next;
   SessionFacts session;
-  PermissionState state;
+  std::string address;
+  GObjectPtr<GDBusConnection> bus;
+  PermissionReading reading;
+
+  void Run(GCancellable* cancellable) {
+    GErrorPtr error;
+    if (bus && g_dbus_connection_is_closed(bus.get())) bus.reset();
+    if (!bus && !address.empty()) bus = OpenSessionBus(address, cancellable, &error);
+    AbsenceMemory nothing_yet;
+    reading = ReadPermissionState(session, bus.get(), &nothing_yet);
+  }
 };
 
 PermissionQuestion::PermissionQuestion(uv_loop_t* loop, Done done)
-    : loop_(loop), done_(std::move(done)) {
+    : done_(std::move(done)), limit_(MakeUvHandle(uv_timer_init, loop, this)) {
   LookUp(&PermissionQuestion::AskUnlessSettled);
 }
 
-PermissionQuestion::~PermissionQuestion() {
-  if (lookup_) lookup_->question = nullptr;
-}
+PermissionQuestion::~PermissionQuestion() { g_cancellable_cancel(cancellable_.get()); }
 
 void PermissionQuestion::LookUp(Next next) {
-  lookup_ = new Lookup{{}, this, next, {}, {}};
-  lookup_->work.data = lookup_;
-  const auto run = [](uv_work_t* work) {
-    auto* lookup = static_cast<Lookup*>(work->data);
-    PortalMemory nothing_yet;
-    lookup->state = ReadPermissionState(lookup->session, &nothing_yet);
+  const auto on_limit = [](uv_timer_t* timer) {
+    static_cast<PermissionQuestion*>(timer->data)->Finish({});
   };
-  const auto ended = [](uv_work_t* work, int) {
-    const std::unique_ptr<Lookup> lookup(static_cast<Lookup*>(work->data));
-    PermissionQuestion* question = lookup->question;
-    if (!question) return;
-    question->lookup_ = nullptr;
-    (question->*lookup->next)(lookup->state);
+  uv_timer_start(limit_.get(), on_limit, kLookupMilliseconds, 0);
+  const auto run = [](GTask* task, gpointer, gpointer data, GCancellable* cancellable) {
+    static_cast<Lookup*>(data)->Run(cancellable);
+    g_task_return_boolean(task, TRUE);
   };
-  uv_queue_work(loop_, &lookup_->work, run, ended);
+  const auto ended = [](GObject*, GAsyncResult* result, gpointer self) {
+    GTask* task = G_TASK(result);
+    if (g_cancellable_is_cancelled(g_task_get_cancellable(task))) return;
+    static_cast<PermissionQuestion*>(self)->TakeLookup(
+        *static_cast<Lookup*>(g_task_get_task_data(task)));
+  };
+  GErrorPtr error;
+  auto* lookup = new Lookup{next, {}, SessionBusAddress(&error), RetainGObject(bus_.get()), {}};
+  cancellable_.reset(g_cancellable_new());
+  const auto task = AdoptGObject(g_task_new(nullptr, cancellable_.get(), ended, this));
+  g_task_set_task_data(task.get(), lookup,
+                       [](gpointer data) { delete static_cast<Lookup*>(data); });
+  g_task_run_in_thread(task.get(), run);
 }
 
-void PermissionQuestion::AskUnlessSettled(const PermissionState& state) {
-  if (state.portal.empty()) return Finish(state);
-  GErrorPtr error;
-  const auto bus = ConnectSessionBus(&error);
-  if (!bus) return Finish({"unavailable", {}});
-  limit_ = MakeUvHandle(uv_timer_init, loop_, this);
-  uv_timer_start(
-      limit_.get(),
-      [](uv_timer_t* timer) { static_cast<PermissionQuestion*>(timer->data)->LookAgain(); },
-      kLimitMilliseconds, 0);
-  request_.emplace(bus.get(), state.portal,
-                   [this](const PortalAnswer& answer) { OnAnswer(answer); });
+void PermissionQuestion::TakeLookup(const Lookup& lookup) {
+  bus_ = RetainGObject(lookup.bus.get());
+  (this->*lookup.next)(lookup.reading);
 }
 
-void PermissionQuestion::OnAnswer(const PortalAnswer& answer) {
-  // Nobody else deletes the picture.
-  GErrorPtr error;
-  const std::string path = PathOfUri(answer.uri);
-  if (!path.empty()) const HandedOverFile file(path, &error);
-  LookAgain();
+void PermissionQuestion::AskUnlessSettled(const PermissionReading& reading) {
+  if (!reading.portal) return Finish(reading);
+  const auto on_limit = [](uv_timer_t* timer) {
+    static_cast<PermissionQuestion*>(timer->data)->LookAgain();
+  };
+  uv_timer_start(limit_.get(), on_limit, kQuestionMilliseconds, 0);
+  request_.emplace(bus_.get(), *reading.portal, [this](const PortalAnswer& answer) {
+    DeletePicture(answer);
+    LookAgain();
+  });
 }
 
 void PermissionQuestion::LookAgain() {
   request_.reset();
-  limit_.reset();
   LookUp(&PermissionQuestion::Finish);
 }
 
-void PermissionQuestion::Finish(const PermissionState& state) {
+void PermissionQuestion::Finish(const PermissionReading& reading) {
+  const PermissionState state = reading.state;
   const Done done = std::move(done_);
-  done(state.text);
+  done(state);
 }
 
 }  // namespace kiv

@@ -3,8 +3,8 @@
 
 #include <functional>
 #include <optional>
-#include <string>
 
+#include "../linux/glib_ptr.h"
 #include "../linux/portal_request.h"
 #include "../uv_ptr.h"
 #include "permission_state.h"
@@ -12,13 +12,15 @@
 namespace kiv {
 
 // Has the desktop ask the person for the permission, where it has not been settled yet. Looks up
-// the state on a thread of libuv's pool; the events of the question itself come through the default
-// GLib main context. Keeps the loop alive until it has ended. Main thread only.
+// the state on a thread of GLib's pool, which the end of the process does not wait for, and on a
+// connection of its own; its events come through the default GLib main context. Keeps the libuv
+// loop alive until it has ended, which takes 50 seconds at most, even if nobody runs GLib's. Main
+// thread only.
 class PermissionQuestion {
  public:
-  // Called once, by the loop, with the state after the answer; may destroy the question, which
-  // otherwise ends without it.
-  using Done = std::function<void(const char* state)>;
+  // Called once, by one of the loops, with the state after the answer; may destroy the question,
+  // which otherwise ends without it.
+  using Done = std::function<void(PermissionState state)>;
 
   PermissionQuestion(uv_loop_t* loop, Done done);
   ~PermissionQuestion();
@@ -27,19 +29,19 @@ class PermissionQuestion {
 
  private:
   struct Lookup;
-  using Next = void (PermissionQuestion::*)(const PermissionState& state);
+  using Next = void (PermissionQuestion::*)(const PermissionReading& reading);
 
   void LookUp(Next next);
-  void AskUnlessSettled(const PermissionState& state);
-  void OnAnswer(const PortalAnswer& answer);
+  void TakeLookup(const Lookup& lookup);
+  void AskUnlessSettled(const PermissionReading& reading);
   void LookAgain();
-  void Finish(const PermissionState& state);
+  void Finish(const PermissionReading& reading);
 
-  uv_loop_t* loop_;
   Done done_;
-  Lookup* lookup_ = nullptr;  // the one under way, which frees itself
-  std::optional<PortalRequest> request_;
   UvPtr<uv_timer_t> limit_;
+  GObjectPtr<GDBusConnection> bus_;       // null before the first lookup has ended
+  GObjectPtr<GCancellable> cancellable_;  // of the lookup under way, which may outlive the question
+  std::optional<PortalRequest> request_;
 };
 
 }  // namespace kiv

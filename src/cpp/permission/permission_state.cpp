@@ -8,18 +8,18 @@ constexpr Deadline::Milliseconds kPatience(3000);
 
 }  // namespace
 
-PermissionState ReadPermissionState(const SessionFacts& session, PortalMemory* memory) {
-  if (session.is_x11) return {"not needed", {}};
-  // Held, so that the calls share one connection.
+PermissionReading ReadPermissionState(const SessionFacts& session, GDBusConnection* bus,
+                                      AbsenceMemory* absence) {
+  if (session.is_x11) return {PermissionState::kNotNeeded, {}};
+  if (!bus) return {PermissionState::kUnavailable, {}};
   GErrorPtr error;
-  const auto bus = ConnectSessionBus(&error);
-  if (!bus) return {"unavailable", {}};
-  const auto access = FindPortalAccess(session.backend, Deadline::In(kPatience), memory, &error);
-  if (!access || access->owner.empty()) return {"unavailable", {}};
-  if (!access->asks) return {"not needed", {}};
-  if (access->permission == Permission::kGranted) return {"granted", {}};
-  if (access->permission == Permission::kDenied) return {"denied", {}};
-  return {"unknown", access->owner};
+  const auto access =
+      FindPortalAccess(bus, session.environment, Deadline::In(kPatience), absence, &error);
+  if (!access || access->owner.empty()) return {PermissionState::kUnavailable, {}};
+  if (!access->asks) return {PermissionState::kNotNeeded, {}};
+  if (access->permission == Permission::kGranted) return {PermissionState::kGranted, {}};
+  if (access->permission == Permission::kDenied) return {PermissionState::kDenied, {}};
+  return {PermissionState::kUnknown, access->owner};
 }
 
 }  // namespace kiv

@@ -1,28 +1,32 @@
 #ifndef SRC_CPP_PERMISSION_PERMISSION_STATE_H_
 #define SRC_CPP_PERMISSION_PERMISSION_STATE_H_
 
+#include <optional>
 #include <string>
 
 #include "../linux/portal_access.h"
-#include "../linux/portal_backend.h"
+#include "../linux/process_environment.h"
 #include "../linux/session_type.h"
 
 namespace kiv {
 
-// Whether this process may take screenshots here, as JavaScript learns it.
-struct PermissionState {
-  const char* text;    // "granted", "denied", "unknown", "not needed" or "unavailable"
-  std::string portal;  // the unique name of the portal to ask; empty unless the state is "unknown"
-};
+// Whether this process may take screenshots here.
+enum class PermissionState { kGranted, kDenied, kUnknown, kNotNeeded, kUnavailable };
 
 // What the environment says about the session; made on the main thread, whose it is.
 struct SessionFacts {
   bool is_x11 = IsX11Session();
-  std::string backend = ScreenshotBackend();
+  ProcessEnvironment environment = ProcessEnvironment::Own();
 };
 
-// Blocks for three seconds at most, for five when the session bus does not answer. On any thread.
-PermissionState ReadPermissionState(const SessionFacts& session, PortalMemory* memory);
+struct PermissionReading {
+  PermissionState state = PermissionState::kUnavailable;
+  std::optional<std::string> portal;  // the unique name of the one to ask, if the state is unknown
+};
+
+// Blocks for three seconds at most. `bus` is null where there is none. Any thread.
+PermissionReading ReadPermissionState(const SessionFacts& session, GDBusConnection* bus,
+                                      AbsenceMemory* absence);
 
 }  // namespace kiv
 
