@@ -1,3 +1,3 @@
 'use strict';
 
-module.exports = require('./build/Release/kiv_native.node');
+module.exports = require(require('./src/addons').find('kiv_native'));

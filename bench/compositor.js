@@ -1,9 +1,9 @@
 'use strict';
 
-// A snapshot on Wayland beside the bare calls, through services that refuse what was asked for in
-// the past, as today's do. node bench/compositor.js [--quick]
+// A snapshot on Wayland compared with the bare calls. The older services refuse, as on current
+// desktops. node bench/compositor.js [--quick]
 
-// A call that takes all the pictures of one way is no hang.
+// One call takes all pictures of one way and may last that long.
 process.env.KIV_PATIENCE = '900000';
 
 const compositors = require('../test/lib/compositors');

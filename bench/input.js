@@ -1,12 +1,12 @@
 'use strict';
 
-// Counting a flood of input, and a reading of counts and idle time, beside bare library calls.
+// A flood of input, and reading counts and idle time, compared with bare library calls.
 // node bench/input.js [--quick]
 
 const { beside, best, inSession, run, table } = require('./measure');
 
-// The application sleeps while the flood is made, and finds all of it waiting. Only its own
-// thread's time counts: the server sends meanwhile.
+// The application is stopped while the flood is sent, and then handles all of it. Only its own
+// thread's time counts, because the server is still sending.
 async function flood(app, x, presses, subject) {
   await app.run((subject) => {
     const module = [kiv.init, kiv.teardown, () => kiv.getInputInfo().keyboardActivity];
@@ -20,7 +20,7 @@ async function flood(app, x, presses, subject) {
   for (let i = 0; i < presses; ++i) x.key();
   await x.sync();
   process.kill(app.pid, 'SIGCONT');
-  // Counting reads the connection, too: ask once, when nothing came for a while.
+  // Counting also reads the connection: ask once, after a pause without events.
   return app.run(async (presses) => {
     let last;
     do {
@@ -36,7 +36,7 @@ async function flood(app, x, presses, subject) {
   }, presses);
 }
 
-// Microseconds of a reading.
+// Microseconds per call.
 const read = async (rounds) => {
   kiv.init();
   const hundred = (f) => () => {
@@ -54,7 +54,7 @@ run(async (quick) => {
       kiv.teardown();
       reference.watchTurns();
     });
-    // In the first flood the heap grows by all the events.
+    // The first flood grows the heap.
     await flood(app, x, presses, 'module');
     const results = { module: [], bare: [] };
     for (let round = 0; round < (quick ? 3 : 11); ++round) {
@@ -65,9 +65,9 @@ run(async (quick) => {
     const each = both((floods) => best(floods.map((one) => one.each)));
     const hold = both((floods) => Math.max(...floods.map((one) => one.hold)));
     const reading = await app.run(read, quick ? 50 : 500);
-    table(`A flood of ${presses} key presses, all waiting; a reading`, [
+    table(`A flood of ${presses} queued key presses; reading counts and idle time`, [
       { what: 'a press, processor µs', ...beside(...each, 2) },
-      { what: 'longest hold of the loop, processor ms', ...beside(...hold, 1) },
+      { what: 'longest block of the loop, processor ms', ...beside(...hold, 1) },
       { what: 'getInputInfo, XScreenSaverQueryInfo, µs', ...beside(...reading, 2) },
     ]);
   });

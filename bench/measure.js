@@ -1,6 +1,6 @@
 'use strict';
 
-// What the benchmarks share, in the runner's process and in the application's.
+// Shared by the benchmarks, in the runner's process and in the application's.
 
 const { startApp } = require('../test/lib/app');
 const { startSession } = require('../test/lib/session');
@@ -11,16 +11,16 @@ const LARGE = [3840, 2160];
 const sorted = (values) => [...values].sort((a, b) => a - b);
 const quantile = (values, share) => sorted(values)[Math.floor(values.length * share)];
 const median = (values) => quantile(values, 0.5);
-/** What a tenth of the values stays below: on a busy machine it says more of the work. */
+/** The 10th percentile: on a busy machine it measures the work better than the median. */
 const best = (values) => quantile(values, 0.1);
 
 const clock = () => Number(process.hrtime.bigint()) / 1e6;
 
-/** Milliseconds of each of `rounds` calls of the functions in `subjects`, which take turns. */
+/** Milliseconds of `rounds` calls of each function in `subjects`, called in turn. */
 async function interleaved(subjects, rounds, { now = clock, pause = 0 } = {}) {
   const times = {};
   for (const name of Object.keys(subjects)) times[name] = [];
-  // The first round loads.
+  // The first round warms up.
   for (let round = -1; round < rounds; ++round) {
     for (const [name, call] of Object.entries(subjects)) {
       if (pause > 0) await new Promise((resolve) => setTimeout(resolve, pause));
@@ -48,7 +48,7 @@ const beside = (module, bare, digits) => ({
   ratio: (module / bare).toFixed(3),
 });
 
-/** BGRX pixels with areas, edges and gradients as a desktop has them. */
+/** BGRX pixels with areas, edges and gradients, like a desktop. */
 function pixels(width, height) {
   const words = new Uint32Array(width * height);
   let state = 12345;
@@ -64,7 +64,7 @@ function pixels(width, height) {
     const color = random() >>> 8;
     for (let y = top; y < bottom; ++y) words.fill(color, y * width + left, y * width + right);
   }
-  // Strokes as fine as text.
+  // Strokes as thin as text.
   for (let i = 0; i < words.length / 40; ++i) {
     const at = random() % (words.length - 8);
     words.fill(0x101010, at, at + 1 + (random() % 5));
@@ -72,7 +72,7 @@ function pixels(width, height) {
   return Buffer.from(words.buffer);
 }
 
-/** Shows a busy desktop, where the X server is not the whole screen in a window above all others. */
+/** Shows a busy desktop: as wallpaper, or on Wayland in a window above all others. */
 async function decorate({ server, x }, width, height) {
   if (server) return x.wallpaper(width, height, pixels(width, height));
   const id = x.createWindow({ width, height, override: true });
@@ -82,9 +82,9 @@ async function decorate({ server, x }, width, height) {
 }
 
 /**
- * Calls `f` with an application, which has `measure` and `reference`, and its session, whose screen
- * shows a busy desktop. `tidy` is false where others' code keeps it from an end in order; `start`
- * starts a session of another kind.
+ * Calls `f` with an application, which has `measure` and `reference`, and with its session, whose
+ * screen shows a busy desktop. `tidy` is false if other code prevents a clean exit. `start` starts
+ * another kind of session.
  */
 async function inSession([width, height], f, options = {}) {
   const { env, setUp, tidy = true, start = startSession, ...more } = options;
@@ -105,7 +105,7 @@ async function inSession([width, height], f, options = {}) {
   }
 }
 
-/** Runs a benchmark to its end. */
+/** Runs a benchmark. */
 function run(main) {
   main(process.argv.includes('--quick')).catch((error) => {
     console.error(error);

@@ -1,12 +1,12 @@
 'use strict';
 
-// The selection overlay beside the bare drawing in the same window: one pointer step of a growing
-// drag, and this process's own time in it. node bench/overlay.js [--quick]
+// The selection overlay compared with the bare drawing in the same window: one pointer step of a
+// growing drag, and this process's own time in it. node bench/overlay.js [--quick]
 
 const { openSelection } = require('../test/lib/overlay');
 const { FULL, LARGE, beside, inSession, run, table } = require('./measure');
 
-// Medians of the module's and of the bare drawing's time.
+// Medians of the module's time and of the bare drawing's.
 const drag = async ([width, height], rounds, own) => {
   reference.press(width / 8, height / 8);
   let steps = 0;

@@ -1,7 +1,7 @@
 'use strict';
 
-// A snapshot beside the bare library calls, on X11 and through a compositor's service that takes no
-// time itself. node bench/snapshot.js [--quick]
+// A snapshot compared with the bare library calls, on X11 and through a stand-in for a compositor's
+// service. node bench/snapshot.js [--quick]
 
 const fs = require('fs');
 const { FULL, LARGE, beside, inSession, run, table } = require('./measure');
@@ -14,7 +14,7 @@ const compare = async (source, jpeg, rounds) => {
   return [measure.best(times.module), measure.best(times.bare)];
 };
 
-// The picture is one of the module's own.
+// The picture was taken by the module.
 async function serve({ peer, inside }, picture) {
   fs.writeFileSync(inside('picture.png'), picture);
   await peer.own('org.gnome.Shell.Screenshot');

@@ -1,7 +1,7 @@
 'use strict';
 
-// A working day of eight hours in minutes: is anything lost, does anything grow? Fails when an
-// event was not counted, a count did not stay or memory grew.
+// Runs a working day of eight hours in minutes. Fails when an event is not counted, a count does
+// not stay constant or memory grows.
 // node bench/soak.js [--short] [--sanitize]
 
 const option = (name) => process.argv.includes(`--${name}`);
@@ -20,9 +20,9 @@ const DAYS = {
 const day = DAYS[option('short') ? 'short' : 'whole'];
 const SIZE = [1280, 800];
 
-// GDK's remark about a window that somebody else destroyed.
+// GDK's warning about a window that another client destroyed.
 const EXPECTED = /^(\(.*\): Gdk-WARNING .*: GdkWindow .* unexpectedly destroyed)?\n/gm;
-// How far the last sample may lie above the first: the engine's and the libraries' own fluctuation.
+// By how much the last sample may exceed the first: fluctuation of the engine and the libraries.
 const LIMITS = { 'resident bytes': 8 << 20, 'malloc bytes': 512 << 10 };
 const LOCKED = ['/org/gnome/ScreenSaver', 'org.gnome.ScreenSaver', 'ActiveChanged', 'b'];
 
@@ -30,7 +30,7 @@ const sum = (counts) => Object.values(counts).reduce((total, count) => total + c
 const share = (total, minute) =>
   Math.floor((total * (minute + 1)) / day.minutes) - Math.floor((total * minute) / day.minutes);
 
-/** The person, the other programs and the day; resolves to the samples. */
+/** Simulates the user, other programs and the day. Resolves to the samples. */
 async function live(session, app, did) {
   const x = {
     ...session.x,
@@ -59,7 +59,7 @@ async function live(session, app, did) {
       await x.setProperty(window, '_NET_WM_NAME', 'UTF8_STRING', 8, `Document ${++did.titles}`);
     }
   }
-  /** All that was done has been counted, no more and no less. */
+  /** Waits until all events have been counted, each once. */
   async function settled() {
     const wanted = String([did.keys, did.clicks, did.locks]);
     await until(async () => String(await ask('counts')) === wanted).catch(() => {});
@@ -67,7 +67,7 @@ async function live(session, app, did) {
   }
   async function init() {
     await ask('init');
-    // Match rules reach the bus in their own time; after one signal was heard, all are.
+    // Match rules reach the bus later. When one signal has arrived, all do.
     await until(() => {
       signal(true);
       return ask('locked');
@@ -85,7 +85,7 @@ async function live(session, app, did) {
   async function snapshot(number, events, dying) {
     const where = ['buffer', 'files', 'async'][number % 3];
     const pending = ask('snapshot', number % 2 ? 'display' : 'desktop', number % 4 > 1, where);
-    // The active window goes without a word; whoever asks the server for it meets its death.
+    // Destroys the active window at once, so that requests for it fail.
     if (dying) {
       x.destroy(window);
       await newWindow();
@@ -102,13 +102,13 @@ async function live(session, app, did) {
     await x.activate(id);
     return (await x.focused()) === id;
   };
-  // Within the grace after the first picture a lost focus does not count: back and forth.
+  // A focus loss in the grace period after the first picture has no effect, so repeat it.
   const focusLost = (id) =>
     until(async () => {
       await x.activate(id);
       await until(() => focused(window), 'the window with the focus');
       return app.run(() => global.results.length > 0);
-    }, 'the end by focus');
+    }, 'the selection to fail');
   const ENDINGS = [
     ['drag', '0,100,80', () => act(x, 'press', [420, 320], 'release')],
     ['click', '0,0,0', () => act(x, 'press', 'release')],
@@ -139,7 +139,7 @@ async function live(session, app, did) {
     return { ...found, 'X connections': mine.length, 'X resources': Object.assign({}, ...kinds) };
   }
 
-  // Once of everything: what libraries make on first use is there before the first sample.
+  // Everything once, so that the first sample includes what libraries allocate on first use.
   await init();
   await newWindow();
   for (let i = 0; i < 12; ++i) await snapshot(i, 20, i === 1);
@@ -162,7 +162,7 @@ async function live(session, app, did) {
   return samples;
 }
 
-/** A row for each quantity. Counts of kinds have to stay each on their own. */
+/** One row per quantity. Counts must stay constant for each kind. */
 const judge = (samples) =>
   Object.keys(samples[0]).map((quantity) => {
     const values = samples.map((sample) => sample[quantity]);
@@ -183,7 +183,7 @@ async function liveAndJudge(app, session) {
   app.child.disconnect();
   const { code } = await app.ended;
   assert.deepStrictEqual([code, app.output().replace(EXPECTED, '')], [0, '']);
-  // The sanitizer holds back freed memory.
+  // The sanitizer delays freeing memory.
   const judged = rows.filter(({ quantity }) => !option('sanitize') || !LIMITS[quantity]);
   for (const { quantity, stays } of judged) assert.strictEqual(stays, 'yes', quantity);
 }

@@ -29,40 +29,61 @@ function usable(display) {
 const isMine = ({ DISPLAY, XDG_SESSION_TYPE = 'x11' }) =>
   XDG_SESSION_TYPE === 'x11' && DISPLAY && usable(DISPLAY);
 
-async function takeSnapshot(app, type, jpeg) {
-  const snap = await app.run((...args) => kiv.getScreenSnap(...args), type, jpeg);
+const SNAPSHOTS = [
+  { heading: 'The whole desktop, as a JPEG', type: 'desktop', jpeg: true },
+  { heading: 'The whole desktop, as a PNG', type: 'desktop', jpeg: false },
+  { heading: 'Only the monitor with the active window, as a JPEG', type: 'display', jpeg: true },
+];
+
+// What the first call of a process loads is not part of the time.
+function timed(type, jpeg) {
+  const snap = kiv.getScreenSnap(type, jpeg);
+  if (snap.width === 0) return { snap };
+  const start = process.hrtime();
+  kiv.getScreenSnap(type, jpeg);
+  const [seconds, nanoseconds] = process.hrtime(start);
+  return { snap, ms: Math.round(seconds * 1e3 + nanoseconds / 1e6) };
+}
+
+async function takeSnapshot(app, { heading, type, jpeg }) {
+  const { snap, ms } = await app.run(timed, type, jpeg);
   if (snap.width === 0) throw new Error(`no picture: ${await app.log()}`);
   const file = `${type}-${snap.filename}`;
   const thumbnail = `${type}-thumbnail-${snap.filename}`;
   fs.writeFileSync(path.join(output, file), snap.data);
   fs.writeFileSync(path.join(output, thumbnail), snap.dataThumbnail);
-  const { width, height, activeWindowTitle: title } = snap;
-  const call = `getScreenSnap("${type}", ${jpeg})`;
-  say(`${call}: ${width} x ${height}, ${file}, "${title}"`);
-  return {
-    call,
-    file,
-    thumbnail,
-    width,
-    height,
-    title,
-    filename: snap.filename,
-    bytes: snap.data.length,
-    process: snap.activeProcessName.split('\0').join(' ').trim(),
-  };
+  const { width, height, filename, activeWindowTitle: title } = snap;
+  const bytes = snap.data.length;
+  const call = `getScreenSnap('${type}', ${jpeg})`;
+  const command = snap.activeProcessName.split('\0').join(' ').trim();
+  say(`${call}: ${width} x ${height}, ${bytes} bytes in ${ms} ms, ${file}, "${title}"`);
+  return { heading, call, file, thumbnail, width, height, title, filename, bytes, ms, command };
 }
 
-// A rectangle dragged out with a real pointer: the overlay hovering, dragging, and the cut-out.
+const look = (app) => app.run(() => kiv.getScreenSnap('desktop', true));
+
+// Windows draw themselves after they appear.
+async function settle(app) {
+  let last = Buffer.alloc(0);
+  let since = 0;
+  await until(async () => {
+    const { data } = await look(app);
+    if (!data.equals(last)) since = Date.now();
+    last = data;
+    return Date.now() - since > 300;
+  }, 'a desktop on which nothing moves');
+}
+
+// A rectangle dragged out with a real pointer: the overlay hovering, dragging, and the result.
 async function select(app, { hand }) {
-  const look = () => app.run(() => kiv.getScreenSnap('desktop').data);
-  let last = await look();
+  let last = await look(app);
   // Until the screen shows something else, and stays so.
   const next = async () => {
     const before = last;
     await until(async () => {
       const previous = last;
-      last = await look();
-      return last.equals(previous) && !last.equals(before);
+      last = await look(app);
+      return last.data.equals(previous.data) && !last.data.equals(before.data);
     }, 'the overlay to be drawn');
     return last;
   };
@@ -73,21 +94,21 @@ async function select(app, { hand }) {
     });
   });
   await next();
-  await hand('mousemove', 260, 210);
+  await hand('mousemove', 1800, 100);
   await next();
-  await hand('mousemove', 300, 250);
+  await hand('mousemove', 1850, 150);
   const pictures = { hovering: await next() };
-  await hand('mousedown', 1, 'mousemove', 1000, 670);
+  await hand('mousedown', 1, 'mousemove', 2400, 420);
   pictures.dragging = await next();
   await hand('mouseup', 1);
-  const { data, errorCode } = await until(() => app.run(() => global.chosen), 'the selection');
+  pictures.result = await until(() => app.run(() => global.chosen), 'the selection');
+  const { errorCode } = pictures.result;
   if (errorCode !== 0) throw new Error(`the selection ended with ${errorCode}`);
-  pictures['cut out'] = data;
-  return Object.entries(pictures).map(([name, bytes]) => {
-    const file = `selection-${name.replace(' ', '-')}.png`;
-    fs.writeFileSync(path.join(output, file), bytes);
-    say(`getScreenSnapAsync("selection"), ${name}: ${file}`);
-    return { name, file, bytes: bytes.length };
+  return Object.entries(pictures).map(([name, { data, width, height }]) => {
+    const file = `selection-${name}.${name === 'result' ? 'png' : 'jpg'}`;
+    fs.writeFileSync(path.join(output, file), data);
+    say(`getScreenSnapAsync('selection'), ${name}: ${width} x ${height}, ${file}`);
+    return { name, file, width, height, bytes: data.length };
   });
 }
 
@@ -149,18 +170,16 @@ async function follow(app, desktop, page) {
       : 'no X11 session at hand: starting a private one with a window manager and a message bus',
   );
   const desktop = mine ? null : await openDesktop();
+  if (desktop && desktop.reason) say(`one monitor instead of two: ${desktop.reason}`);
   try {
     const app = await startApp({ env: mine ? process.env : desktop.env });
+    if (desktop) await settle(app);
     say('taking snapshots');
     const snapshots = [];
-    for (const [type, jpeg] of [
-      ['desktop', true],
-      ['desktop', false],
-      ['display', true],
-    ])
-      snapshots.push(await takeSnapshot(app, type, jpeg));
+    for (const one of SNAPSHOTS) snapshots.push(await takeSnapshot(app, one));
     const selection = desktop ? await select(app, desktop) : [];
-    const page = { snapshots, selection, log: await app.log() };
+    const monitors = desktop ? desktop.monitors : 0;
+    const page = { monitors, snapshots, selection, log: await app.log() };
     say(`open ${writePage(output, page)}`);
     await follow(app, desktop, page);
     await app.run(() => kiv.teardown());

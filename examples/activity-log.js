@@ -1,10 +1,9 @@
 'use strict';
 
-// Appends one line of JSON to FILE for every period: how many keys and buttons were pressed in it
-// and how long the person has been idle; one more when the screen is locked or unlocked, and at the
-// end.
+// Appends one line of JSON per period to FILE: the keys and buttons pressed in it and the idle
+// time. Adds a line when the screen is locked or unlocked, and one at the end.
 //   node examples/activity-log.js FILE [--every SECONDS] [--title]
-// --title adds the active window's title, for which a snapshot is taken and thrown away.
+// --title adds the active window's title, which it reads from a snapshot that it discards.
 
 const EventEmitter = require('events');
 const fs = require('fs');
@@ -31,7 +30,7 @@ function fail(code, text) {
 const options = readOptions(process.argv.slice(2));
 if (!options) fail(2, 'usage: activity-log.js FILE [--every SECONDS] [--title]');
 if (options.title && kiv.isWayland())
-  fail(1, 'titles need an X11 session: elsewhere the screen would flash for each');
+  fail(1, 'titles need an X11 session; on others the screen may flash for each');
 if (!host.startLoop()) fail(1, 'no display');
 let file;
 try {
@@ -46,7 +45,7 @@ kiv.setupLogger((level, text) => {
 kiv.init();
 
 let before = kiv.getInputInfo();
-let torn = ''; // ends the line that a failed write may have left half done
+let torn = ''; // a newline after a failed write, which may have left half a line
 
 function write(event) {
   const now = kiv.getInputInfo();
@@ -60,17 +59,17 @@ function write(event) {
   if (options.title && !selection.open)
     line.title = kiv.getScreenSnap('desktop', true).activeWindowTitle;
   try {
-    // Written before this returns: whatever ends the process, the line is there.
+    // Synchronous, so that the line is written even if the process exits right afterwards.
     fs.appendFileSync(file, `${torn}${JSON.stringify(line)}\n`);
     torn = '';
-    before = now; // not after a failure: the next line counts what this one could not tell
+    before = now; // unchanged after a failure, so that the next line includes this period
   } catch (error) {
     torn = '\n';
     console.error(`${options.file}: ${error.message}`);
   }
 }
 
-// Desktops announce one change several times.
+// Desktops report one change several times.
 let locked = false;
 function setLocked(next) {
   if (next === locked) return;
@@ -86,12 +85,12 @@ monitor.on('screen_unlock', () => setLocked(false));
 write('start');
 kiv.setInterval(() => write('tick'), options.every * 1000);
 
-// Once each: a second signal ends a process that hangs. After the teardown Node exits.
+// Once each, so that a second signal ends a process that hangs. Node exits after the teardown.
 let stopped = false;
 function stop() {
   if (stopped) return;
   stopped = true;
-  // That this function holds the monitor keeps it from being collected, and its events coming.
+  // This reference keeps the monitor from being collected, so its events keep arriving.
   monitor.removeAllListeners();
   write('stop');
   kiv.teardown();

@@ -1,7 +1,7 @@
 'use strict';
 
-// A small window with a button that has the desktop ask for the permission to take screenshots; a
-// screenshot shows what the answer is worth.
+// Shows a button that asks the desktop for the permission to take screenshots, and tries the result
+// with a snapshot.
 //   node examples/ask-permission.js
 
 const path = require('path');
@@ -22,7 +22,7 @@ const MEANINGS = {
 
 function tell(state) {
   const { data } = kiv.getScreenSnap('desktop');
-  const text = `${MEANINGS[state]}. A screenshot ${data.length > 0 ? 'works' : 'gives nothing'}.`;
+  const text = `${MEANINGS[state]}. A screenshot ${data.length > 0 ? 'works' : 'fails'}.`;
   console.log(text);
   window.show(text, data, state === 'unknown');
 }
@@ -40,6 +40,6 @@ kiv.setupLogger((level, text) => {
   if (level === 'warn' || level === 'error') console.error(`${level}: ${text}`);
 });
 kiv.init();
-// Nothing keeps Node alive after the teardown.
+// Node exits after the teardown.
 window.open('Allow screenshots', ask, () => kiv.teardown());
 tell(permission.state());

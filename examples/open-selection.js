@@ -1,5 +1,5 @@
 'use strict';
 
-// Whether a selection is open. A synchronous snapshot replaces the title and process that an open
-// selection reports at its end, so whoever takes one waits.
+// Whether a selection is open. A synchronous snapshot would replace the title and process that the
+// selection reports at its end, so do not take one meanwhile.
 module.exports = { open: false };

@@ -1,10 +1,10 @@
 'use strict';
 
 // Saves a picture of the desktop every minute as FOLDER/2001-02-03/04-05-06.789.jpg (UTC, so that
-// no hour comes twice), but none while the screen is locked, a selection open or the person idle.
+// no hour occurs twice), unless the screen is locked, a selection is open or the user is idle.
 //   node examples/snapshot-every-minute.js FOLDER [--every SECONDS] [--idle SECONDS] [--keep COUNT]
-// --idle is how long without input counts as idle (default: 60); only the newest --keep pictures
-// stay (default: 1440).
+// --idle: seconds without input that count as idle (default 60).
+// --keep: number of pictures to keep, the newest ones (default 1440).
 
 const EventEmitter = require('events');
 const fs = require('fs');
@@ -39,13 +39,13 @@ if (!options)
   );
 if (!host.startLoop()) fail(1, 'no display');
 
-let reason = ''; // the module's last complaint
+let reason = ''; // the module's last warning or error
 kiv.setupLogger((level, text) => {
   if (level === 'warn' || level === 'error') reason = text;
 });
 kiv.init();
 
-// Also matches what a failed write left behind, so that it goes with the old pictures.
+// Also matches files of failed writes, so that they are removed with the old pictures.
 const DAY = /^\d{4}-\d\d-\d\d$/;
 const PICTURE = /^\d\d-\d\d-\d\d\.\d{3}\.jpg(\.part)?$/;
 
@@ -54,7 +54,7 @@ function save(data) {
   const folder = path.join(options.folder, day);
   fs.mkdirSync(folder, { recursive: true, mode: 0o700 });
   const file = path.join(folder, `${time.replace(/:/g, '-')}.jpg`);
-  // Nobody ever sees half a picture.
+  // Rename the complete file, so that nobody reads half a picture.
   fs.writeFileSync(`${file}.part`, data, { mode: 0o600 });
   fs.renameSync(`${file}.part`, file);
   return file;
@@ -83,15 +83,14 @@ function prune() {
 let locked = false;
 
 function tick() {
-  const idle = kiv.getInputInfo().last.input; // -1 where nobody knows
+  const idle = kiv.getInputInfo().last.input; // -1 when unknown
   if (locked) return console.log('skipped: locked');
   if (selection.open) return console.log('skipped: a selection is open');
   if (idle >= options.idle) return console.log('skipped: idle');
   reason = '';
   const { width, height, data } = kiv.getScreenSnap('desktop', true);
-  if (width === 0)
-    return console.error(`no picture: ${reason || 'there is no screen to take one of'}`);
-  // A full disk may have room again a minute later.
+  if (width === 0) return console.error(`no picture: ${reason || 'no display'}`);
+  // Keep running: a full disk may have space again a minute later.
   try {
     console.log(`${save(data)}: ${width} x ${height}`);
     prune();
@@ -114,7 +113,7 @@ tick();
 kiv.setInterval(tick, options.every * 1000);
 
 function stop() {
-  // That this function holds the monitor keeps it from being collected, and its events coming.
+  // This reference keeps the monitor from being collected, so its events keep arriving.
   monitor.removeAllListeners();
   kiv.teardown();
 }

@@ -1,7 +1,7 @@
 'use strict';
 
-// One target in a process of its own: target.js TARGET LIBFUZZER-ARGUMENTS…
-delete process.env.LD_PRELOAD; // the sanitizer's, for this process only
+// Runs one target in its own process: target.js TARGET LIBFUZZER-ARGUMENTS…
+delete process.env.LD_PRELOAD; // preloads the sanitizer; child processes must not inherit it
 const addon = require('../.cache/fuzz/build/Release/kiv_fuzz.node');
 const { run, pictures, properties, ...kiv } = addon;
 
@@ -9,7 +9,7 @@ let input;
 const next = (limit) => (input.length > 0 ? input.shift() : 0) % limit;
 const pick = (list) => list[next(list.length)];
 const refuse = () => JSON.parse('no JSON');
-// The first is what an input that has ended gives; the later ones ask for more.
+// An exhausted input selects the first kind; the later ones need more input.
 const kinds = [
   () => pick(['desktop', 'display', 'selection', 'desktop\0', '', 'x'.repeat(65536)]),
   () => pick([0, 1, -1, 0.5, 1e3, 2 ** 31, 2 ** 53, 1e308, NaN, Infinity, 10n ** 30n]),
@@ -24,7 +24,7 @@ const value = () => pick(kinds)();
 function call() {
   const name = pick(Object.keys(kiv));
   const args = Array.from({ length: next(5) }, value);
-  // A name that no file has: nothing is ever installed.
+  // A path that does not exist, so that nothing is ever installed.
   if (name === 'upgrade') args[0] = `/nonexistent/${typeof args[0] === 'string' ? args[0] : ''}`;
   if (next(3)) Reflect.apply(kiv[name], next(2) ? kiv : value(), args);
   else Reflect.construct(kiv[name], args);

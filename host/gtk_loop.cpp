@@ -1,4 +1,4 @@
-// Weaves the default GLib main context into libuv's loop, as the real host does, so that GTK, GDBus
+// Runs the default GLib main context inside libuv's loop, as the real host does, so that GTK, GDBus
 // and GLib time-outs work in a plain Node process.
 
 #include <gtk/gtk.h>
@@ -28,27 +28,27 @@ struct ContextReleaser {
 };
 using OwnedContext = std::unique_ptr<GMainContext, ContextReleaser>;
 
-// The context stays owned for as long as it is woven in: only then does GLib signal the wake-up
-// descriptor for a source that another thread attaches. Empty when another thread owns it.
+// Must own the context while its sources run here: only then does GLib signal the wake-up
+// descriptor when another thread attaches a source. Null when another thread owns it.
 OwnedContext OwnDefaultContext() {
   GMainContext* context = g_main_context_default();
   return OwnedContext(g_main_context_acquire(context) ? context : nullptr);
 }
 
-// The descriptors that GLib wants polled, mirrored into one epoll descriptor. libuv accepts one
-// watcher per descriptor; this way it stays free for whoever else wants to watch it.
+// Watches GLib's descriptors through one epoll descriptor. libuv accepts one watcher per
+// descriptor, so this leaves GLib's descriptors free for other watchers.
 class DescriptorMirror {
  public:
   int get() const { return epoll_.get(); }
 
-  // False when one of the descriptors cannot be waited for because it is always ready.
+  // Returns false when a descriptor is always ready, so that epoll cannot wait for it.
   bool Update(const std::vector<GPollFD>& wanted) {
     std::vector<epoll_event> next;
     for (const GPollFD& entry : wanted) {
       auto known = Find(next, entry.fd);
       if (known == next.end()) {
-        // One shot, and armed anew every turn: an entry whose number was closed while a duplicate
-        // lives on can no longer be removed, but it fires once only.
+        // One-shot and rearmed in every iteration: if a descriptor is closed while a duplicate
+        // exists, its entry cannot be removed, but it fires only once.
         known = next.insert(known, {.events = EPOLLONESHOT, .data = {.fd = entry.fd}});
       }
       known->events |= entry.events;
@@ -62,7 +62,7 @@ class DescriptorMirror {
 
     bool can_wait = true;
     for (epoll_event& event : watched_) {
-      // The number may belong to another file than last turn, so epoll is asked, not our record.
+      // The number may refer to another file than before, so ask epoll instead of our record.
       if (epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, event.data.fd, &event) == 0) continue;
       if (epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, event.data.fd, &event) == 0) continue;
       if (errno == EPERM) can_wait = false;
@@ -87,17 +87,17 @@ class DescriptorMirror {
 
 class GlibInUv {
  public:
-  // Null on success, else what went wrong.
+  // Returns null, or the error.
   const char* Start() {
-    if (!context_) return "The default GLib main context belongs to another thread";
-    if (mirror_.get() < 0) return "No epoll descriptor";
+    if (!context_) return "Another thread owns the default GLib main context";
+    if (mirror_.get() < 0) return "Cannot create an epoll descriptor";
     uv_loop_t* const loop = Nan::GetCurrentEventLoop();
     prepare_ = MakeUvHandle(uv_prepare_init, loop, this);
     check_ = MakeUvHandle(uv_check_init, loop, this);
     timer_ = MakeUvHandle(uv_timer_init, loop, this);
     poll_ = MakeUvHandle(uv_poll_init, loop, this, mirror_.get());
-    if (!prepare_ || !check_ || !timer_ || !poll_) return "No libuv handle";
-    // None of them keeps the process alive.
+    if (!prepare_ || !check_ || !timer_ || !poll_) return "Cannot create a libuv handle";
+    // These handles do not keep the process alive.
     UvUnref(prepare_);
     UvUnref(check_);
     UvUnref(timer_);
@@ -137,9 +137,9 @@ class GlibInUv {
     }
   }
 
-  // A whole iteration rather than the second half of the one begun in BeforePoll(): callbacks run
-  // by libuv in between may have iterated the context themselves. Static, because a handler may
-  // stop the loop and with it destroy the object.
+  // Runs a whole iteration instead of finishing the one from BeforePoll(), because callbacks that
+  // libuv ran in between may have iterated the context. Static, because a handler may stop the loop
+  // and destroy the object.
   static void Dispatch(GMainContext* context) {
     Nan::HandleScope scope;
     g_main_context_iteration(context, FALSE);
@@ -151,11 +151,11 @@ class GlibInUv {
   UvPtr<uv_prepare_t> prepare_;
   UvPtr<uv_check_t> check_;
   UvPtr<uv_timer_t> timer_;
-  // Below mirror_, so that it is closed before the descriptor it watches.
+  // Declared after mirror_, so that it is closed before the descriptor that it watches.
   UvPtr<uv_poll_t> poll_;
 };
 
-// Trivially destructible on purpose: at exit() the runtime is gone before statics are destroyed.
+// Trivially destructible: at exit() the runtime is gone before statics are destroyed.
 GlibInUv* woven = nullptr;
 
 void Unweave() { std::unique_ptr<GlibInUv>(std::exchange(woven, nullptr)).reset(); }

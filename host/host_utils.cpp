@@ -1,5 +1,5 @@
-// The host's four utility functions. Loaded with RTLD_GLOBAL, they are found by name in the
-// process's global scope.
+// The host's four utility functions. They are found by name in the process's global scope, so this
+// add-on is loaded with RTLD_GLOBAL.
 
 #include <glib.h>
 #include <nan.h>
@@ -16,7 +16,7 @@ namespace {
 
 using kiv::GCharPtr;
 
-// The callers are C-linkage borrowers that expect no exception; what does not fit is left empty.
+// The callers use a C interface and expect no exception. On failure `out` stays empty.
 void Assign(std::string& out, const char* text, const char* suffix = "") noexcept {
   try {
     out.assign(text ? text : "").append(suffix);
@@ -25,7 +25,7 @@ void Assign(std::string& out, const char* text, const char* suffix = "") noexcep
   }
 }
 
-// The C functions below would silently cut such a name short.
+// The C functions below would truncate such a name.
 bool HasNul(const std::string& text) { return text.find('\0') != std::string::npos; }
 
 void Init(v8::Local<v8::Object>, v8::Local<v8::Value>, void*) {}
@@ -37,7 +37,7 @@ KIV_HOST_FUNCTION void KivoUtilsCreateGUID(std::string& out) {
   Assign(out, guid.get());
 }
 
-// The text left ends in "/": the caller appends a file name to it as it stands.
+// The result ends in "/", because the caller appends a file name to it.
 KIV_HOST_FUNCTION void KivoUtilsNormalizeAndCreatePath(std::string& path) {
   if (HasNul(path)) return;
   const GCharPtr folder(g_canonicalize_filename(path.c_str(), nullptr));

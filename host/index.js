@@ -1,16 +1,14 @@
 'use strict';
 
 const os = require('os');
-const path = require('path');
+const { find } = require('../src/addons');
 
-const folder = path.join(__dirname, '..', 'build', process.env.KIV_BUILD || 'Release');
-
-// Each add-on is loaded on first use: the utilities alone do not need GTK.
+// Each add-on is loaded on first use, because the utilities do not need GTK.
 let loop = null;
 let utilities = null;
 
 function startLoop() {
-  if (!loop) loop = require(path.join(folder, 'kiv_host_loop.node'));
+  if (!loop) loop = require(find('kiv_host_loop'));
   return loop.start();
 }
 
@@ -22,7 +20,7 @@ function loadUtilities() {
   if (utilities) return;
   const holder = { exports: {} };
   const { RTLD_NOW, RTLD_GLOBAL } = os.constants.dlopen;
-  process.dlopen(holder, path.join(folder, 'kiv_host_utils.node'), RTLD_NOW | RTLD_GLOBAL);
+  process.dlopen(holder, find('kiv_host_utils'), RTLD_NOW | RTLD_GLOBAL);
   utilities = holder;
 }
 

@@ -1,9 +1,6 @@
 'use strict';
 
-const path = require('path');
-
-const folder = path.join(__dirname, '..', 'build', process.env.KIV_BUILD || 'Release');
-const addon = require(path.join(folder, 'kiv_permission.node'));
+const addon = require(require('../src/addons').find('kiv_permission'));
 
 // While a question is up, the add-on gives its answer to all who ask.
 const ask = () => new Promise((resolve) => addon.ask(resolve));

@@ -1,7 +1,7 @@
 # shellcheck shell=bash
-# Builds with what scripts/setup.sh has found. Source it after that.
+# Builds with what scripts/setup.sh has found. Source it after that file.
 
-# What a configuration depends on; the moved tree counts, since it holds absolute paths.
+# What a configuration depends on, including the folder: it contains absolute paths.
 configuration_key() {
   printf '%s\n' "$PWD" "$NODE_PREFIX" "$(node -p process.version)" "${NODE_GYP[*]}" \
     "$(node -p 'require.resolve("nan")')"
@@ -13,14 +13,14 @@ configured() {
     [ "$(configuration_key)" = "$(cat build/.configured 2>/dev/null)" ]
 }
 
-# configure FORMAT...: all that is wanted of gyp in one go, since a later run would date the first.
+# configure FORMAT...: all formats in one run of gyp, because a later run makes the first outdated.
 configure() {
   logged configure "${NODE_GYP[@]}" configure "--nodedir=$NODE_PREFIX" -- -Dkiv_dev=1 \
     "${@/#/-f}" || die "configuring failed"
   configuration_key >build/.configured
 }
 
-# make_target NAME FOLDER TARGET [OPTION...]: says what is coming when it is more than a moment.
+# make_target NAME FOLDER TARGET [OPTION...]: announces builds that take more than a moment.
 make_target() {
   local name=$1 command=(make -C "$2/build" -j 2 "${@:4}" "$3") count
   count=$("${command[@]}" -n | grep -c ' CXX(target)') || true
@@ -43,10 +43,10 @@ build() {
   esac
 }
 
-# configure_in FOLDER PREFIX [OPTION...]: a copy of the sources, for another Node or compiler.
+# configure_in FOLDER PREFIX [OPTION...]: for a copy of the sources, another Node or compiler.
 configure_in() {
   local folder=$1 prefix=$2
-  ln -sfn "$PWD/node_modules" "$folder/node_modules"
+  [ -e "$folder/node_modules" ] || ln -sfn "$PWD/node_modules" "$folder/node_modules"
   [ "$folder/build/Makefile" -nt "$folder/binding.gyp" ] ||
     logged configure "${NODE_GYP[@]}" configure "--directory=$folder" "--nodedir=$prefix" -- \
       -Dkiv_dev=1 "${@:3}" || die "configuring in $folder failed"
@@ -60,25 +60,25 @@ build_for_runtime_locked() {
   make_target "Node-$1" "$folder" tests BUILDTYPE=Release
 }
 
-# Builds the sources at hand with another Node's headers, in a folder of their own.
+# Builds the current sources with another Node's headers, in a separate folder.
 build_for_runtime() {
   local prefix
   prefix=$(cached_node "$1")
   locked build_for_runtime_locked "$1" "$prefix"
 }
 
-# Sets FUZZ_ENGINE and FUZZ_SANITIZER, the libraries of the clang at hand.
+# Sets FUZZ_ENGINE and FUZZ_SANITIZER, the libraries of the installed clang.
 need_fuzz_engine() {
   local machine runtime
   machine=$(uname -m)
   need_packages clang:@clang
   runtime=$(clang -print-file-name="libclang_rt.fuzzer_no_main-$machine.a")
-  # Part of clang's own package, or of one beside it, from release to release.
+  # Depending on the release, part of clang's own package or of a separate one.
   [ -e "$runtime" ] || need_packages "libclang-rt-$(clang -dumpversion | cut -d. -f1)-dev"
   FUZZ_ENGINE=$(clang -print-file-name="libclang_rt.fuzzer_no_main-$machine.a")
   FUZZ_SANITIZER=$(clang -print-file-name="libclang_rt.asan-$machine.so")
   if [ ! -e "$FUZZ_ENGINE" ] || [ ! -e "$FUZZ_SANITIZER" ]; then
-    die "clang comes without its libFuzzer"
+    die "this clang has no libFuzzer"
   fi
 }
 
@@ -92,5 +92,5 @@ build_fuzz_locked() {
   make_target fuzz "$folder" kiv_fuzz BUILDTYPE=Release
 }
 
-# The fuzzer's add-on, by another compiler in a folder of its own.
+# Builds the fuzzer's add-on with clang, in a separate folder.
 build_fuzz() { locked build_fuzz_locked; }

@@ -1,30 +1,32 @@
 # shellcheck shell=bash
 # shellcheck disable=SC2034  # the lists are for the scripts that source this
-# Small idempotent steps that make a machine ready. Source it from the repository's root; every
-# function may be called again at once.
+# Small idempotent steps that set up a machine. Source it from the repository's root. Every function
+# may be called repeatedly.
 
-# Each entry is a package and, after a colon, how its presence shows: @command, +pkg-config
-# module, a /path, or nothing for dpkg's own answer.
+# Each entry is a package and, after a colon, how to detect it: @command, +pkg-config module, a
+# /path, or nothing to ask dpkg.
 PACKAGES_BUILD=(g++:@g++ make:@make python3:@python3 pkg-config:@pkg-config
   libgtk-3-dev:+gtk+-3.0 libxi-dev:+xi libxss-dev:+xscrnsaver libxinerama-dev:+xinerama)
 PACKAGES_DISPLAY=(xvfb:@Xvfb openbox:@openbox xdotool:@xdotool dbus:@dbus-daemon
   libglib2.0-bin:@gdbus x11-utils:@xdpyinfo)
-# What the tests want beside those. Desktops come and go with releases.
-PACKAGES_TEST=(xserver-xorg-core:@Xorg
-  xserver-xorg-video-dummy:/usr/lib/xorg/modules/drivers/dummy_drv.so
-  x11-xserver-utils:@xrandr metacity:@metacity gnome-shell:@gnome-shell xwayland:@Xwayland
-  kwin-wayland:/usr/bin/kwin_wayland sway:@sway grim:@grim pipewire:@pipewire
+# Xvfb has only one monitor.
+PACKAGES_MONITORS=(xserver-xorg-core:@Xorg
+  xserver-xorg-video-dummy:/usr/lib/xorg/modules/drivers/dummy_drv.so x11-xserver-utils:@xrandr)
+PACKAGES_DEMO=(libgtk-3-bin:@gtk-builder-tool)
+# What the tests need in addition. Not every release has all desktops.
+PACKAGES_TEST=("${PACKAGES_MONITORS[@]}" metacity:@metacity gnome-shell:@gnome-shell
+  xwayland:@Xwayland kwin-wayland:/usr/bin/kwin_wayland sway:@sway grim:@grim pipewire:@pipewire
   xdg-desktop-portal:/usr/libexec/xdg-desktop-portal
   xdg-desktop-portal-gnome:/usr/libexec/xdg-desktop-portal-gnome
   xdg-desktop-portal-gtk:/usr/libexec/xdg-desktop-portal-gtk
   xdg-desktop-portal-wlr:/usr/libexec/xdg-desktop-portal-wlr
   procps:@ps bubblewrap:@bwrap imagemagick:@identify)
-# Brings a display manager, which has no business on a developer's machine.
+# Installs a display manager, so not for a developer's machine.
 PACKAGES_CI=(light-locker:@light-locker)
 PACKAGES_LINT=(clang-format:@clang-format clang-tidy:@clang-tidy shellcheck:@shellcheck)
 PACKAGES_NPM=(npm:@npm)
-# Debian's own Node wants packages for its headers, node-gyp and, where there is no npm, nan.
-# Another Node brings the first two along.
+# Debian's own Node needs packages for its headers, node-gyp and, without npm, nan. Other Nodes
+# include the first two.
 PACKAGES_NODE=(nodejs:@node)
 if ! command -v node >/dev/null ||
   [ "$(node -p process.config.variables.node_shared)" = true ]; then
@@ -35,10 +37,10 @@ if ! command -v node >/dev/null ||
   fi
 fi
 
-# Every major the module is built for.
+# Every major version that the module is built for.
 RUNTIMES=(10.24.1 12.22.12 14.21.3 16.20.2 18.20.8 20.19.5 22.23.3 24.9.0)
 
-# Node for machines whose own has no test runner.
+# For machines whose own Node has no test runner.
 FALLBACK_NODE=20.19.5
 
 say() { printf '== %s\n' "$*" >&2; }
@@ -50,7 +52,7 @@ die() {
 
 minutes() { if [ "$1" -le 1 ]; then echo 'a minute'; else echo "$1 minutes"; fi; }
 
-# Two runs side by side take turns.
+# Lets concurrent runs wait for each other.
 locked() {
   mkdir -p build
   (
@@ -62,7 +64,7 @@ locked() {
   ) 9>build/.lock
 }
 
-# Shows a log's last line until its input ends: every second on a terminal, else twice a minute.
+# Shows a log's last line until stdin ends: every second on a terminal, else twice a minute.
 show_progress() {
   local start='' end='\n' pause=30 began=$SECONDS
   if [ -t 2 ]; then start='\r\e[K' end='' pause=1; fi
@@ -72,7 +74,7 @@ show_progress() {
   if [ -t 2 ]; then printf '\r\e[K'; fi
 } >&2
 
-# logged NAME COMMAND...: its output goes to a log, whose end is shown when the command fails.
+# logged NAME COMMAND...: writes its output to a log, and shows the log's end when it fails.
 logged() {
   local log=.cache/logs/$1.log progress status=0
   shift
@@ -87,7 +89,7 @@ logged() {
   wait "$!"
   if [ "$status" != 0 ]; then
     tail -n 20 "$log" >&2
-    say "all of it: $PWD/$log"
+    say "full log: $PWD/$log"
   fi
   return "$status"
 }
@@ -108,13 +110,13 @@ apt_get() {
   as_root env DEBIAN_FRONTEND=noninteractive apt-get -q -o DPkg::Lock::Timeout=600 "$@"
 }
 
-# Names what this release of the system was found not to have, so that it is looked for once.
+# The file that lists packages this release lacks, so that they are searched for only once.
 left_out_file() {
   # shellcheck source=/dev/null
   printf '.cache/left-out-%s\n' "$(. /etc/os-release && printf '%s-%s' "$ID" "${VERSION_ID:-}")"
 }
 
-# Sets `missing`, and `optional` to those that may be left out.
+# Sets `missing` and, for packages that may be left out, `optional`.
 find_missing() {
   local entry name may='' left_out
   left_out=$(left_out_file)
@@ -138,17 +140,17 @@ install_missing() {
   find_missing "$@"
   [ $((${#missing[@]} + ${#optional[@]})) -gt 0 ] || return 0
   command -v apt-get >/dev/null || die "please install: ${missing[*]} ${optional[*]}"
-  # Asks for a password while nothing else is on the terminal.
-  as_root true || die "neither root nor sudo; please install: ${missing[*]} ${optional[*]}"
-  # A stale list is good enough when the packages are still there.
-  if logged apt-update apt_get update; then updated=1; else say "going on with the old lists"; fi
+  # Ask for the password while nothing else writes to the terminal.
+  as_root true || die "root or sudo is needed; or install: ${missing[*]} ${optional[*]}"
+  # Old package lists are good enough while their packages are still available.
+  if logged apt-update apt_get update; then updated=1; else say "using the old package lists"; fi
   known=$(apt-cache show --no-all-versions "${optional[@]}" 2>/dev/null |
     sed -n 's/^Package: //p') || true
   for name in "${optional[@]}"; do
     if grep -qx -- "$name" <<<"$known"; then
       missing+=("$name")
     else
-      say "there is no package $name here; what needs it is left out"
+      say "this release has no package $name; skipping what needs it"
       if [ -n "$updated" ]; then printf '%s\n' "$name" >>"$(left_out_file)"; fi
     fi
   done
@@ -160,7 +162,7 @@ install_missing() {
     die "could not install ${missing[*]}"
 }
 
-# need_packages ENTRY... [--optional ENTRY...]: a release may lack the optional ones.
+# need_packages ENTRY... [--optional ENTRY...]: installs them. A release may lack optional ones.
 need_packages() {
   local missing optional
   find_missing "$@"
@@ -174,7 +176,7 @@ has_headers_of() {
     "$file")" = "$2" ]
 }
 
-# Puts Node (binary and headers) under .cache and prints the folder. Runs npm with the Node at hand.
+# Installs Node (binary and headers) below .cache with the current Node's npm. Prints the folder.
 cached_node() {
   local package folder
   need_packages "${PACKAGES_NPM[@]}"
@@ -182,11 +184,11 @@ cached_node() {
   folder=$PWD/.cache/node-$1
   [ -e "$folder/node_modules/$package/include/node/node.h" ] ||
     locked logged "node-$1" npm install --prefix "$folder" --no-save --ignore-scripts --no-audit \
-      --no-fund "$package@$1" || die "could not get Node $1 from npm"
+      --no-fund "$package@$1" || die "could not install Node $1 from npm"
   printf '%s\n' "$folder/node_modules/$package"
 }
 
-# Sets NODE_PREFIX (include/node lies beneath) and NODE_GYP (a command as an array).
+# Sets NODE_PREFIX (contains include/node) and NODE_GYP (a command as an array).
 need_node() {
   local version prefix folder
   need_packages "${PACKAGES_NODE[@]}"
@@ -206,14 +208,14 @@ need_node() {
     fi
   done
   [ -n "$NODE_PREFIX" ] || NODE_PREFIX=$(cached_node "$version")
-  # npm's own, or Debian's.
+  # npm's own node-gyp, or Debian's.
   folder=$(dirname "$(realpath "$(command -v npm || command -v node)")")
   NODE_GYP=(node "$(node -p '
     require.resolve("node-gyp/bin/node-gyp.js", { paths: process.argv.slice(1) })' \
     "$folder" /usr/share/nodejs)")
 }
 
-# What npm leaves out; scripts/lint clears it.
+# What npm omits. scripts/lint clears it.
 modules_omit=optional
 
 modules_current() {
@@ -241,7 +243,7 @@ need_modules() {
   modules_current || locked install_modules
 }
 
-# All that the demo needs of npm; Debian has it in a package, too.
+# The demo needs only this of the npm packages; Debian has a package for it, too.
 need_nan() {
   node -e 'require.resolve("nan")' 2>/dev/null || need_modules
 }

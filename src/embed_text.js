@@ -1,8 +1,7 @@
 'use strict';
 
-// embed_text.js HEADER FILE...: writes a C++ header with each text file as an array of its bytes,
-// named after its path.
-// Keep to the syntax of the oldest supported Node.
+// embed_text.js HEADER FILE...: writes a C++ header with the bytes of each text file as an array
+// that is named after the file's path. Keep to the syntax of the oldest supported Node.
 const fs = require('fs');
 
 const [header, ...files] = process.argv.slice(2);

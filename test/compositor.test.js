@@ -21,7 +21,7 @@ const saved = (bytes) => (call) => {
   fs.writeFileSync(call.body.at(-1), bytes);
   return DONE;
 };
-/** Stand-ins for both services, each there if it has an answer. */
+/** Stand-ins for both services; one without an answer does not exist. */
 const serve = async ({ gnome, kwin, ...more }) => {
   const Introspect = ({ path }) => ((path === '/Screenshot' ? kwin : gnome) ? DONE : NO);
   shared.peer.calls.length = 0;
@@ -33,7 +33,7 @@ const calls = (member) => {
   return those.map(({ path, body }) => [path, ...body].join());
 };
 
-test('GNOME Shell is asked before KWin, both are looked for once, and no file stays', () => {
+test('GNOME Shell is asked before KWin, both are probed once, and no file is left', () => {
   const work = async (app) => {
     await serve({ gnome: saved(png(64, 48)), kwin: DONE });
     assert.strictEqual(await width(app), 0);
@@ -48,12 +48,12 @@ test('GNOME Shell is asked before KWin, both are looked for once, and no file st
   return shared.withApp(work, { env: { DBUS_SESSION_BUS_ADDRESS: 'unix:path=/nonexistent' } });
 });
 
-test('what KWin says or wrote and is no picture: a line without its path, the file gone', () =>
+test('each error or bad picture of KWin logs one line without the path; its file is deleted', () =>
   shared.withApp(async (app) => {
     const path = shared.inside('tmp/picture');
     const put = (bytes) => () => fs.writeFileSync(path, bytes);
     const huge = png(64, 48).fill(0xff, 16, 24);
-    // What KWin does when asked, which may be an answer, and the reason in the log.
+    // What KWin does when called (what it returns is its reply), and the reason in the log.
     for (const [deed, reason] of [
       [put(png(640, 480).subarray(0, 300)), '.'],
       [put(huge), '4294967295 x 4294967295'],
@@ -71,7 +71,7 @@ test('what KWin says or wrote and is no picture: a line without its path, the fi
     }
   }));
 
-test('a selected area completes once in every case and lets go of the guard', () =>
+test('a selected area completes exactly once and releases the guard', () =>
   shared.withApp(async (app) => {
     await app.run(() => {
       internals.setupLogger((...line) => log.push(line.join(' ')));
@@ -81,7 +81,7 @@ test('a selected area completes once in every case and lets go of the guard', ()
     });
     const AREA = { signature: 'iiii', body: [5, 6, 70, 80] };
     const CANCELLED = 'org.gtk.GDBus.UnmappedGError.Quark._g_2dio_2derror_2dquark.Code19';
-    // SelectArea's answer, ScreenshotArea's answer; code and width; what else is logged.
+    // Replies to SelectArea and ScreenshotArea; code and width; what else is logged.
     for (const [SelectArea, ScreenshotArea, ended, reason] of [
       [AREA, NO, '102003 0', 'error DBUS Screenshot: .*not today\n'],
       [{ error: CANCELLED }, NO, '102005 0', ''],
@@ -96,7 +96,7 @@ test('a selected area completes once in every case and lets go of the guard', ()
     }
     assert.match(calls('ScreenshotArea').join(), /,5,6,70,80,true,.*\/brenik\.\w{10}$/);
     assert.deepStrictEqual(files(), []);
-    await serve({ gnome: NO, SelectArea: 'hang' }); // the process may end while one is open
+    await serve({ gnome: NO, SelectArea: 'hang' }); // the process may exit while one is open
     await app.run(() => global.select());
   }));
 
@@ -109,7 +109,7 @@ const map = ({ x }) => {
 const errors = async (app) => (await app.log()).filter((line) => line.startsWith('error'));
 const pixel = ({ data, width }, x, y) => data.readUIntBE((y * width + x) * 4, 3);
 const look = async (app) => PNG.sync.read(await app.run(() => kiv.getScreenSnap('desktop').data));
-/** Waits until a snapshot shows the window, to the pixel, and gives what was logged then. */
+/** Waits until a snapshot shows the window, to the pixel. Returns the errors logged then. */
 async function showsWindow(app, wanted, scale = 1) {
   let seen;
   await until(async () => {
@@ -135,7 +135,7 @@ const kwin = compositors.lackingKwin();
 for (const [name, starter, options, wanted, refusal, skip] of [
   ['GNOME Shell', compositors.startGnomeShell, {}, [1280, 720], null, GNOME_PORTAL],
   [
-    'its portal',
+    "GNOME Shell's portal",
     compositors.startGnomeShell,
     { portal: true },
     [1280, 720],
@@ -144,7 +144,7 @@ for (const [name, starter, options, wanted, refusal, skip] of [
   ],
   ['KWin', compositors.startKwin, {}, [1280, 720], null, kwin],
   [
-    'its ScreenShot2',
+    "KWin's ScreenShot2",
     compositors.startKwin,
     { interfaces: KWIN2 },
     [1280, 720],
@@ -163,7 +163,7 @@ for (const [name, starter, options, wanted, refusal, skip] of [
   const start = (session, launch) => starter(session, launch, options);
   describe(name, { skip }, () => {
     const real = useSession(start, compositors.startCompositor);
-    test('the picture is the screen, and no file stays', () =>
+    test('the picture shows the screen, and no file is left', () =>
       real.withApp(async (app) => {
         map(real);
         if (options.portal) {
@@ -187,21 +187,21 @@ for (const [name, starter, options, wanted, refusal, skip] of [
   });
 }
 
-describe('a screen of two pixels per point', { skip: kwin }, () => {
+describe('a screen with two pixels per point', { skip: kwin }, () => {
   const more = '--scale 2 --width 640 --height 360'.split(' ');
   const start = (...session) => compositors.startKwin(...session, { interfaces: KWIN2, more });
   const real = useSession(start, compositors.startCompositor);
-  test('the overlay shows its pixels under the pointer and cuts them out', () =>
+  test('the overlay shows the right pixels under the pointer and cuts them out', () =>
     real.withApp(async (app) => {
       const id = map(real);
       await showsWindow(app, [1280, 720], 2);
       await openSelection(real.x, app, null);
-      real.x.destroy(id); // lies above the overlay, which shows it all the same
+      real.x.destroy(id); // it covers the overlay, whose frozen picture still shows it
       const moved = async () => {
         act(real.x, [209, 109], [210, 110], 'sync');
         return pixel(await look(app), 420, 0) !== 0; // the cross
       };
-      await until(moved, 'the cross of the overlay');
+      await until(moved, "the overlay's cross");
       act(real.x, 'press', [260, 150], [310, 160], 'release');
       assert.deepStrictEqual(await outcome(real.x, app), [[0, 200, 100]]);
       const cut = PNG.sync.read(await app.run(() => global.results[0].data));

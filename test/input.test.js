@@ -12,31 +12,31 @@ const shared = useSession({ screens: ['640x480', '320x240'] });
 const WAYLAND = { env: { XDG_SESSION_TYPE: 'wayland' } };
 const input = (app) => app.run(() => kiv.getInputInfo());
 const click = (...buttons) => buttons.map((button) => shared.x.click(button));
-/** Keys and buttons that count for what is done. */
+/** The keys and buttons that are counted for a deed. */
 async function added(app, deed) {
   const before = await input(app);
   await deed(shared.x);
-  shared.x.key(); // says that everything before it has arrived
+  shared.x.key(); // when it arrives, everything before it has arrived
   await until(async () => (await input(app)).keyboardActivity > before.keyboardActivity, 'a key');
   const { keyboardActivity, mouseActivity } = await input(app);
   return [keyboardActivity - before.keyboardActivity - 1, mouseActivity - before.mouseActivity];
 }
 
-test('keys and buttons count once, on two screens, too, and bursts of the wheel once', () =>
+test('keys and buttons count once, even with two screens; a burst of the wheel counts once', () =>
   shared.withApp(async (app) => {
     for (const [what, deed, ...expected] of [
       ['motion', (x) => x.moveTo(200, 100), 0, 0],
       ['keys', (x) => act(x, 38, 38, 39), 3, 0],
       ['left, middle, right and right again', () => click(1, 2, 3, 3), 0, 4],
       ['a burst of the wheel', () => click(4, 5, 4, 5), 0, 1],
-      // A burst lasts as long as each click follows the last by less than a second.
+      // In a burst, each click follows the previous one within a second.
       ['600 ms later', () => wait(600).then(() => click(4)), 0, 0],
       ['1100 ms later', () => wait(1100).then(() => click(5)), 0, 1],
     ])
       assert.deepStrictEqual(await added(app, deed), expected, what);
   }));
 
-test('counters stand still from teardown to init; idle times are in seconds, unknown ones -1', () =>
+test('counters stop from teardown to init; idle times are in seconds, unknown ones are -1', () =>
   shared.withApp(async (app) => {
     assert.deepStrictEqual(await added(app, (x) => x.key()), [1, 0]);
     await app.run(() => kiv.teardown());
@@ -49,20 +49,20 @@ test('counters stand still from teardown to init; idle times are in seconds, unk
     const start = Date.now();
     shared.x.moveTo(50, 50);
     await until(async () => (await input(app)).last.input >= 1, 'an idle second');
-    assert.ok(Date.now() - start > 900, 'a second is as long as that');
+    assert.ok(Date.now() - start > 900, 'an idle second passed too early');
     shared.x.moveTo(60, 60);
     await shared.x.sync();
     assert.deepStrictEqual((await input(app)).last, { ...last, input: 0 });
   }));
 
-// What a round trip reads into Xlib's queue leaves the descriptor silent, and so does a look.
+// A round trip reads events into Xlib's queue; the descriptor then does not become readable.
 for (const question of ['getInputInfo', 'getScreenSnap'])
-  test(`keys that arrive during ${question} count without any further input`, () =>
+  test(`keys that arrive during ${question} count without further input`, () =>
     shared.withApp(async (app) => {
       await app.run((method) => {
         const turn = () => new Promise(setImmediate);
         global.counting = turn().then(async () => {
-          require('fs').readSync(0, Buffer.alloc(1), 0, 1, null); // blocks until there is a key
+          require('fs').readSync(0, Buffer.alloc(1), 0, 1, null); // until all keys are sent
           kiv[method]('desktop');
           for (let i = 0; i < 500; ++i) await turn();
           return kiv.getInputInfo().keyboardActivity;
@@ -74,7 +74,7 @@ for (const question of ['getInputInfo', 'getScreenSnap'])
       assert.strictEqual(await app.run(() => global.counting), 20000);
     }));
 
-test("on other sessions the idle time is Mutter's; a wrong answer is a log line and -1", () =>
+test("in other sessions the idle time is Mutter's; a wrong answer logs a line and gives -1", () =>
   shared.withApp(async (app) => {
     const mutter = await connect(shared.bus.address);
     for (const [answer, seconds, line] of [

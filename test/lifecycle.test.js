@@ -16,10 +16,10 @@ const ticks = (app) => app.run(() => new Promise((resolve) => kiv.setInterval(re
 
 for (const [way, leave, code] of [
   ['process.exit in a tick', () => kiv.setInterval(() => process.exit(4), 5), 4],
-  ['nothing left', () => setImmediate(() => internals.unrefHandles(process.disconnect())), 0],
-  ['GDK lost its X server', (pid) => process.kill(pid, 'SIGKILL'), 1],
+  ['an empty loop', () => setImmediate(() => internals.unrefHandles(process.disconnect())), 0],
+  ['the X server is killed', (pid) => process.kill(pid, 'SIGKILL'), 1],
 ]) {
-  test(`with everything alive the process ends in order: ${way}`, async () => {
+  test(`the process exits cleanly while everything is open: ${way}`, async () => {
     const session = own(await startSession());
     const app = own(await startApp(session, { leaks: false }));
     await app.run(() => {
@@ -28,7 +28,7 @@ for (const [way, leave, code] of [
       kiv.getScreenSnapAsync('selection', () => {});
     });
     app.run(leave, session.server.pid).catch(() => {});
-    await until(() => app.result, 'the end of the process');
+    await until(() => app.result, 'the process to exit');
     assert.deepStrictEqual([app.result, app.output()], [{ code, signal: null }, '']);
   });
 }
@@ -37,7 +37,7 @@ test('a worker cannot load the module', () =>
   shared.withApp(async (app) => {
     const said = await app.run(() => {
       const { Worker } = attempt(require, 'worker_threads');
-      if (!Worker) return 'nothing, since there are none: on the main thread only';
+      if (!Worker) return 'no workers: on the main thread only';
       const source = `require('${process.env.KIV_BUILD_FOLDER}/kiv_native')`;
       const worker = new Worker(source, { eval: true });
       return new Promise((end) => worker.on('error', end).on('exit', end)).then(String);
@@ -45,7 +45,7 @@ test('a worker cannot load the module', () =>
     assert.match(said, /on the main thread only$/);
   }));
 
-test('init and teardown leave no descriptor, give a child none and leave the bus', () =>
+test('init and teardown leak no descriptor, a child inherits none, the bus connection closes', () =>
   shared.withApp(async (app) => {
     const list = () => String(require('child_process').execSync('exec ls /proc/self/fd'));
     const inherited = await app.run(list);
@@ -55,13 +55,13 @@ test('init and teardown leave no descriptor, give a child none and leave the bus
     const before = await count();
     for (let i = 0; i < 10; ++i)
       await app.run(() => kiv.init() || kiv.init() || kiv.teardown() || kiv.teardown());
-    await until(async () => (await count()) <= before, 'descriptors are closed');
+    await until(async () => (await count()) <= before, 'descriptors to close');
     const DBUS = ['org.freedesktop.DBus', '/org/freedesktop/DBus', 'org.freedesktop.DBus'];
     const alone = async () => (await shared.peer.call(...DBUS, 'ListNames'))[0].length === 2;
-    await until(alone, 'no connection to the bus');
+    await until(alone, 'the bus connection to close');
   }));
 
-test("the exit of a natively forked child stops neither the host's input nor its timer", () =>
+test("the exit of a forked child does not stop the host's input or timer", () =>
   shared.withApp(
     async (app) => {
       assert.strictEqual(await app.run(() => faults.forkAndExit()), 0);
@@ -78,10 +78,10 @@ const lose = (pid, calls) => {
   if (calls) kiv.getScreenSnap('display');
 };
 for (const place of ['the loop', 'the next call']) {
-  test(`the loss of the agent's X server is noticed in ${place}; the rest goes on`, () =>
+  test(`the agent detects a lost X server in ${place}; everything else keeps working`, () =>
     shared.withApp(async (app) => {
       const { display, pid } = own(await startXvfb());
-      await init(app, { DISPLAY: display }); // GDK keeps its own
+      await init(app, { DISPLAY: display }); // GDK keeps the old one
       await app.run(lose, pid, place === 'the next call');
       await until(() => app.run(() => log.includes('error Session: X connection lost')), 'a loss');
       assert.strictEqual(await width(app), 1280);
@@ -89,11 +89,11 @@ for (const place of ['the loop', 'the next call']) {
       assert.strictEqual((await app.log()).join().match(/error /g).length, 1);
       await listen(app, shared.peer);
       await init(app, shared.env);
-      assert.ok(await app.run(() => kiv.getInputInfo().last.input >= 0), 'another server');
+      assert.ok(await app.run(() => kiv.getInputInfo().last.input >= 0), 'not connected');
     }));
 }
 
-test('without a display the bus may die, hang and come back; the next init uses it', async () => {
+test('without a display, the next init finds the bus again after it died or hung', async () => {
   const { address, stop } = own(await startBus());
   const work = async (app) => {
     await listen(app, await connect(address));
@@ -111,9 +111,9 @@ test('without a display the bus may die, hang and come back; the next init uses 
   await shared.withApp(work, { env });
 });
 
-// No display, since the end of its connection would free a descriptor.
+// No display, because closing its connection would free a descriptor.
 const FEW = { env: { DISPLAY: ':99999' }, under: ['prlimit', '--nofile=100'] };
-test('without a descriptor left teardown goes on, and the next init finds the bus', () =>
+test('without free descriptors teardown works, and the next init finds the bus', () =>
   shared.withApp(async (app) => {
     await app.run(() => {
       const taken = [];
@@ -127,7 +127,7 @@ test('without a descriptor left teardown goes on, and the next init finds the bu
 
 test('an interval ticks at its period until it is stopped, replaced or torn down', () =>
   shared.withApp(async (app) => {
-    // What is done, and whether `f` is called soon.
+    // The steps, and whether they call `f` soon.
     for (const [steps, wanted] of [
       ['kiv.setInterval(() => ++ticks === 3 && resolve(Date.now() - start > 297), 100);', true],
       ['kiv.setInterval(f, 5); kiv.setInterval(f, 0);', false],

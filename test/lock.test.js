@@ -16,7 +16,7 @@ const CHANGED = 'info Session: screen lock changed';
 const logged = (app, count) =>
   until(() => app.run((least) => log.length >= least, count), 'events').then(app.log);
 
-test('the signals of every desktop are events; those of another path or type are not', () =>
+test("every desktop's lock signals give events; other paths and types are ignored", () =>
   listening(async (app) => {
     const rows = [
       [GNOME, 'b', [true], 'screen_lock'],
@@ -33,7 +33,7 @@ test('the signals of every desktop are events; those of another path or type are
     assert.deepStrictEqual(await logged(app, wanted.length), wanted);
   }));
 
-test("the newest monitor's first emit function gets the events, until a monitor is collected", () =>
+test("the newest monitor's first emit function gets the events until a monitor is collected", () =>
   listening(async (app) => {
     await app.run(() => {
       process.on('uncaughtException', (thrown) => log.push(String(thrown)));
@@ -57,7 +57,7 @@ test("the newest monitor's first emit function gets the events, until a monitor 
     await listen(app, shared.peer);
   }));
 
-test('the announcements of a real locker are events', { skip }, () =>
+test("a real locker's signals give events", { skip }, () =>
   listening(async (app) => {
     const [path, name] = saver('freedesktop');
     for (const event of ['screen_lock', 'screen_unlock']) {

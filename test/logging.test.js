@@ -10,10 +10,10 @@ const ENDS = ['OnScreenSnapCompleted:0:End', 'GetScreenSnapAsync:desktop:End'];
 const STACK = 'Maximum call stack size exceeded';
 const shared = useSession();
 const inApp = (title, options, f) => test(title, () => shared.withApp(f, options));
-// Without GTK there are no pictures, which take their time.
+// Without GTK no pictures are taken, which is faster.
 const early = { setUp: false };
 
-const lost = 'lines go to stderr without a logger, too deep in one, in a script that is terminated';
+const lost = 'lines go to stderr without a logger, deep inside one and in a terminated script';
 test(lost, async () => {
   const app = await shared.app(early);
   const seen = await app.run(() => {
@@ -39,7 +39,7 @@ test(lost, async () => {
   await assert.rejects(app.end(), ({ message }) => message.endsWith(`null\n${lines}`));
 });
 
-const deeds = 'a logger may replace itself, log, collect, tear down, throw: the first is thrown';
+const deeds = 'a logger may replace itself, log, tear down or throw; its first exception is thrown';
 inApp(deeds, early, async (app) => {
   const seen = await app.run(() => {
     const seen = [];
@@ -54,7 +54,7 @@ inApp(deeds, early, async (app) => {
     kiv.init();
     for (const logger of [replace, fail, nest, end]) {
       kiv.setupLogger(logger);
-      // Several lines in one call.
+      // Each call logs several lines.
       seen.push(attempt(kiv.getScreenSnapAsync, 'desktop'));
     }
     return seen;
@@ -63,7 +63,7 @@ inApp(deeds, early, async (app) => {
   assert.deepStrictEqual(seen, [LINE, LINE, ...ENDS, null, ...thrown, STACK, null]);
 });
 
-const events = 'exceptions of events in a loop beneath an exported call are uncaught ones, at once';
+const events = "an event's exception in a loop inside an exported call is uncaught, not the call's";
 inApp(events, { faulty: true }, async (app) => {
   const announce = ['org.gnome.ScreenSaver', 'ActiveChanged', 'b', [true]];
   const timer = setInterval(() => shared.peer.emit('/org/gnome/ScreenSaver', ...announce), 10);
@@ -76,7 +76,7 @@ inApp(events, { faulty: true }, async (app) => {
     kiv.setupLogger((level) => {
       if (level !== 'warn') return;
       for (const end = Date.now() + 9999; seen.length < 2 && Date.now() < end; ) faults.iterate();
-      require('assert').fail('from the logger'); // its own exception stays the call's
+      require('assert').fail('from the logger'); // this exception belongs to the call
     });
     return [attempt(kiv.getScreenSnap, 'desktop'), ...seen.slice(0, 2)];
   });

@@ -1,6 +1,6 @@
 'use strict';
 
-// The work of scripts/mutants.
+// Implements scripts/mutants.
 
 const fs = require('fs');
 const os = require('os');
@@ -8,7 +8,7 @@ const path = require('path');
 const { ROOT, start, temporaryFolder } = require('./lib/processes');
 
 const COPIES = Number(process.env.KIV_MUTANT_COPIES || os.cpus().length);
-// Mistakes may leave something unused.
+// A mutant may leave something unused.
 const env = { ...process.env, CXXFLAGS: '-Wno-error -O0 -g0', KIV_PATIENCE: '40000' };
 for (const name of ['KIV_BUILD', 'KIV_NODE', 'KIV_SANITIZE']) delete env[name];
 const BUILD = 'make -C build tests BUILDTYPE=Release';
@@ -32,6 +32,9 @@ async function run(cwd, line) {
   return { failed: code !== 0, output: started.output() };
 }
 
+const testsIn = (copy) =>
+  fs.readdirSync(path.join(copy, 'test')).filter((name) => name.endsWith('.test.js'));
+
 async function judge(copy, { file, from, to, tests }) {
   const target = path.join(copy, 'src/cpp', file);
   const source = fs.readFileSync(target, 'utf8');
@@ -40,9 +43,8 @@ async function judge(copy, { file, from, to, tests }) {
   try {
     const built = await run(copy, BUILD);
     if (built.failed) return `DOES NOT BUILD ${/error: .*/.exec(built.output)}`;
-    const all = fs.readdirSync(path.join(copy, 'test')).filter((name) => name.endsWith('.test.js'));
     const hinted = tests.map((name) => `${name}.test.js`);
-    for (const name of new Set([...hinted, ...all])) {
+    for (const name of new Set([...hinted, ...testsIn(copy)])) {
       const { failed, output } = await run(copy, `node --test test/${name}`);
       if (failed) return `caught by ${name}: ${/(?<=^ *not ok \d+ - ).*/m.exec(output)}`;
     }
@@ -61,8 +63,8 @@ async function main() {
     const copy = temporaryFolder();
     await run(ROOT, `cp -r ${parts.join(' ')} ${copy}`);
     await run(copy, 'scripts/build');
-    const { failed, output } = await run(copy, 'node --test');
-    if (failed) throw new Error(`tests fail without any mistake:\n${output}`);
+    const { failed, output } = await run(copy, `node --test test/${testsIn(copy).join(' test/')}`);
+    if (failed) throw new Error(`tests fail without a mutant:\n${output}`);
     for (let mutant = mutants.shift(); mutant; mutant = mutants.shift()) {
       const verdict = await judge(copy, mutant);
       if (verdict.startsWith('caught')) caught += 1;

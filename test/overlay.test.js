@@ -9,13 +9,13 @@ const { useSession } = require('./lib/session');
 
 const LEFT = { x: 0, y: 0, width: 640, height: 480 };
 const RIGHT = { x: 640, y: 0, width: 800, height: 600 };
-// The whole has the size it had.
+// The whole desktop keeps its size.
 const EXCHANGED = [LEFT, RIGHT].map((area) => ({ ...area, x: area === LEFT ? 800 : 0 }));
 const PICTURE = Buffer.alloc(LEFT.width * LEFT.height * 4);
 for (let i = 0; i < PICTURE.length; i += 4)
   PICTURE.writeUInt32LE(Math.imul(i, 0x9e3779b1) >>> 8, i);
 
-/** Waits until the overlay shows a rectangle from one point to another, where the pointer is. */
+/** Waits until the overlay shows a rectangle between two points, the second at the pointer. */
 const shows = (seen, from, at) =>
   until(async () => {
     const shown = await seen.x.image(...Object.values(seen.area));
@@ -56,7 +56,7 @@ describe('without a window manager', () => {
           }
       }, options));
 
-  test('a resized overlay takes points up to its bound; its end leaves nothing', () =>
+  test('a resized overlay accepts points up to its edge and leaks nothing when it closes', () =>
     shared.withApp(async (app) => {
       const { x } = shared;
       await app.run(() => {
@@ -66,7 +66,7 @@ describe('without a window manager', () => {
       for (let i = 0; i < 12; ++i) {
         const id = await openSelection(x, app);
         for (const at of [108, 98]) {
-          // The picture's corner lies two pixels beyond the screen's.
+          // The picture's corner is two pixels outside the screen.
           x.place(id, -2, -2, 620 + at, 560);
           await hover(x, [at, 98]);
         }
@@ -78,11 +78,11 @@ describe('without a window manager', () => {
       assert.deepStrictEqual(counts[11], counts[3]);
       const { data } = PNG.sync.read(await app.run(() => global.shot));
       const [first, wanted] = [data.readUIntBE(0, 3), PICTURE.readUIntLE(0, 3)];
-      assert.strictEqual(first, wanted, 'no overlay in the completion');
+      assert.strictEqual(first, wanted, 'the overlay is still visible in the completion');
     }));
 
-  // What is not needed before a drag waits by the first picture.
-  test('a selection that the host destroys leaves nothing to a loop in its completion', () =>
+  // Destroyed while an idle source that prepares the first drag is pending.
+  test('after the host destroys a selection, a loop in its completion draws nothing', () =>
     shared.withApp(
       async (app) => {
         const code = await app.run(() => {
@@ -109,11 +109,11 @@ for (const wm of ['openbox', 'metacity'])
     const shared = useSession({ monitors: [LEFT, RIGHT], wm });
 
     for (const area of [LEFT, RIGHT])
-      test(`the overlay covers the active window's monitor, x=${area.x}, and ends with it`, () =>
+      test(`the overlay covers the active window's monitor, x=${area.x}, and fails with it`, () =>
         shared.withApp(async (app) => {
           const { x } = shared;
           const active = await x.activeWindow({ x: area.x + 40, y: 60 });
-          await until(async () => (await x.pixel(area.x + 100, 120)) === 0x336699, 'its colour');
+          await until(async () => (await x.pixel(area.x + 100, 120)) === 0x336699, 'a colour');
           const picture = Buffer.from(await x.image(...Object.values(area)));
           const id = await openSelection(x, app, [area.x + 201, 151]);
           assert.deepStrictEqual(await x.geometry(id), area);

@@ -65,6 +65,7 @@ async function serve(shoot, { Lookup = NO, versions = { Desk: 2 }, ...more } = {
   };
   const Get = ({ body, destination }) => {
     const version = body[0].includes('.impl.') ? versions[destination.split('.').pop()] : 2;
+    if (version === 0) return { error: 'org.freedesktop.DBus.Error.UnknownProperty' }; // KDE's
     const type = typeof version === 'number' ? 'u' : 's';
     return { signature: 'v', body: [new Variant(type, version)] };
   };
@@ -150,6 +151,7 @@ test('no question: a portal that asks is called with a stored yes only', () =>
       [{}, UNSET],
       [{ versions: { Desk: 'x' } }, UNSET],
       [{ versions: { Desk: 1 } }, ''],
+      [{ versions: { Desk: 0 } }, ''],
       [{ versions: { Desk: 2, Old: 1 }, conf: 'default=gone;old' }, ''],
       [
         { versions: { Desk: 1, Old: 2 }, conf: 'org.freedesktop.impl.portal.Screenshot=old' },

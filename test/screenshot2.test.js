@@ -11,7 +11,7 @@ const shared = useSession({ display: false, env: { XDG_SESSION_TYPE: 'wayland' }
 const skip = lacking('gjs');
 const take = () => kiv.getScreenSnap('desktop').data;
 
-/** Runs `work` with an application and a stand-in that gives these answers. */
+/** Runs `work` with an application and a stand-in for KWin that gives these answers. */
 const withAnswers = (answers, work) =>
   shared.withApp(async (app) => {
     const script = path.join(__dirname, 'lib/screenshot2.mjs');
@@ -24,14 +24,14 @@ const withAnswers = (answers, work) =>
     }
   });
 
-// Without the line of the older service, which is not there.
+// Without the line about the older service, which does not exist here.
 const news = async (app) => (await app.log()).filter((line) => !line.includes('“/Screenshot”'));
 
 const RAW = { type: 'raw', width: 2, height: 2, stride: 12, format: 4 };
 const ROWS = [1, 2, 3, 0, 4, 5, 6, 0, 99, 99, 99, 99, 7, 8, 9, 0, 10, 11, 12, 0, 99, 99, 99, 99];
 const but = (changes) => ({ ...RAW, ...changes });
 
-test('the picture holds the colours that KWin sends, of either order, without the padding', {
+test('the picture has the colours that KWin sends, in either byte order, without padding', {
   skip,
 }, () => {
   const answers = [4, 5, 6, 16, 17, 18].map((format) => ({
@@ -52,7 +52,7 @@ test('the picture holds the colours that KWin sends, of either order, without th
   });
 });
 
-test('what KWin sends and is no picture: a line, and nothing is left open', { skip }, () => {
+test('each invalid picture of KWin logs one line and leaks no descriptor', { skip }, () => {
   const CLAIMS = 'The picture claims';
   const table = [
     [{ description: but({ format: 7 }) }, 'The picture has an unknown format'],
@@ -82,7 +82,7 @@ test('what KWin sends and is no picture: a line, and nothing is left open', { sk
   );
 });
 
-test('a KWin without ScreenShot2 is asked once, a locked one not at all', { skip }, () => {
+test('a missing ScreenShot2 is asked once, and none while the screen is locked', { skip }, () => {
   const UNKNOWN = { error: 'org.freedesktop.DBus.Error.UnknownMethod' };
   return withAnswers([UNKNOWN], async (app, calls) => {
     const tell = async (locked) => {

@@ -13,7 +13,7 @@ const FAULTY = { faulty: true };
 const WAYLAND = { env: { XDG_SESSION_TYPE: 'wayland' } };
 
 const shared = useSession({ screens: ['640x480'], wm: 'openbox', bus: false });
-/** A drag and Escape, each in a selection of its own. */
+/** A drag, then Escape, each in its own selection. */
 async function works(app) {
   await openSelection(shared.x, app);
   act(shared.x, 'press', [400, 300], 'release');
@@ -23,19 +23,19 @@ async function works(app) {
   assert.deepStrictEqual(await outcome(shared.x, app), [[CANCELLED, 0, 0]]);
 }
 
-// What the person or somebody else does to the open overlay, and with what it ends.
+// What the user or another client does to the open overlay, and the resulting code.
 for (const [what, deed, code, at] of [
   ['a click', (x) => x.click(), COMPLETED],
   ['Escape while dragging', (x) => act(x, 'press', [400, 300], ESCAPE, 'release'), CANCELLED],
   ['closed by the window manager', (x, { id }) => x.closeWindow(id), FAILED],
-  ['destroyed by somebody', (x, { id }) => x.destroy(id), FAILED],
-  ['unmapped by somebody', (x, { id }) => x.unmap(id), FAILED],
+  ['destroyed by another client', (x, { id }) => x.destroy(id), FAILED],
+  ['unmapped by another client', (x, { id }) => x.unmap(id), FAILED],
   ['teardown', (_, { app }) => app.run(() => kiv.teardown()), FAILED],
-  ['the focus lost late', (_, { lose }) => wait(520).then(lose), FAILED],
-  // Early, so at once when it has the focus.
+  ['the focus lost after the grace period', (_, { lose }) => wait(520).then(lose), FAILED],
+  // Within the grace period, so right after it got the focus.
   ['Escape without the focus', (x, { lose }) => lose().then(() => x.key(ESCAPE)), CANCELLED, null],
 ])
-  test(`a selection ends once, leaves the guard free and lets the next in: ${what}`, () =>
+  test(`a selection completes once, releases the guard and allows the next: ${what}`, () =>
     shared.withApp(async (app) => {
       const { x } = shared;
       const other = await x.activeWindow({ x: 0, y: 0 });
@@ -44,36 +44,36 @@ for (const [what, deed, code, at] of [
         await until(async () => (await x.focused()) === other, 'the focus elsewhere');
       };
       const id = await openSelection(x, app, at);
-      const own = [id, ...(await x.children(id))]; // GDK may use a window of its own within
+      const own = [id, ...(await x.children(id))]; // GDK may use a child window
       await until(async () => own.includes(await x.focused()), 'the focus');
       await deed(x, { id, app, lose });
       assert.deepStrictEqual(await outcome(x, app), [[code, 0, 0]]);
       x.destroy(other);
       await works(app);
-      // GDK's remark about a window that somebody destroyed.
+      // GDK's warning about a window that another client destroyed.
       app.text[2] = app.text[2].replace(/\n?\(.*\): Gdk-WARNING .* unexpectedly destroyed\n/, '');
     }, FAULTY));
 
-// What the host has done before, and what it does in the completion.
+// What the host did before, and what it does in the completion.
 for (const [what, before, inside = () => {}] of [
-  // Without init Escape reaches the overlay by its window only.
+  // Without init, Escape reaches the overlay through its window only.
   ['its modal window is open', () => [kiv.teardown(), faults.openModalWindow()]],
   ['its menu is open', () => [kiv.teardown(), faults.openMenu()]],
   ['its popup is open', () => [kiv.teardown(), faults.openPopup()]],
-  ['it destroyed one', () => kiv.getScreenSnapAsync('selection', gc) || faults.destroyWindows()],
+  ['one was destroyed', () => kiv.getScreenSnapAsync('selection', gc) || faults.destroyWindows()],
   ['teardown and init inside', () => {}, () => [kiv.teardown(), kiv.init()]],
   ['a request inside', () => {}, (done) => kiv.getScreenSnapAsync('selection', done)],
   ['an exception inside', () => process.on('uncaughtException', Boolean).pid, () => log.no.no],
-  ['it ends it in a line', () => kiv.setupLogger((_, s) => /n error/.test(s) && kiv.teardown())],
+  ['its logger ends it', () => kiv.setupLogger((_, s) => /n error/.test(s) && kiv.teardown())],
 ])
-  test(`a selection gets its input and completes once, whatever the host does: ${what}`, () =>
+  test(`a selection gets its input and completes once: ${what}`, () =>
     shared.withApp(async (app) => {
       await app.run(before);
       await app.run(`() => { global.inside = ${inside} }`);
       await works(app);
     }, FAULTY));
 
-test('the line of an encoder without memory may end its selection and open another', () =>
+test("an out-of-memory encoder's log line may end its selection and open another", () =>
   shared.withApp(async (app) => {
     await app.run(() => {
       faults.failSave();
@@ -82,7 +82,7 @@ test('the line of an encoder without memory may end its selection and open anoth
     });
     await openSelection(shared.x, app);
     act(shared.x, 'press', [400, 300], 'release');
-    await until(() => app.run(() => global.results.length), 'the end of the first');
+    await until(() => app.run(() => global.results.length), 'the end of the first selection');
     await hover(shared.x, [320, 240]);
     act(shared.x, ESCAPE);
     assert.deepStrictEqual(
@@ -91,7 +91,7 @@ test('the line of an encoder without memory may end its selection and open anoth
     );
   }, FAULTY));
 
-test('a selection that cannot start, or that its error line ends, fails once each time', () =>
+test('a selection fails once if it cannot start or its error line ends it', () =>
   shared.withApp(async (app) => {
     const seen = await app.run(() => {
       const seen = [];

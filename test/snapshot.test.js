@@ -15,7 +15,7 @@ const IN_FILES = `ScreenFullPath,ThumbnailFullPath,screen_hash,${TEXTS}`;
 const snap = (app, ...args) => app.run((...given) => kiv.getScreenSnap(...given), ...args);
 const keysOf = (object) => String(Object.keys(object));
 const size = ({ width, height }) => `${width}x${height}`;
-// Screens; size and quality of their JPEG.
+// Screens; the size and quality of their JPEG.
 const LIMITS = [
   ['1920x1080', '1920x1080', 25],
   ['5120x1440', '1920x540', 50],
@@ -30,7 +30,7 @@ const FORMAT = ['-format', '%wx%h %Q', '-'];
 const identify = (input) => `${execFileSync('identify', FORMAT, { input })}`;
 const skip = lacking('identify');
 for (const [i, [screen, limited, quality]] of LIMITS.entries()) {
-  test(`the size limit makes ${limited} of ${screen}`, { skip }, async () => {
+  test(`the size limit turns ${screen} into ${limited}`, { skip }, async () => {
     const env = { DISPLAY: `${shared.env.DISPLAY}.${i}` };
     const seen = await shared.withApp((app) => snap(app, 'desktop', true), { env });
     const pictures = [seen.data, seen.dataThumbnail].filter(({ length }) => length > 0);
@@ -53,9 +53,9 @@ inApp('unknown types and failing conversions throw', {}, async (app) => {
   assert.deepStrictEqual(thrown, [one, one, symbol, either, either, symbol, symbol]);
 });
 
-inApp('through the host: two files, their names, the hash of the picture', {}, async (app) => {
+inApp("the host's functions save two files and return the picture's hash", {}, async (app) => {
   await app.run(() => host.loadUtilities());
-  // Pictures that take more than one piece of memory.
+  // Pictures that are too large for one chunk of memory.
   const id = shared.x.createWindow({ override: true });
   shared.x.map(id);
   shared.x.draw(id, 300, 200, crypto.randomBytes(240000));
@@ -80,28 +80,28 @@ const input = `#include <string>
   void HASH(std::string&, const void*, size_t) { if (WRITTEN) throw 1; }
   }`;
 for (const [what, written, hash] of [
-  ['one is missing', 1, 'Other'],
-  ['one throws', 1, 'KivoUtilsCreateSHA256Hash'],
+  ['a host function is missing', 1, 'Other'],
+  ['a host function throws', 1, 'KivoUtilsCreateSHA256Hash'],
   ['the picture cannot be written', 0, 'KivoUtilsCreateSHA256Hash'],
 ]) {
-  inApp(`when of the host's functions ${what}, the snapshot stays in memory`, {}, async (app) => {
+  inApp(`the snapshot stays in memory when ${what}`, {}, async (app) => {
     const file = shared.inside(`${what}.so`);
     const flags = [`-DWRITTEN=${written}`, `-DHASH=${hash}`, '-x', 'c++', '-', '-o', file];
     execFileSync('g++', ['-shared', '-fPIC', '-Wl,-z,nodelete', ...flags], { input });
-    // It is no module, but stays.
+    // Fails, because it is not a Node module, but the library stays loaded.
     await app.run((name) => attempt(process.dlopen, { exports: {} }, name, 0x102), file);
     assert.strictEqual(keysOf(await snap(app, 'desktop', true, '/')), IN_MEMORY);
   });
 }
 
-const completions = 'asynchronous ones call back once, in order, and throw what that throws';
+const completions = 'asynchronous snapshots call back once, in order, and throw what that throws';
 inApp(completions, {}, async (app) => {
   const seen = await app.run(() => {
     const seen = [];
     function done(result, ...more) {
       seen.push(more.length, this === global, String(Object.keys(result)));
       seen.push(result.data.readUInt32BE(20), result.errorCode);
-      // A request from within is accepted: these types hold no guard.
+      // Accepted, because these types do not take the guard.
       kiv.getScreenSnapAsync('display', () => seen.push('inner'));
       throw new Error('mine');
     }
@@ -117,7 +117,7 @@ describe('two monitors', { skip: lacking('Xorg', 'xrandr') }, () => {
   const monitors = [{ width: 800, height: 600 }, right];
   const env = { XDG_SESSION_TYPE: undefined };
   const on = useSession({ monitors, wm: 'openbox', env });
-  const title = "the display is the active window's monitor, or all, in a session without a type";
+  const title = "without a session type, the display is the active window's monitor or the desktop";
   const look = async (app) => {
     await on.x.deleteProperty(on.x.root, '_NET_ACTIVE_WINDOW');
     assert.strictEqual(size(await snap(app, 'display')), '1824x768');

@@ -19,7 +19,7 @@ const commandLine = fs.readFileSync('/proc/self/cmdline', 'utf8');
 const U = 'Undefined';
 const [TITLE, PID, ACTIVE] = ['_NET_WM_NAME', '_NET_WM_PID', '_NET_ACTIVE_WINDOW'];
 const LONG = 'x'.repeat(1 << 20);
-// What a window claims; title, process and warning of the snapshot. Null: whatever it is.
+// What a window claims; the snapshot's title, process and warning. Null: any process.
 const CLAIMS = [
   ['nothing at all', ['_WM_NAME', 'STRING', 8, 'x'], U, U],
   ['a title that is not UTF-8, with a NUL', [TITLE, 'STRING', 8, [65, 0xff, 66, 0, 67]], 'A�B', U],
@@ -30,12 +30,12 @@ const CLAIMS = [
   ['two pids', [PID, 'CARDINAL', 32, CARDINALS(0xffffffff, 1)], U, U, 'warn XGetWP2r1:32:2'],
 ];
 
-const title = 'titles and command lines, lies and dead windows included; properties; the frame';
+const title = 'titles, command lines and frames are right, also of lying and destroyed windows';
 const look = async (app) => {
   const { x } = shared;
   const id = await x.activeWindow();
   for (const [what, property, title, command, warning] of CLAIMS) {
-    // A window manager may fill in what is missing.
+    // A window manager may set missing properties.
     for (const name of [TITLE, PID]) await x.deleteProperty(id, name);
     await x.setProperty(id, ...property);
     const seen = await texts(app);
@@ -51,11 +51,11 @@ const look = async (app) => {
   const dead = x.createWindow();
   x.destroy(dead);
   await x.setProperty(x.root, ACTIVE, 'WINDOW', 32, CARDINALS(dead));
-  assert.deepStrictEqual(await texts(app), [U, U, []], 'of a window that died');
+  assert.deepStrictEqual(await texts(app), [U, U, []], 'a destroyed window');
   await x.setProperty(x.root, ACTIVE, 'STRING', 8, 'x');
-  assert.deepStrictEqual(await texts(app), [U, U, ['warn XGetWP1r4:8:1']], 'of no window');
+  assert.deepStrictEqual(await texts(app), [U, U, ['warn XGetWP1r4:8:1']], 'not a window');
   await x.deleteProperty(x.root, ACTIVE);
   assert.deepStrictEqual(await texts(app), [U, U, ['warn Get Active Task info: c-error']]);
 };
-// Without GTK, whose error handler is a patient one.
+// Without GTK, whose error handler ignores errors of other connections.
 test(title, () => shared.withApp(look, { setUp: false }));

@@ -18,7 +18,7 @@ function write(name, text = '') {
   return inside(name);
 }
 const words = (text) => text.split(' ').filter(Boolean);
-// A script that nobody ends finds nothing to install with.
+// If a script is not killed, it finds no tool to install with.
 for (const tool of words('ps sleep bash bwrap setpriv'))
   fs.symlinkSync(`/usr/bin/${tool}`, inside('idle', tool));
 
@@ -26,12 +26,12 @@ const BOX = [...words('bwrap --die-with-parent --ro-bind / / --dev /dev --bind')
 const { homedir } = os.userInfo();
 const inBox = ['--ro-bind', '/', '/', '--tmpfs', homedir, 'true'];
 const mayBox = () => spawnSync('bwrap', inBox).status === 0;
-const skip = lacking('bwrap') || (!mayBox() && 'bwrap makes no namespace or home here');
+const skip = lacking('bwrap') || (!mayBox() && 'bwrap cannot create a namespace or home here');
 const atHome = { env: { HOME: inside('home'), PATH: inside('idle') } };
 const inApp = (title, options, f) => test(title, options, () => shared.withApp(f, options));
 const upgrade = (app, ...args) =>
   app.run((...given) => [kiv.upgrade(...given), ...log.splice(0)], ...args);
-/** The started script's text; `look` sees its process before that is ended. */
+/** The started script's text. `look` inspects its process before it is killed. */
 async function scriptOf(app, args, look = () => {}) {
   const [result, line] = await upgrade(app, ...args);
   assert.strictEqual(result, 0, line);
@@ -44,7 +44,7 @@ async function scriptOf(app, args, look = () => {}) {
   return script;
 }
 
-inApp('paths for a shell, options and what is no file are refused', atHome, async (app) => {
+inApp('paths with shell syntax, options and non-packages are rejected', atHome, async (app) => {
   for (const name of ['a.tar', 'adeb', '-a.deb', 'a b.deb', 'a.deb']) write(name);
   execFileSync('mkfifo', [inside('fifo.deb')]);
   await app.run((to) => process.chdir(to), folder);
@@ -64,11 +64,11 @@ inApp('paths for a shell, options and what is no file are refused', atHome, asyn
   }
 });
 
-// An empty home in which only the project and its tools are.
+// An empty home with only the project and its tools.
 const only = [ROOT, BUILD, NODE].flatMap((name) => ['--ro-bind', name, name]);
 const under = [...BOX.slice(0, 7), '--tmpfs', homedir, ...only, ...BOX.slice(7)];
 const homeless = { skip, under, env: { HOME: undefined, PATH: inside('idle') } };
-inApp('the script gets its values once, the log a home without HOME', homeless, async (app) => {
+inApp('values are inserted once, the log needs no HOME', homeless, async (app) => {
   const log = `${homedir}/\\.Brenik/Brenik/Logs/brenik_\\d{8}_\\d{6}\\.log`;
   for (const name of ['.deb', 'UPPER.DEB', 'Grüße_日本1~1:2@3%4=5,6+7-8.Rpm']) {
     const script = (await scriptOf(app, [write(name)])).replace(inside(name), 'FILE');
@@ -80,22 +80,22 @@ inApp('the script gets its values once, the log a home without HOME', homeless, 
   assert.ok(nested.includes(`-i\\ brenik${second}\\ 2`), nested);
 });
 
-// Node marks what it inherits, but stops at the first gap.
+// Node marks inherited descriptors close-on-exec, but stops at the first gap.
 const crowded = { ...atHome, under: ['bash', '-c', 'exec "$@" 99</dev/null', '-'] };
 const alone = 'the script inherits no descriptor and no signal mask, and writes to /dev/null';
 inApp(alone, crowded, async (app) => {
   await scriptOf(app, [write('busy.deb')], async (pid, read) => {
     const names = () => fs.readdirSync(`/proc/${pid}/fd`);
-    await until(() => String(names()) === '0,1,2', 'a script with three descriptors');
+    await until(() => String(names()) === '0,1,2', 'exactly three descriptors');
     for (const name of names())
       assert.strictEqual(fs.readlinkSync(`/proc/${pid}/fd/${name}`), '/dev/null');
-    // Bash itself blocks signals now and then.
+    // Bash itself blocks signals at times.
     const blocked = () => parseInt(/^SigBlk:\t\w{8}(\w+)$/m.exec(read('status'))[1], 16);
-    await until(() => (blocked() & (1 << 14)) === 0, 'a script that SIGTERM reaches');
+    await until(() => (blocked() & (1 << 14)) === 0, 'SIGTERM to be unblocked');
   });
 });
 
-// Notes its name and arguments, and behaves as far as a script can tell.
+// Records its name and arguments, and imitates the tool as far as a script can tell.
 const RECORDER = `#!/bin/bash
 name=\${0##*/} all=$*
 [ $name = date ] || echo $name \${all%%/bin/bash*} >>/tmp/record
@@ -111,7 +111,7 @@ const RECORDED = 'date sleep sudo apt-get notify-send brenik';
 const DNF = 'dnf -y remove brenik, dnf -y install FILE';
 const ZYPPER = 'zypper remove -y brenik, zypper clean --all, zypper install -y -f FILE';
 const FAILED = 'notify-send brenik-updater: There was an error. For more information look at:"LOG"';
-// Package; tools that are there; those that fail; calls.
+// Package; existing tools; failing tools; calls.
 const BRANCHES = [
   'deb; pkexec gksu xterm; ; pkexec, dpkg -i FILE, brenik',
   'deb; gksu; ; gksu, dpkg -i FILE, brenik',
@@ -122,7 +122,7 @@ const BRANCHES = [
   `rpm; pkexec dnf; sudo; pkexec, ${DNF}, ${FAILED}, brenik`,
 ];
 
-/** Runs a script without the machine's tools; its /tmp and its logs are `own`. */
+/** Runs a script without the machine's tools. `own` is its /tmp and its log folder. */
 async function startBranch(scripts, row, i) {
   const [family, tools, FAILS, calls] = row.split('; ');
   const own = inside(`${i}`);
@@ -136,8 +136,8 @@ async function startBranch(scripts, row, i) {
   const options = { env: { PATH: '/usr/bin', FAILS }, stdio: ['ignore', 'pipe', 'pipe'] };
   const box = start(BOX[0], [...args, '/usr/bin/bash', '-c', scripts[family]], options);
   const record = () => fs.readFileSync(path.join(own, 'record'), { encoding: 'utf8', flag: 'a+' });
-  await box.ready(record, 'a script that waits');
-  assert.match(record(), /^(sleep 1\n)+$/, 'it does not wait for the application');
+  await box.ready(record, 'the script to wait');
+  assert.match(record(), /^(sleep 1\n)+$/, 'the script does not wait for the application');
   return async () => {
     await box.finished();
     const [log] = /\/\S+\.log/.exec(scripts[family]);
@@ -147,7 +147,7 @@ async function startBranch(scripts, row, i) {
   };
 }
 
-test('the script waits, installs, tells failures, starts the application', { skip }, async () => {
+test('the script waits, installs, reports failures, starts the application', { skip }, async () => {
   write('recorder', RECORDER);
   const start = async (app) => {
     const deb = await scriptOf(app, [write('a.deb'), true]);

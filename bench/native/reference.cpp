@@ -1,7 +1,7 @@
-// What the module is held against: bare library calls that do the same work and nothing else, and
-// the measures of a process. Written apart from the module on purpose.
+// The benchmarks' reference: bare library calls that do the same work and nothing else, and
+// measurements of a process. Shares no code with the module on purpose.
 
-// Xlib's macros break the headers of the engine that come after them.
+// Xlib's macros break the engine's headers, so include those first.
 // clang-format off
 #include <nan.h>
 // clang-format on
@@ -32,16 +32,16 @@ using Info = const Nan::FunctionCallbackInfo<v8::Value>&;
 double Number(Info info, int index) { return Nan::To<double>(info[index]).FromJust(); }
 bool Flag(Info info, int index) { return Nan::To<bool>(info[index]).FromJust(); }
 
-// Milliseconds of this thread's own time.
+// Processor milliseconds of this thread.
 double Now() {
   timespec now = {};
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
   return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
 }
 
-// --- A snapshot: the same calls with the same options.
+// --- Snapshot: the same calls with the same options.
 
-// They keep their room from one picture to the next.
+// Keep their capacity from one picture to the next.
 std::vector<char> image;
 std::vector<char> thumbnail;
 
@@ -57,12 +57,12 @@ void Save(GdkPixbuf* pixbuf, bool jpeg, const char* quality, std::vector<char>* 
                               jpeg ? "quality" : nullptr, quality, nullptr);
 }
 
-// Encodes the picture, fitted into 1920 x 1080, and releases it.
+// Encodes the picture, scaled down to fit 1920 x 1080, and releases it.
 void Encode(GdkPixbuf* picture, bool jpeg) {
   const bool reduced = gdk_pixbuf_get_width(picture) > 1920;
   if (reduced) {
     GdkPixbuf* fitted = gdk_pixbuf_scale_simple(picture, 1920, 1080, GDK_INTERP_BILINEAR);
-    // The module holds the captured picture until its encoding is done, too.
+    // The module also holds the captured picture until it is encoded.
     g_object_set_data_full(G_OBJECT(fitted), "source", picture, g_object_unref);
     picture = fitted;
   }
@@ -126,7 +126,7 @@ void Compositor(Info info) {
   Encode(picture, Flag(info, 0));
 }
 
-// refused(gnome): whether GNOME Shell's or KWin's older service refuses, which takes one call.
+// refused(gnome): whether GNOME Shell's or KWin's older service refuses, in one call.
 void Refused(Info info) {
   GDBusConnection* bus = SessionBus();
   GVariant* reply = Flag(info, 0)
@@ -137,7 +137,7 @@ void Refused(Info info) {
   g_object_unref(bus);
 }
 
-// screenshot2(jpeg): through KWin's pipe.
+// screenshot2(jpeg): the same through KWin's pipe.
 void ScreenShot2(Info info) {
   int ends[2] = {};
   if (pipe2(ends, O_CLOEXEC) != 0) return Nan::ThrowError("no pipe");
@@ -162,9 +162,10 @@ void ScreenShot2(Info info) {
   }
   close(ends[0]);
   GdkPixbuf* picture = gdk_pixbuf_new(GDK_COLORSPACE_RGB, FALSE, 8, width, height);
+  const ptrdiff_t row = gdk_pixbuf_get_rowstride(picture);
   for (int y = 0; y < height; ++y) {
     const unsigned char* from = bytes.get() + y * stride;
-    guchar* to = gdk_pixbuf_get_pixels(picture) + y * gdk_pixbuf_get_rowstride(picture);
+    guchar* to = gdk_pixbuf_get_pixels(picture) + y * row;
     for (int x = 0; x < width; ++x, from += 4, to += 3) {
       to[0] = from[2];
       to[1] = from[1];
@@ -265,10 +266,10 @@ void StopCounting(Info /*info*/) {
   XCloseDisplay(counter);
 }
 
-// counted(): presses of keys and buttons, ever.
+// counted(): all presses of keys and buttons so far.
 void Counted(Info info) { info.GetReturnValue().Set(counted); }
 
-// idle(): milliseconds, from GDK's connection.
+// idle(): milliseconds, through GDK's connection.
 void Idle(Info info) {
   XScreenSaverInfo state{};
   Display* display = GDK_DISPLAY_XDISPLAY(gdk_display_get_default());
@@ -276,7 +277,7 @@ void Idle(Info info) {
   info.GetReturnValue().Set(static_cast<double>(state.idle));
 }
 
-// --- A step of the selection's pointer, and what it draws: both in the module's own overlay.
+// --- One pointer step of the selection and its drawing, both in the module's own overlay.
 
 GdkWindow* overlay = nullptr;
 GtkWidget* overlay_widget = nullptr;
@@ -284,7 +285,7 @@ cairo_surface_t* pictures[3] = {};  // undimmed, dimmed, shown
 
 void Sync() { XSync(GDK_DISPLAY_XDISPLAY(gdk_display_get_default()), False); }
 
-// prepare(): finds the overlay, and puts pictures of its size onto the server.
+// prepare(): finds the overlay and uploads pictures of its size to the server.
 void Prepare(Info /*info*/) {
   GList* all = gtk_window_list_toplevels();
   for (GList* item = all; item; item = item->next) {
@@ -306,7 +307,7 @@ void Prepare(Info /*info*/) {
   g_object_unref(screen);
 }
 
-// draw(x, y): what a motion of the pointer there has to draw, until it is on the screen.
+// draw(x, y): draws what a pointer motion to (x, y) requires, and waits for the server.
 void Draw(Info info) {
   const double x = Number(info, 0);
   const double y = Number(info, 1);
@@ -342,7 +343,7 @@ void Send(GdkEventType type, double x, double y) {
   event->any.window = GDK_WINDOW(g_object_ref(overlay));
   gdk_event_set_device(event, gdk_device_manager_get_client_pointer(
                                   gdk_display_get_device_manager(gdk_display_get_default())));
-  // Both kinds begin alike.
+  // Button and motion events start with the same fields.
   event->motion.x = x;
   event->motion.y = y;
   if (type == GDK_BUTTON_PRESS) event->button.button = 1;
@@ -352,14 +353,14 @@ void Send(GdkEventType type, double x, double y) {
   Sync();
 }
 
-// press(x, y) and move(x, y): the overlay gets the pointer's event, until it is repainted.
+// press(x, y) and move(x, y): send the overlay a pointer event and wait for its repaint.
 void Press(Info info) { Send(GDK_BUTTON_PRESS, Number(info, 0), Number(info, 1)); }
 void Move(Info info) { Send(GDK_MOTION_NOTIFY, Number(info, 0), Number(info, 1)); }
 
 // --- The process.
 
-// Every GObject runs through GObject's own constructor and finalizer, which classes that are
-// initialised later inherit or chain up to. Builds of GLib that count by themselves are rare.
+// Every GObject passes through GObject's constructor and finalizer, which classes that are
+// initialised later inherit or chain up to. GLib builds that count instances are rare.
 struct Census {
   std::mutex mutex;
   std::map<GType, int> instances;
@@ -372,7 +373,7 @@ void Note(GType type, int change) {
   census->instances[type] += change;
 }
 
-// countObjects(): from now on. To be called before GTK is initialised.
+// countObjects(): starts counting. Call it before GTK is initialised.
 void CountObjects(Info /*info*/) {
   auto* root = static_cast<GObjectClass*>(g_type_class_ref(G_TYPE_OBJECT));
   census = new Census;
@@ -388,7 +389,7 @@ void CountObjects(Info /*info*/) {
   };
 }
 
-// objects(): the living instances of every type.
+// objects(): living instances per type.
 void Objects(Info info) {
   const auto result = Nan::New<v8::Object>();
   const std::lock_guard<std::mutex> lock(census->mutex);
@@ -399,20 +400,20 @@ void Objects(Info info) {
   info.GetReturnValue().Set(result);
 }
 
-// allocated(): bytes that malloc has given out.
+// allocated(): bytes that malloc has handed out.
 void Allocated(Info info) {
   const struct mallinfo2 all = mallinfo2();
   info.GetReturnValue().Set(static_cast<double>(all.uordblks) + static_cast<double>(all.hblkhd));
 }
 
-// processor(): milliseconds of this thread's own time.
+// processor(): processor milliseconds of this thread.
 void Processor(Info info) { info.GetReturnValue().Set(Now()); }
 
 uv_prepare_t turn_end;
 double turn_began = 0;
 double longest_turn = 0;
 
-// watchTurns(): those of the loop, from now on.
+// watchTurns(): starts measuring event loop iterations.
 void WatchTurns(Info /*info*/) {
   turn_began = Now();
   uv_prepare_init(Nan::GetCurrentEventLoop(), &turn_end);
@@ -424,7 +425,7 @@ void WatchTurns(Info /*info*/) {
   uv_unref(reinterpret_cast<uv_handle_t*>(&turn_end));
 }
 
-// longestTurn(): milliseconds of this thread in the longest one since last called.
+// longestTurn(): processor milliseconds of the longest iteration since the last call.
 void LongestTurn(Info info) { info.GetReturnValue().Set(std::exchange(longest_turn, 0)); }
 
 void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {

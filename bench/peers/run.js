@@ -1,7 +1,7 @@
 'use strict';
 
-// The module beside the packages that people use for the same pieces, on the same screen in the
-// same run, as the README's table. scripts/peers installs them first.
+// Compares the module with packages that people use for the same tasks, on the same screen in the
+// same run, and prints a table. scripts/peers installs them first.
 
 const os = require('os');
 const path = require('path');
@@ -12,7 +12,7 @@ const PACKAGES = path.join(__dirname, '../../.cache/peers/node_modules');
 const PRESSES = 50000;
 
 const load = (name) => require(path.join(PACKAGES, name));
-// Those that give raw pixels get sharp as their encoder.
+// Packages that return raw pixels are combined with sharp as the encoder.
 const raw = (data, width, height, channels = 4) =>
   load('sharp')(data, { raw: { width, height, channels } });
 async function shot() {
@@ -20,7 +20,7 @@ async function shot() {
   return raw(await image.toRaw(), image.width, image.height);
 }
 function robotjs() {
-  load('robotjs').setXDisplayName(process.env.DISPLAY); // else the first there is
+  load('robotjs').setXDisplayName(process.env.DISPLAY); // default: the first display
   const { image, width, height } = load('robotjs').screen.capture();
   return raw(image, width, height);
 }
@@ -57,7 +57,7 @@ const idle = { 'desktop-idle': () => load('desktop-idle').getIdleTime() };
 const jpegOfMine = () => kiv.getScreenSnap('desktop', true).data;
 const pngOfMine = () =>
   new Promise((resolve) => kiv.getScreenSnapAsync('desktop', (snap) => resolve(snap.data)));
-/** [piece, screen, rounds, the module's call, the peers' calls]; bytes where there are any. */
+/** [piece, screen, rounds, the module's call, the peers' calls]; calls may return bytes. */
 const PIECES = [
   ['JPEG, 1920 × 1080', FULL, 15, jpegOfMine, pictures('jpeg', { quality: 25 })],
   ['PNG, 1920 × 1080', FULL, 5, pngOfMine, pictures('png')],
@@ -67,11 +67,11 @@ const PIECES = [
   ['idle time', FULL, 100, () => kiv.getInputInfo(), idle],
 ];
 
-/** In a process with the module and one peer. */
+/** Runs in a process with the module and one peer. */
 async function both(piece, peer) {
   const [, , rounds, mine, peers] = PIECES[piece];
   const subjects = { mine, theirs: peers[peer] };
-  // Until a tool's process is gone, for the server as well.
+  // The pause lets a tool's process exit, and the server notice it.
   const times = await interleaved(subjects, rounds, { pause: 50 });
   const results = [];
   for (const [name, call] of Object.entries(subjects)) {
@@ -83,7 +83,7 @@ async function both(piece, peer) {
 }
 
 let keys = 0;
-/** Has the peer, or without one the module, count keys from now on. */
+/** Makes the peer, or without one the module, count keys from now on. */
 function countKeys(peer) {
   if (!peer) return;
   const { uIOhook } = load(peer);
@@ -91,7 +91,7 @@ function countKeys(peer) {
   uIOhook.on('keydown', () => ++keys);
   uIOhook.start();
 }
-/** The count, once it stays, and the microseconds of processor so far. */
+/** The count, once it is stable, and the processor microseconds used so far. */
 async function counted() {
   const count = () => keys + kiv.getInputInfo().keyboardActivity;
   let last;
@@ -103,7 +103,7 @@ async function counted() {
   return [last, user + system];
 }
 
-/** Calls `f` with an application on a desktop; undefined when it failed: others may end it. */
+/** Calls `f` with an application on a desktop. Undefined on failure, since peers may crash. */
 async function inDesktop(size, f) {
   const inApp = async (app, { x }) => {
     await x.activeWindow({ title: 'A window', pid: process.pid });
@@ -115,7 +115,7 @@ async function inDesktop(size, f) {
   return inSession(size, inApp, { wm: 'openbox', tidy: false }).catch(console.error);
 }
 
-// Somebody else's key presses: how many arrive, and the process's time for each.
+// Key presses of another program: how many arrive, and the processor time of each.
 const burst = (peer) =>
   inDesktop(FULL, async (app, x) => {
     await app.run((name) => peers.countKeys(name), peer);
@@ -124,8 +124,8 @@ const burst = (peer) =>
       await x.sync();
       return app.run(() => peers.counted());
     };
-    // A hook takes its time to be there.
-    await until(async () => (await press(1))[0] > 0, 'a key that arrives');
+    // A hook takes a while to start.
+    await until(async () => (await press(1))[0] > 0, 'a key press');
     const [known, before] = await press(0);
     const [count, after] = await press(PRESSES);
     const ms = (after - before) / PRESSES / 1000;

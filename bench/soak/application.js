@@ -1,6 +1,6 @@
 'use strict';
 
-// The application of the soak.
+// The application of bench/soak.js.
 
 const fs = require('fs');
 const { until } = require('../../test/lib/processes');
@@ -10,7 +10,7 @@ host.loadUtilities();
 host.startLoop();
 kiv.setupLogger(() => {});
 
-// The only one, and exported to be kept: when any monitor is collected, events stop.
+// Keep the only monitor alive by exporting it: events stop when any monitor is collected.
 const monitor = new kiv.ScreenLockMonitor();
 let heard = 0;
 let locked = false;
@@ -56,13 +56,13 @@ module.exports = {
     );
   },
 
-  /** Closed connections and windows go in their own time. */
+  /** Waits until closed connections and windows are released. */
   async sample() {
-    // GDK has a record of the window that is active, or was when a snapshot was taken.
+    // GDK keeps a record of the window that is, or was at a snapshot, active.
     kiv.getScreenSnap('display', true);
     let before = '';
     return until(async () => {
-      // Collected buffers give their memory back in a turn.
+      // The memory of collected buffers is freed in a later event loop iteration.
       for (let round = 0; round < 3; ++round) {
         gc();
         await new Promise(setImmediate);
@@ -78,6 +78,6 @@ module.exports = {
           ...counts,
         }
       );
-    }, 'a state that stays');
+    }, 'a stable state');
   },
 };

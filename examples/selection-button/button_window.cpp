@@ -1,5 +1,5 @@
 // A GTK window with a button, a text and a picture, for JavaScript: open(label, clicked, closed)
-// and show(text, png, enabled). One window; after it was closed nothing is shown any more.
+// and show(text, png, enabled). Only one window; after it is closed, show() does nothing.
 
 #include <gtk/gtk.h>
 #include <nan.h>
@@ -15,7 +15,7 @@ struct Unref {
   void operator()(gpointer object) const { g_object_unref(object); }
 };
 
-// GTK calls from the loop, where no context of the runtime's is entered.
+// GTK calls back from the loop, where no JavaScript context is entered.
 struct Window {
   Nan::Persistent<v8::Context> context;
   Nan::Callback clicked;
@@ -43,7 +43,7 @@ void OnDestroy(GtkWidget* /*window*/, gpointer /*data*/) {
   Call(open_window->closed);
 }
 
-// Nothing may call into JavaScript any more.
+// JavaScript must not be called after this.
 void OnRuntimeEnd(void* /*unused*/) {
   if (open_window->window) {
     g_signal_handlers_disconnect_by_func(open_window->window, gpointer(OnDestroy), nullptr);
@@ -54,7 +54,7 @@ void OnRuntimeEnd(void* /*unused*/) {
   open_window = nullptr;
 }
 
-// Scaled down to fit; null when the bytes are no picture.
+// Returns the picture scaled down to fit, or null when the bytes are not a picture.
 std::unique_ptr<GdkPixbuf, Unref> Decode(const char* bytes, size_t length) {
   const std::unique_ptr<GdkPixbufLoader, Unref> loader(gdk_pixbuf_loader_new());
   const bool written = gdk_pixbuf_loader_write(loader.get(), reinterpret_cast<const guchar*>(bytes),
@@ -71,8 +71,8 @@ std::unique_ptr<GdkPixbuf, Unref> Decode(const char* bytes, size_t length) {
 }
 
 NAN_METHOD(Open) {
-  if (open_window) return Nan::ThrowError("There is a window already");
-  if (!info[1]->IsFunction() || !info[2]->IsFunction()) return Nan::ThrowTypeError("Two functions");
+  if (open_window) return Nan::ThrowError("A window is already open");
+  if (!info[1]->IsFunction() || !info[2]->IsFunction()) return Nan::ThrowTypeError("No function");
   open_window = new Window();
   open_window->context.Reset(Nan::GetCurrentContext());
   open_window->clicked.Reset(info[1].As<v8::Function>());

@@ -1,6 +1,6 @@
 'use strict';
 
-// A small window with a button: it starts a selection, and the rectangle is shown and saved.
+// Shows a button that starts a selection, then displays and saves the selected part.
 //   node examples/selection-button [FOLDER]
 
 const fs = require('fs');
@@ -16,7 +16,7 @@ const folder = process.argv[2] || '.';
 
 const CANCELLED = 102005;
 
-// The button is off while a selection is open: the module would ignore another request.
+// The button is disabled while a selection is open, because the module ignores further requests.
 function tell(text, picture) {
   console.log(text);
   window.show(text, picture, true);
@@ -25,7 +25,7 @@ function tell(text, picture) {
 function finish({ errorCode, width, height, data }) {
   selection.open = false;
   if (errorCode === CANCELLED) return tell('Cancelled');
-  if (errorCode !== 0) return tell('No selection was possible, or it was interrupted');
+  if (errorCode !== 0) return tell('The selection failed or was interrupted');
   if (width === 0) return tell('Nothing was selected');
   const file = path.join(folder, `rectangle-${Date.now()}.png`);
   try {
@@ -37,7 +37,7 @@ function finish({ errorCode, width, height, data }) {
 }
 
 function start() {
-  window.show('Drag out a rectangle, or press Escape', null, false);
+  window.show('Select a rectangle, or press Escape', null, false);
   selection.open = true;
   kiv.getScreenSnapAsync('selection', finish);
 }
@@ -50,5 +50,5 @@ kiv.setupLogger((level, text) => {
   if (level === 'warn' || level === 'error') console.error(`${level}: ${text}`);
 });
 kiv.init();
-// Nothing keeps Node alive after the teardown. A selection that is open ends with it, as failed.
+// Node exits after the teardown, which fails an open selection.
 window.open('Select a rectangle', start, () => kiv.teardown());

@@ -1,10 +1,10 @@
-// One add-on that is the module, libFuzzer and the native targets.
+// One add-on with the module, libFuzzer and the native targets.
 
 #include <X11/Xatom.h>
 #include <fuzzer/FuzzedDataProvider.h>
 #include <gtk/gtk.h>
 #include <nan.h>
-// The module is registered by this add-on's own registration.
+// This add-on registers the module itself.
 #undef NODE_MODULE
 #define NODE_MODULE(name, setup)
 #include <fstream>
@@ -43,7 +43,7 @@ void Properties(const kiv::CallInfo& info) {
        {atoms.atom_net_active_window, atoms.atom_net_wm_pid, atoms.atom_net_wm_name}) {
     const int format = bytes.PickValueInArray({8, 16, 32});
     const std::string value = bytes.ConsumeRandomLengthString();
-    // As Xlib wants 32-bit items, and enough for the others.
+    // Xlib takes 32-bit items as longs; the other formats read fewer bytes of them.
     const std::vector<long> items(value.begin(), value.end());
     set(name, format, items.data(), items.size());
   }
@@ -58,13 +58,13 @@ int OnInput(const uint8_t* data, size_t size) {
   v8::Local<v8::Value> input =
       Nan::CopyBuffer(reinterpret_cast<const char*>(data), size).ToLocalChecked();
   Nan::Call(target, Nan::GetCurrentContext()->Global(), 1, &input).IsEmpty();
-  // The main script never returns, so these are the only loops.
+  // The main script never returns, so its loops do not run by themselves.
   for (int i = 0; i < 50 && g_main_context_iteration(nullptr, FALSE); ++i) continue;
   uv_run(uv_default_loop(), UV_RUN_NOWAIT);
   return 0;
 }
 
-// run(target, arguments): hands the process over to libFuzzer, which ends it.
+// run(target, arguments): starts libFuzzer, which exits the process.
 void Run(const kiv::CallInfo& info) {
   target = info[0].As<v8::Function>();
   char** argv = g_strsplit(*Nan::Utf8String(info[1]), " ", 0);

@@ -21,8 +21,8 @@ NODE_MODULE(kiv_native, Setup)
 
 namespace {
 
-// Never destroyed: exit() in a child that somebody forked would close the polls that it shares with
-// this process, and Xlib would wait for a server that hangs.
+// Never destroyed: exit() in a forked child would close the polls that the child shares with this
+// process, and Xlib would wait for a server that hangs.
 DesktopSessionAgent& desktop_session_agent = *new DesktopSessionAgent;
 
 void ReleaseRuntime() {
@@ -72,7 +72,7 @@ void SetInterval(const CallInfo& info) {
   auto callback = FunctionArgument(info, 0);
   const auto interval = IntegerArgument(info, 1);
   if (!interval) return;
-  // The low 32 bits count.
+  // Only the low 32 bits count.
   const auto milliseconds = static_cast<int32_t>(static_cast<uint32_t>(*interval));
   desktop_session_agent.SetInterval(std::move(callback), milliseconds);
 }
@@ -112,7 +112,7 @@ void ExportScreenLockMonitor(v8::Local<v8::Object> exports) {
 }
 
 void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
-  // Handles live on the default loop, and a worker's thread is not its thread.
+  // Our libuv handles belong to the default loop, which a worker's thread does not run.
   if (Nan::GetCurrentEventLoop() != uv_default_loop()) {
     return Nan::ThrowError("kiv_native works on the main thread only");
   }
@@ -138,8 +138,8 @@ DesktopSessionAgent& Agent() { return desktop_session_agent; }
 
 }  // namespace kiv
 
-// A library that is loaded already runs no load-time initialisers when another thread or context
-// loads it, a worker for example; the runtime then looks for a function of this name.
+// The load-time initialiser runs only once per process. When another thread or context loads the
+// library again, for example a worker, the runtime calls this function instead.
 extern "C" NODE_MODULE_EXPORT void NODE_MODULE_INITIALIZER(v8::Local<v8::Object> exports,
                                                            v8::Local<v8::Value> module,
                                                            v8::Local<v8::Context> /*context*/) {

@@ -5,7 +5,7 @@
 
 namespace kiv {
 
-// The one agent of the process, alive from load to unload.
+// Returns the process's only agent, which is never destroyed.
 DesktopSessionAgent& Agent();
 
 }  // namespace kiv

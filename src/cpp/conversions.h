@@ -12,17 +12,17 @@ namespace kiv {
 
 using CallInfo = Nan::FunctionCallbackInfo<v8::Value>;
 
-// Arguments by position under the runtime's own conversions; a missing one reads as undefined. An
-// empty result means that the conversion threw: the exception is pending, return at once.
+// Convert the argument at `index` by JavaScript's rules; a missing one is undefined. When the
+// result is empty, the conversion threw and its exception is pending: return at once.
 std::optional<std::string> StringArgument(const CallInfo& info, int index);
 std::optional<int64_t> IntegerArgument(const CallInfo& info, int index);
 bool BooleanArgument(const CallInfo& info, int index);
 
-// A callback that owns the argument or `value`; empty when that is not a function.
+// Return a callback that owns the function, or null when the value is not a function.
 std::unique_ptr<Nan::Callback> FunctionArgument(const CallInfo& info, int index);
 std::unique_ptr<Nan::Callback> MakeCallback(v8::Local<v8::Value> value);
 
-// Bytes taken as UTF-8; invalid sequences become replacement characters, NULs are kept.
+// Decodes `bytes` as UTF-8. Replaces invalid sequences, keeps NULs.
 v8::Local<v8::String> ToJsString(const std::string& bytes);
 
 void SetKey(v8::Local<v8::Object> object, const char* key, v8::Local<v8::Value> value);

@@ -5,9 +5,9 @@ namespace kiv {
 
 class EntryScope;
 
-// First object of every handler that an event loop calls and that may enter JavaScript. A loop may
-// run beneath an exported function, in a modal dialog of the host's: what a callback of the event
-// throws is an uncaught exception at once, not one of that function's.
+// First object of every event handler that may enter JavaScript. The event loop may run inside an
+// exported function (a modal dialog of the host). An exception of the handler's callback is then an
+// uncaught exception at once and does not propagate through that function.
 class EventScope {
  public:
   EventScope();

@@ -6,7 +6,7 @@
 
 namespace kiv {
 
-// Four functions that the host process may export. Both sides share one std::string layout.
+// Four functions that the host process may export. Both sides must use one std::string layout.
 struct HostUtils {
   bool looked_up = false;
   void (*create_guid)(std::string& out) = nullptr;
@@ -14,7 +14,7 @@ struct HostUtils {
   void (*normalize_and_create_path)(std::string& path) = nullptr;
   bool (*write_file)(const std::string& name, const void* data, uint64_t size) = nullptr;
 
-  // Looks the names up in the global scope, once per process; true when all four are there.
+  // Looks the four functions up in the global scope, once per process. Returns true when all exist.
   bool Available();
 };
 

@@ -11,7 +11,7 @@ namespace {
 
 constexpr char kAsyncResourceName[] = "nan:Callback:Call";
 
-// While the engine ends a script, no more of it may run.
+// No JavaScript may be called while V8 terminates a script.
 bool IsTerminating() { return v8::Isolate::GetCurrent()->IsExecutionTerminating(); }
 
 }  // namespace
@@ -39,7 +39,7 @@ void JsScope::Call(v8::Local<v8::Function> function, v8::Local<v8::Object> recei
                    v8::Local<v8::Value>* argv) {
   if (!usable_ || IsTerminating()) return;
   Nan::TryCatch raised;
-  // With no exported function beneath, the runtime is told at once, as for any event's callback.
+  // With no exported function on the stack, report it at once, as for any event's callback.
   raised.SetVerbose(!EntryScope::Current());
   {
     Nan::AsyncResource resource(kAsyncResourceName);
@@ -58,7 +58,7 @@ v8::Local<v8::Value> JsScope::Get(v8::Local<v8::Object> object, const char* key)
 
 void JsScope::Propagate(Nan::TryCatch* raised) {
   EntryScope* const entry = EntryScope::Current();
-  // A termination stays pending by itself as long as there is a script beneath.
+  // A termination stays pending by itself while a script is on the stack.
   if (entry && raised->HasCaught() && raised->CanContinue()) entry->Hold(raised->Exception());
 }
 
@@ -68,7 +68,7 @@ EntryScope::EntryScope() : outer_(current_) { current_ = this; }
 
 EntryScope::~EntryScope() {
   current_ = outer_;
-  // Thrown like an exception, a termination could be caught by the script that it is to end.
+  // If it were thrown like an exception, the terminated script could catch it.
   if (IsTerminating()) return;
   if (!held_.IsEmpty()) Nan::ThrowError(Nan::New(held_));
   if (pending_.HasCaught()) pending_.ReThrow();

@@ -7,10 +7,10 @@
 
 namespace kiv {
 
-// The one door into JavaScript, and what becomes of the exceptions raised behind it.
+// The only way into JavaScript, and the handling of exceptions that callbacks throw.
 
-// Handles and a context for a call that may start outside of JavaScript. Nothing may be made or
-// called when it is not usable(): the runtime is going away, or it is ending the script beneath.
+// Opens a handle scope and a context for a call that may start outside of JavaScript. While it is
+// not usable(), because the runtime ends or terminates a script, create and call nothing.
 class JsScope {
  public:
   JsScope();
@@ -20,18 +20,18 @@ class JsScope {
 
   bool usable() const { return usable_; }
 
-  // Calls with the global object as receiver, or with `receiver`. The callback may be replaced or
-  // deleted by the call itself. An exception reaches the host exactly once: inside an exported
-  // function when that function returns, otherwise as an uncaught exception at once. After the call
-  // anything may have happened, teardown included.
+  // Calls with the global object, or `receiver`, as receiver. The call may replace or delete the
+  // callback. An exception reaches the host exactly once: inside an exported function when that
+  // function returns, otherwise as an uncaught exception at once. The call may have changed
+  // anything; even teardown may have run.
   void Call(const Nan::Callback& callback, int argc, v8::Local<v8::Value>* argv);
   void Call(v8::Local<v8::Function> function, v8::Local<v8::Object> receiver, int argc,
             v8::Local<v8::Value>* argv);
-  // Reads a property, which may run a getter of the host's; undefined when that threw.
+  // Reads a property, which may run a getter. Returns undefined when the getter throws.
   v8::Local<v8::Value> Get(v8::Local<v8::Object> object, const char* key);
 
  private:
-  // Passes on what `raised` has caught.
+  // Propagates the exception that `raised` caught.
   static void Propagate(Nan::TryCatch* raised);
 
   std::optional<Nan::HandleScope> handles_;
@@ -39,8 +39,8 @@ class JsScope {
   bool usable_ = false;
 };
 
-// First object of every exported function. An exception raised below it, by a conversion or by a
-// callback of the host, waits until the function has finished its steps; the first one is thrown.
+// First object of every exported function. It holds exceptions that conversions or callbacks raise
+// until the function has finished, then throws the first one.
 class EntryScope {
  public:
   EntryScope();
@@ -48,10 +48,10 @@ class EntryScope {
   EntryScope(const EntryScope&) = delete;
   EntryScope& operator=(const EntryScope&) = delete;
 
-  // Keeps an exception that a callback raised; the runtime goes on without it.
+  // Keeps the first exception that a callback raised.
   void Hold(v8::Local<v8::Value> exception);
 
-  // The innermost exported function under way; null when there is none, and in an event's handler.
+  // The innermost running exported function. Null when none runs and inside an event handler.
   static EntryScope* Current() { return current_; }
 
  private:

@@ -5,8 +5,8 @@
 
 namespace kiv {
 
-// The runtime that loaded the module; it knows one at a time, on the main thread. Never destroyed,
-// so that what outlives the isolate can still ask.
+// The runtime that loaded the module: one at a time, on the main thread. Never destroyed, so
+// objects that outlive the isolate can still call IsAlive().
 class JsRuntime {
  public:
   static JsRuntime& Get();
@@ -14,14 +14,14 @@ class JsRuntime {
   JsRuntime& operator=(const JsRuntime&) = delete;
 
   // Called by the register function. `release` runs while the isolate is still alive and must drop
-  // every persistent handle. The same context may load the module again, without effect; false, and
-  // nothing done, for another context while this one lives.
+  // every persistent handle. A second load in the same context does nothing and returns true. While
+  // another context is alive, does nothing and returns false.
   bool Start(void (*release)());
 
-  // False once the runtime is going away: its handles must not be touched any more.
+  // False once the runtime is ending. Its handles must not be used then.
   bool IsAlive() const;
 
-  // The module's context; only while the runtime is alive.
+  // The module's context. Valid only while the runtime is alive.
   v8::Local<v8::Context> context() const { return Nan::New(*context_); }
 
  private:

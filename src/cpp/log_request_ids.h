@@ -3,8 +3,8 @@
 
 namespace kiv {
 
-// The fixed text that each kind of log message begins with. A value follows after ":", except where
-// the text itself ends with ":" or ": ". The spellings are part of the interface.
+// The fixed prefix of each kind of log message. A value follows after ":", unless the prefix itself
+// ends with ":" or ": ". The spellings are part of the interface.
 constexpr char kLoggingRequestId_GetScreenSnapAsync[] = "GetScreenSnapAsync";
 constexpr char kLoggingRequestId_OnScreenSnapAsyncBusy[] =
     "Async. ScreenSnap is already in progress, the call is ignored.";

@@ -11,12 +11,12 @@ namespace kiv {
 
 namespace {
 
-// A logger that logs again is called again within itself. The engine ends a function that does so
-// for ever, but not an exported function of ours that is the logger: that would overflow the stack.
+// A logger that logs calls itself. V8 stops endless recursion in a JavaScript function, but not
+// when the logger is one of our exported functions: that would overflow the stack.
 constexpr int kMostNested = 400;
 int nested = 0;
 
-// As the engine does. Without an exception a logger that logs twice would go on for 2^400 calls.
+// Throws what V8 throws. Without an exception, a logger that logs twice would make 2^400 calls.
 void EndRecursion() {
   if (EntryScope* const entry = EntryScope::Current()) {
     entry->Hold(Nan::RangeError("Maximum call stack size exceeded"));
@@ -36,7 +36,7 @@ std::unique_ptr<Nan::Callback> LogMessage::logger_;
 void LogMessage::Setup(std::unique_ptr<Nan::Callback> logger) { logger_ = std::move(logger); }
 
 LogMessage::LogMessage(const std::string& level) : level_(level), stream_(std::ios_base::out) {
-  // The host's global locale must not group the digits of a number.
+  // The host's global locale must not add separators to numbers.
   stream_.imbue(std::locale::classic());
 }
 

@@ -11,10 +11,10 @@ class Callback;
 
 namespace kiv {
 
-// One diagnostic. The text streamed into it is emitted when the object is destroyed: to the
-// JavaScript logger as (level, text), or to standard error as "[level] text" while there is none
-// and beneath 400 calls of the logger.
-// Emitting may enter JavaScript, so a message lives on the main thread and for one statement:
+// One log message. The destructor emits the text that was streamed into it: to the JavaScript
+// logger as (level, text), or to standard error as "[level] text" when it cannot be called or its
+// calls are nested 400 deep.
+// Emitting may enter JavaScript. Create a message on the main thread, for one statement only:
 //
 //   LogMessage(LogMessage::warn).stream() << kLoggingRequestId_X << ":" << value;
 class LogMessage {
@@ -25,10 +25,10 @@ class LogMessage {
   static const std::string warn;
   static const std::string error;
 
-  // Installs the logger; an empty pointer goes back to standard error.
+  // Installs the logger. A null pointer switches back to standard error.
   static void Setup(std::unique_ptr<Nan::Callback> logger);
 
-  // `level` is one of the five above.
+  // `level` must be one of the five strings above.
   explicit LogMessage(const std::string& level);
   ~LogMessage();
   LogMessage(const LogMessage&) = delete;

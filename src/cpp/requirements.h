@@ -1,7 +1,7 @@
 #ifndef SRC_CPP_REQUIREMENTS_H_
 #define SRC_CPP_REQUIREMENTS_H_
 
-// The compiler reads this before every source (binding.gyp).
+// binding.gyp includes this before every source file.
 #if __cplusplus <= 201703L
 #error "kiv_native needs a compiler in C++20 mode"
 #endif

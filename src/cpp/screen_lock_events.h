@@ -8,8 +8,8 @@ class ScreenLockMonitor;
 constexpr char kScreenLockEvent[] = "screen_lock";
 constexpr char kScreenUnlockEvent[] = "screen_unlock";
 
-// Calls the JavaScript object's own `emit` with the event's name. The first function found under
-// that name is kept. Anything may have happened when it returns, the monitor's end included.
+// Calls the JavaScript object's `emit` with the event's name. The monitor keeps the first function
+// it finds under that name. The call may run any JavaScript and may end the monitor.
 void EmitScreenLockEvent(ScreenLockMonitor* monitor, const char* event);
 
 }  // namespace kiv

@@ -10,12 +10,12 @@ namespace kiv {
 
 namespace {
 
-// The monitors that exist.
+// All existing monitors.
 class LiveMonitors {
  public:
   void Add(ScreenLockMonitor* monitor) { monitors_.insert(monitor); }
   void Remove(ScreenLockMonitor* monitor) { monitors_.erase(monitor); }
-  // Each removes itself.
+  // Each destructor removes its monitor from the set.
   void DeleteAll() {
     while (!monitors_.empty()) delete *monitors_.begin();
   }
@@ -43,7 +43,7 @@ void ScreenLockMonitor::Emit(const char* event) {
   JsScope scope;
   if (!scope.usable()) return;
   v8::Local<v8::Value> argv[] = {ToJsString(event)};
-  // Keeps the object, and with it this, from being collected during the calls.
+  // Keeps the object, which owns this monitor, from being collected during the calls.
   const v8::Local<v8::Object> object = handle();
   if (!emit_callback_) emit_callback_ = MakeCallback(scope.Get(object, "emit"));
   if (emit_callback_) scope.Call(emit_callback_->GetFunction(), object, 1, argv);

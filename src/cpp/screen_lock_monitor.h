@@ -11,8 +11,8 @@ namespace kiv {
 
 class DesktopSessionAgent;
 
-// The native half of a JavaScript ScreenLockMonitor; lives as long as that object. The newest one
-// gets the agent's events; the end of any leaves the agent without a monitor.
+// The native half of a JavaScript ScreenLockMonitor; lives as long as that object. The newest
+// monitor gets the agent's events. Destroying any monitor leaves the agent without one.
 class ScreenLockMonitor : public Nan::ObjectWrap {
  public:
   explicit ScreenLockMonitor(DesktopSessionAgent* agent);
@@ -20,11 +20,11 @@ class ScreenLockMonitor : public Nan::ObjectWrap {
   ScreenLockMonitor(const ScreenLockMonitor&) = delete;
   ScreenLockMonitor& operator=(const ScreenLockMonitor&) = delete;
 
-  // Ties this to a new JavaScript object.
+  // Wraps this in a new JavaScript object.
   void Bind(v8::Local<v8::Object> object) { Wrap(object); }
   void Emit(const char* event);
 
-  // Deletes every monitor, at the runtime's end, which does not collect their objects.
+  // Deletes every monitor when the runtime ends, because the runtime does not collect them then.
   static void DeleteAll();
 
  private:
@@ -32,7 +32,7 @@ class ScreenLockMonitor : public Nan::ObjectWrap {
   DesktopSessionAgent* agent_;
 };
 
-// The constructor: new ScreenLockMonitor()
+// Constructor: new ScreenLockMonitor()
 void CreateScreenLockMonitor(const CallInfo& info);
 
 }  // namespace kiv

@@ -9,19 +9,19 @@
 
 namespace kiv {
 
-// A window's title or process that is not known.
+// An unknown window title or process.
 constexpr char kUndefined[] = "Undefined";
 
-// One snapshot: the encoded picture, its thumbnail and what was active when it was taken. A value:
-// whoever makes one fills a local one and publishes it to the agent's record in one step, since
-// everybody else may read the record whenever JavaScript runs.
+// One snapshot: the encoded picture, its thumbnail, and the active window's title and process. Fill
+// a local one and publish it to the agent's record in one step, because any JavaScript that runs in
+// between may read the record.
 struct ScreenSnap {
-  // A block of exactly `size` bytes from one array-new; null when empty.
+  // A block of exactly `size` bytes, allocated with new[]. Null when empty.
   struct image_data {
     std::unique_ptr<unsigned char[]> buffer;
     size_t size = 0;
 
-    // Frees a block that a JavaScript buffer has taken over; null is allowed.
+    // Frees a block that a JavaScript buffer owns. `data` may be null.
     static void free_callback(char* data, void* /*hint*/) {
       delete[] reinterpret_cast<unsigned char*>(data);
     }
@@ -36,8 +36,8 @@ struct ScreenSnap {
   image_data thumbnail;
 };
 
-// Moves a picture (size, blocks and, where one was set, the file's name) into the record; what was
-// active stays. A picture of width and height 0 says that there is none.
+// Moves the picture (size, blocks and a file name, if set) into the record and keeps the record's
+// title and process. Width and height 0 mean that there is no picture.
 inline void PublishPicture(ScreenSnap* record, ScreenSnap picture) {
   record->width = picture.width;
   record->height = picture.height;
@@ -46,14 +46,14 @@ inline void PublishPicture(ScreenSnap* record, ScreenSnap picture) {
   record->thumbnail = std::move(picture.thumbnail);
 }
 
-// The same, what was active included.
+// Moves the whole snapshot, title and process included, into the record.
 inline void PublishSnap(ScreenSnap* record, ScreenSnap snap) {
   record->activeWindowTitle = std::move(snap.activeWindowTitle);
   record->activeProcessName = std::move(snap.activeProcessName);
   PublishPicture(record, std::move(snap));
 }
 
-// Takes a published snapshot: the record keeps texts and size, and no bytes.
+// Takes a published snapshot out of the record. The record keeps its texts and size, but no bytes.
 inline ScreenSnap TakeSnap(ScreenSnap* record) {
   return {record->filename,
           record->activeWindowTitle,

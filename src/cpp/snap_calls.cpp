@@ -37,7 +37,8 @@ struct SavedFiles {
   std::string hash;
 };
 
-// Writes both pictures through the host; nothing when a write failed. Files that were written stay.
+// Writes both pictures through the host. Returns nothing when a write fails; files that were
+// already written stay.
 std::optional<SavedFiles> SaveFiles(const ScreenSnap& snap, std::string folder, bool jpeg) {
   const char* extension = jpeg ? kSnapImageTypeJpeg : kSnapImageTypePNG;
   std::string guid;
@@ -57,7 +58,7 @@ std::optional<SavedFiles> SaveFiles(const ScreenSnap& snap, std::string folder, 
   return files;
 }
 
-// The host's functions are somebody else's code: what they throw counts as a failed write.
+// An exception of the host's functions counts as a failed write.
 std::optional<SavedFiles> TrySaveFiles(const ScreenSnap& snap, const std::string& folder,
                                        bool jpeg) {
   try {
@@ -67,8 +68,8 @@ std::optional<SavedFiles> TrySaveFiles(const ScreenSnap& snap, const std::string
   }
 }
 
-// What a request carries until its completion deletes it; never null, since the overlay takes null
-// for "no request". An argument that is no function makes an empty callback.
+// Returns the request's context, which the completion deletes. It is never null, because null means
+// "no request" to the overlay. A non-function argument gives an empty callback.
 void* RequestContext(const CallInfo& info) {
   auto callback = FunctionArgument(info, 1);
   if (!callback) callback = std::make_unique<Nan::Callback>();
@@ -85,7 +86,7 @@ void GetScreenSnap(const CallInfo& info) {
   const bool desktop = *type == kSnapTypeDesktop;
   if (!desktop && *type != kSnapTypeDisplay) return Nan::ThrowError(kInvalidSyncType);
 
-  // Converted before the capture: a conversion that throws must leave nothing captured.
+  // Convert before the capture, so that a conversion that throws captures nothing.
   std::optional<std::string> folder;
   if (info.Length() >= 3 && kivo_helper.Available()) {
     folder = StringArgument(info, 2);
@@ -133,7 +134,7 @@ void GetScreenSnapAsync(const CallInfo& info) {
   }
   LogMessage(LogMessage::debug).stream()
       << kLoggingRequestId_GetScreenSnapAsync << ":" << *type << ":" << kLoggingRequestId_End;
-  // Thrown last: the logger cannot be called while an exception is pending.
+  // Throw last: the logger cannot be called while an exception is pending.
   if (!known) Nan::ThrowError(kInvalidAsyncType);
 }
 

@@ -31,7 +31,7 @@ void DeliverResult(int error_code, ScreenSnap snap, const Nan::Callback& functio
 void OnScreenSnapCompleted(int error_code, ScreenSnap* snap, void* context, bool release_guard) {
   std::unique_ptr<Nan::Callback> function(static_cast<Nan::Callback*>(context));
   DeliverResult(error_code, TakeSnap(snap), *function);
-  // After its end a handle has gone with its isolate.
+  // When the isolate has ended, the handle no longer exists and must not be reset.
   if (!JsRuntime::Get().IsAlive()) static_cast<void>(function.release());
   function.reset();
   if (release_guard) Agent().ReleaseSnapGuard();

@@ -9,15 +9,14 @@ constexpr int kSnapCompleted = 0;
 constexpr int kSnapSelectionFailed = 102003;
 constexpr int kSnapSelectionCancelled = 102005;
 
-// The one way out of an asynchronous snapshot: calls the request's function once with the result,
-// deletes `context` and, with release_guard, lets the next request in. Exactly once per accepted
-// request, on the main thread. `context` is what the request was started with, a Nan::Callback, and
-// is nobody's afterwards. `snap` is the agent's record;
-// its blocks are taken over. Whoever passes another code than kSnapCompleted has set its width and
-// height to 0. Anything may have happened when it returns, teardown included.
+// Completes an asynchronous snapshot: calls the request's function with the result, deletes
+// `context` (the request's Nan::Callback) and, with release_guard, allows the next request. Call it
+// exactly once per accepted request, on the main thread. Takes the blocks of `snap`, the agent's
+// record. For any code but kSnapCompleted, the caller sets width and height to 0 first. The call
+// may run any JavaScript, teardown included.
 void OnScreenSnapCompleted(int error_code, ScreenSnap* snap, void* context, bool release_guard);
 
-// At the runtime's end, in place of the completion: frees `context` and the guard; nobody is told.
+// Used instead when the runtime ends: deletes `context` and frees the guard, calls no function.
 void DropScreenSnapRequest(void* context);
 
 }  // namespace kiv

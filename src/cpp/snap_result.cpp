@@ -6,7 +6,7 @@ namespace kiv {
 
 namespace {
 
-// The runtime owns the block from the call on, also when the call fails.
+// The runtime owns the block once Buffer::New is called, even if that fails.
 v8::Local<v8::Value> TakeBuffer(ScreenSnap::image_data* block) {
   v8::Local<v8::Object> buffer;
   const size_t size = std::exchange(block->size, 0);

@@ -7,9 +7,9 @@
 
 namespace kiv {
 
-// Pieces of a snapshot's JavaScript result; each sets its keys in the order listed.
+// Parts of a snapshot's JavaScript result. Each function sets its keys in the order listed.
 
-// "data" and "dataThumbnail": buffers that take over the snapshot's blocks without a copy.
+// "data" and "dataThumbnail": buffers that own the snapshot's blocks. Nothing is copied.
 void SetPictures(v8::Local<v8::Object> result, ScreenSnap* snap);
 // "width", "height", "activeWindowTitle", "activeProcessName", "filename".
 void SetDescription(v8::Local<v8::Object> result, const ScreenSnap& snap);

@@ -7,7 +7,7 @@
 
 namespace kiv {
 
-// Owner of a file descriptor; -1 when empty.
+// Owns a file descriptor; -1 when empty.
 class UniqueFd {
  public:
   UniqueFd() = default;

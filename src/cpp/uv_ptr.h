@@ -7,7 +7,7 @@
 
 namespace kiv {
 
-// libuv refers to a handle until its close callback has run, so only that callback frees it.
+// libuv uses a handle until its close callback has run, so only that callback may free it.
 struct UvCloser {
   template <typename Handle>
   void operator()(Handle* handle) const {
@@ -16,12 +16,12 @@ struct UvCloser {
   }
 };
 
-// Owner of a handle; closes it. What the handle watches may be closed right after.
+// Owns a handle and closes it. The descriptor that it polls may be closed right afterwards.
 template <typename Handle>
 using UvPtr = std::unique_ptr<Handle, UvCloser>;
 
-// A handle set up by `init`, one of libuv's uv_*_init; empty when libuv refuses. `data` becomes the
-// handle's data.
+// Creates a handle with `init`, one of libuv's uv_*_init functions, and stores `data` in it.
+// Returns null when `init` fails.
 template <typename Handle, typename... Arguments>
 UvPtr<Handle> MakeUvHandle(int (*init)(uv_loop_t*, Handle*, Arguments...), uv_loop_t* loop,
                            void* data, Arguments... arguments) {
@@ -31,7 +31,7 @@ UvPtr<Handle> MakeUvHandle(int (*init)(uv_loop_t*, Handle*, Arguments...), uv_lo
   return UvPtr<Handle>(handle.release());
 }
 
-// Lets the loop end while the handle is alive.
+// Lets the loop end although the handle is alive.
 template <typename Handle>
 void UvUnref(const UvPtr<Handle>& handle) {
   if (handle) uv_unref(reinterpret_cast<uv_handle_t*>(handle.get()));

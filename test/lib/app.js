@@ -20,16 +20,16 @@ function setUpThere(faulty) {
 }
 
 /**
- * A process that loads the module, as an application would. `run(f, ...args)` calls a function
- * there, which sees `kiv`, `host`, `log` (what the logger heard) and what others left in `global`,
- * and resolves to its result. `end()` tears down and checks that the process ends by itself and has
- * written nothing; an end of another kind wants `leaks: false`. `under` is a tool to run it with.
+ * Starts a process that loads the module, as an application would. `run(f, ...args)` calls `f`
+ * there, which sees `kiv`, `host`, `log` (the logger's lines) and what earlier calls put in
+ * `global`. `end()` tears down and checks that the process exits by itself and wrote nothing; pass
+ * `leaks: false` if it exits otherwise. `under` is a tool to run it with.
  */
 async function startApp(session, options = {}) {
   const { env: more, under = [], leaks = true, setUp = true, faulty = false } = options;
   const [command, ...args] = [...under, NODE, '--expose-gc', path.join(__dirname, 'child.js')];
   const checks = process.env.KIV_SANITIZE && sanitizer(leaks);
-  // host/ only knows names beneath build/.
+  // host/ accepts only names below build/.
   const build = { KIV_BUILD_FOLDER: BUILD, KIV_BUILD: path.relative(`${ROOT}/build`, BUILD) };
   const env = { ...ENV, ...checks, ...session.env, ...more, ...build };
   const app = start(command, args, { env, cwd: ROOT, stdio: ['pipe', 'pipe', 'pipe', 'ipc'] });
@@ -44,7 +44,7 @@ async function startApp(session, options = {}) {
     else reject(new Error(error));
   });
   const ending = () =>
-    new Error(`ended with ${app.result?.code} ${app.result?.signal}\n${app.output()}`);
+    new Error(`exited with ${app.result?.code} ${app.result?.signal}\n${app.output()}`);
   app.ended.then(() => {
     for (const { reject } of waiting.values()) reject(ending());
   });

@@ -2,7 +2,7 @@
 
 const { Message, MessageType, sessionBus } = require('dbus-next');
 
-/** Another program on a bus: answers calls as a test wants, and sends signals. */
+/** Another program on a bus: answers calls as a test wants and sends signals. */
 async function connect(address) {
   const bus = sessionBus({ busAddress: address });
   await new Promise((resolve, reject) => bus.on('connect', resolve).on('error', reject));
@@ -11,7 +11,7 @@ async function connect(address) {
     calls: [],
     own: (name) => bus.requestName(name, 4),
     close: () => bus.disconnect(),
-    /** member: { signature, body } or { error, text } or 'hang', or a function that gives one. */
+    /** member: { signature, body }, { error, text }, 'hang' or a function that returns one. */
     answer: (more) => Object.assign(answers, more),
     emit: (path, iface, member, signature = '', body = []) =>
       bus.send(Message.newSignal(path, iface, member, signature, body)),

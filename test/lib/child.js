@@ -1,11 +1,11 @@
 'use strict';
 
-// Loads the module and does what the test runner says. Keep to the syntax of the oldest Node.
+// Loads the module and runs the test runner's functions. Keep to the syntax of the oldest Node.
 const { RTLD_GLOBAL, RTLD_NOW } = require('os').constants.dlopen;
 const path = require('path');
 const vm = require('vm');
 
-delete process.env.LD_PRELOAD; // what this process starts does not want the sanitizer
+delete process.env.LD_PRELOAD; // child processes must not inherit the sanitizer
 const addon = (name) => path.join(process.env.KIV_BUILD_FOLDER, `${name}.node`);
 const lazy = (name, load) => {
   const keep = (value) => Object.defineProperty(global, name, { value, writable: true });
@@ -13,7 +13,7 @@ const lazy = (name, load) => {
 };
 lazy('kiv', () => require(addon('kiv_native')));
 lazy('internals', () => require(addon('kiv_internals')));
-// Stands in front of the libraries, so it has to be loaded before the module.
+// Overrides library functions, so it must be loaded before the module.
 lazy('faults', () => {
   const holder = { exports: {} };
   process.dlopen(holder, addon('kiv_faults'), RTLD_NOW | RTLD_GLOBAL);
@@ -21,7 +21,7 @@ lazy('faults', () => {
 });
 lazy('host', () => require('../../host'));
 lazy('permission', () => require('../../permission'));
-/** What it returns, or the message of what it throws. */
+/** Returns the function's result, or the message of its exception. */
 function attempt(f, ...values) {
   try {
     return f(...values);

@@ -12,7 +12,7 @@ const KWIN = '/usr/bin/kwin_wayland';
 const PORTAL = '/usr/libexec/xdg-desktop-portal';
 const NOBODY = 65534;
 const SIZE = '1280x720';
-/** Each for a test's `skip`. */
+/** Why a test must be skipped, or false. */
 const lackingKwin = () =>
   lacking(KWIN, 'Xwayland') ||
   (fs.readFileSync(KWIN).includes('libQt6') && 'KWin 6 has no org.kde.kwin.Screenshot');
@@ -21,7 +21,7 @@ const SWAY = ['sway', 'Xwayland', 'xhost', 'grim', 'pipewire'];
 const lackingSwayPortal = () =>
   lacking(...SWAY, ...['', '-wlr', '-gtk'].map((end) => PORTAL + end));
 
-/** What the portal does for callers without an id: 'yes', 'no', 'ask', or undefined: it asks. */
+/** Stores the permission of callers without an id: 'yes', 'no', 'ask' or undefined (not stored). */
 function setPermission({ peer }, value) {
   const STORE = 'org.freedesktop.impl.portal.PermissionStore';
   const call = [STORE, '/org/freedesktop/impl/portal/PermissionStore', STORE];
@@ -31,7 +31,7 @@ function setPermission({ peer }, value) {
   return peer.call(...call, 'SetPermission', 'sbssas', entry);
 }
 
-/** The desktop portal with those of these back ends that there are; a compositor may be one. */
+/** Starts the portal with the installed ones of these back ends; the compositor may be one. */
 async function startPortal({ env, inside, peer }, launch, backEnds) {
   fs.mkdirSync(inside('portals'));
   fs.writeFileSync(inside('portals/portals.conf'), `[preferred]\ndefault=${backEnds.join(';')}\n`);
@@ -49,12 +49,12 @@ async function startPortal({ env, inside, peer }, launch, backEnds) {
   }
 }
 
-/** Whoever asks gets a picture, or with `portal` only who asks the portal. */
+/** Every program gets a picture; with `portal`, only through the portal. */
 async function startGnomeShell(session, launch, { portal = false, size = SIZE } = {}) {
   const { env, inside, peer } = session;
   const mode = ['--headless', '--wayland', '--virtual-monitor', size];
   const shell = launch('gnome-shell', portal ? mode : [...mode, '--unsafe-mode']);
-  await shell.ready(() => /GNOME Shell started at/.test(shell.output()), 'a shell');
+  await shell.ready(() => /GNOME Shell started at/.test(shell.output()), 'GNOME Shell');
   const SET = ['org.gnome.Shell', '/org/gnome/Shell', 'org.freedesktop.DBus.Properties', 'Set'];
   await peer.call(...SET, 'ssv', ['org.gnome.Shell', 'OverviewActive', new Variant('b', false)]);
   env.DISPLAY = /using public X11 display (:\d+)/i.exec(shell.output())[1];
@@ -64,14 +64,14 @@ async function startGnomeShell(session, launch, { portal = false, size = SIZE } 
   if (portal) await startPortal(session, launch, ['gnome-shell', 'gnome']);
 }
 
-// Run by a compositor once it serves X11, which may run as another user.
+// The compositor runs this once it serves X11, possibly as another user.
 const SAY = '#!/bin/sh\nxhost +local:\necho at $DISPLAY $XAUTHORITY. >&2';
 const told = (compositor) =>
   compositor.ready(() => /^at (.+) (.*)\.$/m.exec(compositor.output()), 'a display');
 
-/** `interfaces` are those that a .desktop file allows the application; without, all may call. */
+/** `interfaces`: what a .desktop file allows the application. Without it, all may call. */
 async function startKwin({ env, inside, peer }, launch, { interfaces, more = [] } = {}) {
-  // A copy has no file capabilities, which a container may forbid.
+  // The copy has no file capabilities, which a container may forbid.
   fs.copyFileSync(KWIN, inside('kwin_wayland'));
   fs.writeFileSync(inside('say'), SAY, { mode: 0o755 });
   if (interfaces) {
@@ -88,10 +88,10 @@ async function startKwin({ env, inside, peer }, launch, { interfaces, more = [] 
   [, env.DISPLAY, env.XAUTHORITY] = await told(kwin);
   const INTROSPECT = ['/Screenshot', 'org.freedesktop.DBus.Introspectable', 'Introspect'];
   const said = () => peer.call('org.kde.KWin', ...INTROSPECT).then(String, String);
-  await kwin.ready(async () => (await said()).includes('screenshotFullscreen'), 'its service');
+  await kwin.ready(async () => (await said()).includes('screenshotFullscreen'), 'KWin');
 }
 
-// The portal's answer over sway is /tmp/out.png for everybody: two runs take turns.
+// Over sway the portal always writes /tmp/out.png, so two runs take turns.
 async function awaitTurn({ stops }) {
   const listen = (ended) => {
     const turn = net.createServer().once('error', () => ended());
@@ -118,7 +118,7 @@ async function startSway(session, launch, { outputs = [SIZE] } = {}) {
   env.WLR_HEADLESS_OUTPUTS = String(outputs.length);
   let command = ['sway', '-c', inside('sway.conf')];
   if (process.getuid() === 0) {
-    // It refuses to run as root.
+    // sway refuses to run as root.
     fs.chmodSync(folder, 0o711);
     fs.chownSync(inside('run'), NOBODY, NOBODY);
     const other = `--reuid=${NOBODY} --regid=${NOBODY} --clear-groups --pdeathsig KILL`;
@@ -128,23 +128,23 @@ async function startSway(session, launch, { outputs = [SIZE] } = {}) {
   [, env.DISPLAY] = await told(sway);
   env.WAYLAND_DISPLAY = 'wayland-1';
   env.XDG_CURRENT_DESKTOP = 'sway';
-  launch('pipewire', []); // the back end ends without
+  launch('pipewire', []); // the back end exits without it
   await startPortal(session, launch, ['wlr', 'gtk']);
 }
 
-/** A Wayland session without a screen, 1280x720 unless told; `starter` is one of those above. */
+/** Starts a Wayland session without a screen, 1280x720 by default, with a `starter` from above. */
 function startCompositor(starter) {
-  // Compositors start Xwayland in a folder of this mode only.
+  // Compositors start Xwayland only if this folder has this mode.
   fs.mkdirSync('/tmp/.X11-unix', { recursive: true });
   if (process.getuid() === 0) fs.chmodSync('/tmp/.X11-unix', 0o1777);
   const env = { XDG_SESSION_TYPE: 'wayland', LIBGL_ALWAYS_SOFTWARE: '1' };
-  // More than one attempt, since GNOME Shell now and then hangs while starting.
+  // Several attempts, because GNOME Shell sometimes hangs at start.
   return startServed({ display: false, env }, async (session) => {
     await starter(session, (command, args) => {
-      // GTK's backend is chosen for the application alone.
+      // GDK's backend is for the application only.
       const env = { ...session.env, GDK_BACKEND: undefined };
       const compositor = start('setsid', [command, ...args], { env });
-      // Last what it has started itself.
+      // Runs last: kills what the compositor has started.
       session.stops.push(async () => spawnSync('kill', ['-KILL', '--', `-${compositor.pid}`]));
       session.stops.push(() => compositor.stop());
       return compositor;

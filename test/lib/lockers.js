@@ -4,7 +4,7 @@ const { connect } = require('./bus');
 const { start, until } = require('./processes');
 const { startServed } = require('./session');
 
-/** An X11 session with light-locker, which wants a login manager. */
+/** An X11 session with light-locker, which needs a login manager. */
 const startLocker = () =>
   startServed({}, async ({ env, peer, stops, system }) => {
     const login = await connect(system.address);
@@ -18,7 +18,7 @@ const startLocker = () =>
     await locker.ready(() => peer.hasOwner('org.freedesktop.ScreenSaver'), 'a locker');
   });
 
-/** Gives the application a monitor that writes its events to the log; it hears the bus then. */
+/** Gives the application a monitor that logs its events. Returns once signals arrive. */
 async function listen(app, peer) {
   await app.run(() => {
     global.monitor = new kiv.ScreenLockMonitor();
@@ -29,9 +29,9 @@ async function listen(app, peer) {
   await until(() => {
     peer.emit(...signal, ['desktop-lock']);
     return heard('screen_lock');
-  }, 'a signal that is heard');
+  }, 'the first signal');
   peer.emit(...signal, ['desktop-unlock']);
-  await until(() => heard('screen_unlock'), 'the last of them');
+  await until(() => heard('screen_unlock'), 'the last signal');
   await app.log();
 }
 

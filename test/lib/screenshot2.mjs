@@ -1,6 +1,6 @@
-// A stand-in for KWin's ScreenShot2 on the session bus, for gjs, which can take a pipe. Answers
-// each call with the next of the answers given as JSON: { description, bytes, open }, { error },
-// { hang }, or {} for a reply of another type.
+// A stand-in for KWin's ScreenShot2, run by gjs, which can receive a pipe. Answers calls in turn
+// with the answers given as JSON: { description, bytes, open }, { error }, { hang }, or {} for a
+// reply of another type.
 import Gio from 'gi://Gio';
 import GLib from 'gi://GLib';
 import System from 'system';

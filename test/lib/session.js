@@ -8,11 +8,13 @@ const { startApp } = require('./app');
 const { ENV, start, temporaryFolder, until } = require('./processes');
 
 const SERVER = '-displayfd 3 -nolisten tcp -noreset -ac'.split(' ');
-// Where there is a set-uid wrapper, it refuses whoever does not sit at the console.
+// A set-uid wrapper, where installed, rejects users who are not at the console.
 const XORG = ['/usr/lib/xorg/Xorg', '/usr/bin/Xorg'].find((file) => fs.existsSync(file)) || 'Xorg';
 const XORG_CONF = `
 Section "ServerFlags" Option "AutoAddDevices" "false" Option "AutoAddGPU" "false" EndSection
 Section "Device" Identifier "card" Driver "dummy" VideoRam 256000 EndSection
+Section "Monitor" Identifier "any" HorizSync 1-1000 VertRefresh 1-1000 EndSection
+Section "Screen" Identifier "all" Device "card" Monitor "any" EndSection
 `;
 
 async function startServer(command, args) {
@@ -21,13 +23,13 @@ async function startServer(command, args) {
   return { ...server, display: `:${number}` };
 }
 
-/** An X server in memory; `screens` are its sizes. */
+/** Starts an X server in memory with screens of these sizes. */
 function startXvfb(screens = ['1280x800']) {
   const sizes = screens.map((size, i) => `-screen ${i} ${size}x24`);
   return startServer('Xvfb', sizes.join(' ').split(' '));
 }
 
-/** An X server with one or two monitors, which Xvfb cannot show; `layOut` changes them. */
+/** Starts an X server with one or two monitors, unlike Xvfb; `layOut` changes them. */
 async function startXorg(monitors) {
   const folder = temporaryFolder();
   const [config, log] = ['xorg.conf', 'log'].map((name) => path.join(folder, name));
@@ -44,13 +46,18 @@ async function startXorg(monitors) {
       return ['--output', output, '--mode', mode, '--pos', `${x}x${y}`];
     });
     xrandr(...places);
-    xrandr(); // the server looks again: clients may ask for what it knows
+    xrandr(); // the server looks again, because clients may ask for cached values
   };
-  server.layOut(monitors);
+  try {
+    server.layOut(monitors);
+  } catch (error) {
+    await server.stop();
+    throw error;
+  }
   return server;
 }
 
-/** A message bus of its own, without service folders: nothing of the machine is started. */
+/** Starts a message bus without service folders, so that it starts no services of this machine. */
 async function startBus(address = `unix:path=${temporaryFolder()}/bus`) {
   const file = address.replace('unix:path=', '');
   fs.rmSync(file, { force: true });
@@ -66,7 +73,7 @@ async function startBus(address = `unix:path=${temporaryFolder()}/bus`) {
 async function startWindowManager(env, name) {
   const manager = start(name, [], { env });
   const x = await require('./x').openDisplay(env.DISPLAY);
-  // A window mapped while the window manager starts may be missed.
+  // A window manager may miss a window that is mapped while it starts.
   await manager.ready(async () => {
     const id = x.createWindow();
     x.map(id);
@@ -74,12 +81,12 @@ async function startWindowManager(env, name) {
     const seen = until(managed, '', 300).catch(() => 0);
     return seen.finally(() => x.destroy(id));
   }, 'a window that is managed');
-  await until(async () => !(await x.getProperty(x.root, '_NET_CLIENT_LIST')).length, 'no windows');
+  await until(async () => !(await x.getProperty(x.root, '_NET_CLIENT_LIST')).length, 'no window');
   x.close();
   return manager;
 }
 
-/** A desktop of its own, in which `prepare` starts more. What is on `stops` ends with it, first. */
+/** Starts a desktop; `prepare` starts more. Functions on `stops` run last to first. */
 async function startSession(options = {}, prepare = () => {}) {
   const folder = temporaryFolder();
   const inside = (name) => path.join(folder, name);
@@ -93,7 +100,7 @@ async function startSession(options = {}, prepare = () => {}) {
     GDK_BACKEND: 'x11',
     NO_AT_BRIDGE: '1',
     GSETTINGS_BACKEND: 'memory',
-    // Without an address GLib would look for the machine's own.
+    // Without an address, GLib would look for the machine's bus.
     DBUS_SESSION_BUS_ADDRESS: 'unix:path=/nonexistent',
     DBUS_SYSTEM_BUS_ADDRESS: 'unix:path=/nonexistent',
     ...options.env,
@@ -124,14 +131,14 @@ async function fill(session, options, prepare) {
     env.DBUS_SESSION_BUS_ADDRESS = session.bus.address;
   }
   if (wm) add('wm', await startWindowManager(env, wm));
-  // The demo does without these and their libraries.
+  // The demo does not need these or their libraries.
   if (bus && person) add('peer', await require('./bus').connect(session.bus.address));
   if (display && person) add('x', await require('./x').openDisplay(env.DISPLAY));
   await prepare(session);
   return session;
 }
 
-/** A session with a system bus, in which `prepare` starts more; another attempt if that fails. */
+/** Starts a session with a system bus; `prepare` starts more. Tries again if that fails. */
 function startServed(options, prepare, attempts = 3) {
   const serve = async (session) => {
     session.system = await startBus();
@@ -145,7 +152,7 @@ function startServed(options, prepare, attempts = 3) {
   });
 }
 
-/** One session for a file or block; `app` starts an application, `withApp` also ends it. */
+/** One session for a file or block. `app` starts an application; `withApp` also ends it. */
 function useSession(options, starter = startSession) {
   const use = {};
   before(async () => Object.assign(use, await starter(options)));

@@ -7,11 +7,11 @@ const { until } = require('./processes');
 const CARDINALS = (...values) => Buffer.from(new Uint32Array(values).buffer);
 const ESCAPE = 9;
 
-/** A client of an X server: windows, properties, pictures, and the person's hands. */
+/** A client of an X server: windows, properties, pictures and simulated input. */
 async function openDisplay(display) {
   const { client: X, screen } = await promisify(x11.createClient)({ display });
-  X.atoms = { ...X.atoms }; // the library would keep one server's for the next
-  X.on('error', () => {}); // windows of others die at any time
+  X.atoms = { ...X.atoms }; // the library would use one server's for the next
+  X.on('error', () => {}); // other clients' windows may be destroyed at any time
   const ask = (request, ...args) => promisify(X[request]).apply(X, args);
   const [test, res] = [await ask('require', 'xtest'), await ask('require', 'res')];
   const { root } = screen[0];
@@ -38,7 +38,7 @@ async function openDisplay(display) {
     unmap: (id) => X.UnmapWindow(id),
     destroy: (id) => X.DestroyWindow(id),
     place: (id, left, y, width, height) => X.ConfigureWindow(id, { x: left, y, width, height }),
-    /** A large value arrives in pieces, as large values do. */
+    /** Sends a large value in pieces, as clients do. */
     async setProperty(id, name, type, format, value) {
       const data = Buffer.from(value);
       const [property, kind] = [await atom(name), await atom(type)];
@@ -52,16 +52,16 @@ async function openDisplay(display) {
       X.DeleteProperty(id, await atom(name));
       return x.sync();
     },
-    /** The bytes; empty when there is none. */
+    /** The bytes; empty without the property. */
     getProperty: async (id, name) =>
       (await ask('GetProperty', 0, id, await atom(name), 0, 0, 1000000)).data,
     activate: (id) => send(root, 0x180000, id, '_NET_ACTIVE_WINDOW', 2),
-    /** As a window manager does. */
+    /** Asks the window to close, as a window manager does. */
     closeWindow: async (id) => send(id, 0, id, 'WM_PROTOCOLS', await atom('WM_DELETE_WINDOW')),
-    /** A managed window with the focus. */
+    /** Creates a managed window with the focus. */
     async activeWindow({ title, pid, ...rest } = {}) {
       const id = x.createWindow({ x: 50, y: 50, ...rest });
-      // Placed by the user: a window manager leaves it there.
+      // A position chosen by the user, which window managers keep.
       const hints = CARDINALS(1, ...Array(17).fill(0));
       await x.setProperty(id, 'WM_NORMAL_HINTS', 'WM_SIZE_HINTS', 32, hints);
       if (title !== undefined) await x.setProperty(id, '_NET_WM_NAME', 'UTF8_STRING', 8, title);
@@ -92,14 +92,14 @@ async function openDisplay(display) {
     draw(id, width, height, data) {
       const gc = X.AllocID();
       X.CreateGC(gc, id, {});
-      // A request holds no large picture.
+      // A request cannot hold a large picture.
       for (let row = 0; row < height; row += 500) {
         const piece = data.subarray(row * width * 4, (row + 500) * width * 4);
         X.PutImage(2, id, gc, width, piece.length / width / 4, 0, row, 0, 24, piece);
       }
       X.FreeGC(gc);
     },
-    /** A picture behind all windows. */
+    /** Sets the picture behind all windows. */
     async wallpaper(width, height, data) {
       const pixmap = X.AllocID();
       X.CreatePixmap(pixmap, root, 24, width, height);
@@ -121,7 +121,7 @@ async function openDisplay(display) {
     },
     /** All clients of the server, as resources() takes them. */
     clients: async () => (await promisify(res.QueryClients)()).map((client) => client.resourceBase),
-    /** Number of resources of each kind that a window's client holds on the server. */
+    /** Number of resources of each kind that a window's client has on the server. */
     async resources(id) {
       const counts = {};
       for (const { resourceType, count } of await promisify(res.QueryClientResources)(id))

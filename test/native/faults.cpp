@@ -1,5 +1,5 @@
-// What a host, its libraries or other native code may do to the module, on demand. Loaded with
-// RTLD_GLOBAL before the libraries that it stands in front of.
+// Misbehaviour of a host, its libraries or other native code, on demand. Loaded with RTLD_GLOBAL
+// before the libraries whose functions it overrides.
 
 #include <dlfcn.h>
 #include <gtk/gtk.h>
@@ -23,7 +23,7 @@ void DestroyWindows(const CallInfo& /*info*/) {
   g_list_free_full(gtk_window_list_toplevels(), destroy);
 }
 
-// What a host may have open when a selection starts; each takes pointer and keys for themselves.
+// What a host may have open when a selection starts. Each takes pointer and keyboard for itself.
 void OpenModalWindow(const CallInfo& /*info*/) {
   GtkWidget* window = gtk_window_new(GTK_WINDOW_TOPLEVEL);
   gtk_window_set_modal(GTK_WINDOW(window), TRUE);
@@ -48,7 +48,7 @@ void OpenPopup(const CallInfo& /*info*/) {
                 nullptr, nullptr);
 }
 
-// A child that leaves with all exit handlers and destructors of this process; its status.
+// Forks a child that runs all exit handlers and destructors of this process. Returns its status.
 void ForkAndExit(const CallInfo& info) {
   const pid_t child = fork();
   if (child == 0) {
@@ -61,9 +61,9 @@ void ForkAndExit(const CallInfo& info) {
 }
 
 void Setup(v8::Local<v8::Object> exports, v8::Local<v8::Value> /*module*/, void* /*priv*/) {
-  // failSave(): from now on every picture's encoding fails after a few bytes, without an error.
+  // failSave(): from now on, encoding fails after a few bytes, without setting an error.
   Nan::SetMethod(exports, "failSave", FailSave);
-  // iterate(): one round of a GLib loop beneath JavaScript, as a modal dialog runs it.
+  // iterate(): one GLib iteration called from JavaScript, as in a modal dialog.
   Nan::SetMethod(exports, "iterate", Iterate);
   Nan::SetMethod(exports, "openModalWindow", OpenModalWindow);
   Nan::SetMethod(exports, "openMenu", OpenMenu);

@@ -1,4 +1,4 @@
-// Reaches the module's internals for the tests; never shipped.
+// Exposes the module's internals to the tests; never shipped.
 
 #include <nan.h>
 
@@ -15,7 +15,7 @@
 
 using kiv::CallInfo;
 
-// This add-on's own, for the record and the guard; set up by activeTask() alone.
+// This add-on's own agent, for the record and the guard. Only activeTask() sets it up.
 static kiv::DesktopSessionAgent& agent = *new kiv::DesktopSessionAgent;
 kiv::DesktopSessionAgent& kiv::Agent() { return agent; }
 
@@ -23,8 +23,8 @@ namespace {
 
 std::weak_ptr<kiv::DbusScreenshot> selecting;
 
-// selectArea(function): starts a selection as an accepted request does; nobody but the request
-// keeps its backend. One that cannot select takes nothing over.
+// selectArea(function): starts a selection as an accepted request does. Only the request owns the
+// backend. A backend that cannot select does not take the function.
 void SelectArea(const CallInfo& info) {
   const kiv::EntryScope entry;
   const auto chosen = kiv::DbusScreenshot::Create();
@@ -42,13 +42,13 @@ void BackendAlive(const CallInfo& info) { info.GetReturnValue().Set(!selecting.e
 void GuardIsFree(const CallInfo& info) { info.GetReturnValue().Set(agent.SnapGuardIsFree()); }
 void SetLogger(const CallInfo& info) { kiv::LogMessage::Setup(kiv::FunctionArgument(info, 0)); }
 
-// script(package, log): the one for Debian, filled, for process 1.
+// script(package, log): the Debian script, filled in, for process 1.
 void Script(const CallInfo& info) {
   const kiv::UpgradeRun run = {1, *Nan::Utf8String(info[0]), *Nan::Utf8String(info[1]), false};
   info.GetReturnValue().Set(kiv::ToJsString(kiv::UpgradeScript(kiv::PackageFamily::kDebian, run)));
 }
 
-// activeTask(): what every snapshot begins with, alone.
+// activeTask(): only the first step of a snapshot.
 void ActiveTask(const CallInfo& info) {
   if (!agent.data_.display()) agent.Setup();
   const kiv::ActiveTask task = kiv::ReadActiveTask(agent.data_.display(), agent.data_);
@@ -64,7 +64,7 @@ Display* OwnDisplay() {
   return display;
 }
 
-// xProperty(window, name): the items, each in as many bytes as its format has.
+// xProperty(window, name): the items, each with the bytes of its format.
 void Property(const CallInfo& info) {
   const auto window = static_cast<Window>(Nan::To<int64_t>(info[0]).FromJust());
   auto items = tools_x11::get_property(OwnDisplay(), window, *Nan::Utf8String(info[1]));
@@ -83,7 +83,7 @@ void TopLevel(const CallInfo& info) {
   info.GetReturnValue().Set(result);
 }
 
-// Nothing keeps the loop alive any more.
+// Lets the loop end.
 void UnrefHandles(const CallInfo& /*info*/) {
   uv_walk(
       uv_default_loop(), [](uv_handle_t* one, void*) { uv_unref(one); }, nullptr);

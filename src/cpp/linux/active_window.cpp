@@ -85,10 +85,11 @@ ActiveWindowAtoms InternActiveWindowAtoms(Display* display) {
 
 ActiveTask ReadActiveTask(Display* display, const ActiveWindowAtoms& atoms) {
   ActiveTask task;
-  // The active window may die between any two of these requests.
+  // The window may be destroyed between any two of these requests.
   const XErrorGuard guard(display);
   const auto window = ReadActiveWindow(display, atoms.atom_net_active_window, &task);
   if (window) {
+    task.found = *window != None;
     ReadProcess(display, *window, atoms.atom_net_wm_pid, &task);
     ReadTitle(display, *window, atoms, &task);
   }

@@ -13,25 +13,25 @@
 
 namespace kiv {
 
-// The unique name of the connection that owns a name on the session bus; empty when nobody does.
-// Nothing, with the reason in `error`, when the bus does not say.
+// Returns the unique name of the connection that owns `bus_name`, or an empty string when the name
+// has no owner. Returns nothing, with the reason in `error`, when the call fails.
 std::optional<std::string> OwnerOf(GDBusConnection* bus, const char* bus_name,
                                    const Deadline& deadline, GErrorPtr* error);
 
-// The process behind a connection's unique name; nothing when the bus does not say.
+// Returns the process that owns a connection's unique name, or nothing when the call fails.
 std::optional<pid_t> ProcessIdOf(GDBusConnection* bus, const std::string& unique_name,
                                  const Deadline& deadline);
 
-// The "version" property of an object's interface. Nothing, with the reason in `error`, when it
-// cannot be read. May start the service.
+// Returns the "version" property of the object's interface, or nothing with the reason in `error`.
+// The call may start the service.
 std::optional<uint32_t> InterfaceVersion(GDBusConnection* bus, const BusObject& object,
                                          const Deadline& deadline, GErrorPtr* error);
 
-// Whether an error says that there is no such service, object, interface or method.
+// Whether the error means that the service, object, interface or method does not exist.
 bool SaysAbsent(const GError* error);
 
-// Remembers that the present owner of a name, or the bus where nobody owns it, lacks a service, so
-// that it is not asked again before the name has another owner.
+// Remembers that the name's present owner (or a bus on which the name has no owner) lacks a
+// service. The service is asked again only after the name's owner has changed.
 class AbsenceMemory {
  public:
   void Note(const std::string& owner) { owner_ = owner; }

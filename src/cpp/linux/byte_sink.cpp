@@ -11,7 +11,7 @@ namespace {
 constexpr size_t kSmallestChunk = size_t{64} << 10;
 constexpr size_t kLargestChunk = size_t{1} << 20;
 
-// Not value-initialised: every byte is about to be written.
+// Not zeroed, because every byte is overwritten.
 std::unique_ptr<unsigned char[]> AllocateBytes(size_t count) {
   return std::unique_ptr<unsigned char[]>(new unsigned char[count]);
 }

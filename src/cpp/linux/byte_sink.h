@@ -9,13 +9,13 @@
 
 namespace kiv {
 
-// Collects an encoder's output, which arrives in thousands of small pieces, in chunks that never
-// move; Finish copies it once into one block of the exact length.
+// Collects an encoder's output, thousands of small pieces, in chunks that never move. Finish copies
+// them once into one block of the exact length.
 class ByteSink {
  public:
-  // Both throw std::bad_alloc and leave what was there before.
+  // Both may throw std::bad_alloc; `block` and the bytes appended before are then unchanged.
   void Append(const char* bytes, size_t count);
-  // Appends everything to `block` and becomes empty.
+  // Appends all bytes to `block` and empties the sink.
   void Finish(ScreenSnap::image_data* block);
 
  private:

@@ -20,7 +20,7 @@ GObjectPtr<GdkPixbuf> CaptureThroughGdk(CaptureArea area) {
   return CaptureRoot(area == CaptureArea::kDesktop ? DesktopArea() : ActiveDisplayArea());
 }
 
-// The compositor's file is gone before the encoding.
+// The compositor's file is deleted before the picture is encoded.
 GObjectPtr<GdkPixbuf> CaptureThroughCompositor(CaptureArea area, bool locked) {
   CompositorPicture picture = CaptureCompositor(CompositorArea::kWorkspace, locked);
   if (!picture.pixbuf && !picture.service_found) {

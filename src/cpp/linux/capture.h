@@ -9,16 +9,16 @@ namespace kiv {
 
 enum class CaptureArea { kDesktop, kDisplay };
 
-// What a capture has to know of the session.
+// What a capture needs to know about the session.
 struct CaptureSession {
   bool is_x11;
-  bool screen_locked;  // as far as lock signals have said
+  bool screen_locked;  // according to the last lock signal
 };
 
-// A picture of the whole desktop or of the display with the active window, encoded as JPEG or PNG;
-// of width and height 0 when there is none. Through GDK on X11, else through the compositor, which
-// gives the whole desktop for both. With `limit_size` it is made to fit 1920 x 1080. A failure is
-// logged, which enters JavaScript.
+// Captures the whole desktop, or the display with the active window, and encodes it as JPEG or PNG.
+// Uses GDK on X11, otherwise the compositor, which captures the whole desktop for both areas. With
+// `limit_size` the picture is scaled down to fit 1920 x 1080. Width and height are 0 when there is
+// no picture. Logs failures, which enters JavaScript.
 ScreenSnap CaptureScreen(CaptureArea area, const CaptureSession& session, bool jpeg,
                          bool limit_size);
 
@@ -27,7 +27,7 @@ struct LimitedSize {
   uint32_t height;
   bool reduced;
 };
-// Fits a size into the limit, width first. A side of so thin a picture may become 0.
+// Fits a size into the limit, width first. One side of a very thin picture may become 0.
 LimitedSize LimitSize(uint32_t width, uint32_t height);
 
 }  // namespace kiv

@@ -15,7 +15,7 @@ namespace {
 
 constexpr auto kPatience = Deadline::Milliseconds(5000);
 
-// A way that is not there fails without an error, and without a line.
+// A way that is not available sets no error and logs nothing.
 void LogIfFailed(const char* way, const GErrorPtr& error) {
   if (error) LogScreenshotFailure((std::string(way) + error->message).c_str());
 }
@@ -47,7 +47,7 @@ CompositorPicture CaptureCompositor(CompositorArea area, bool locked) {
   static bool service_known = false;
   CompositorPicture picture;
   picture.service_found = service_known;
-  // Held, so that the steps below share one connection.
+  // Hold the connection, so that the steps below share it.
   GErrorPtr error;
   const auto bus = ConnectSessionBus(&error);
   if (!bus) {

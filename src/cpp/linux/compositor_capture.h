@@ -9,18 +9,18 @@
 namespace kiv {
 
 struct CompositorPicture {
-  GObjectPtr<GdkPixbuf> pixbuf;  // null when no way gives one
-  // What it shows; the compositor's own service decides that itself.
+  GObjectPtr<GdkPixbuf> pixbuf;  // null when every way failed
+  // What the picture shows. Unknown when the compositor's own service made it.
   enum { kUnknown, kWorkspace, kScreen } extent = kUnknown;
   bool service_found = false;  // the compositor's own service answered the probe
 };
 
-// A picture of a session that is not X11. The compositor's own service is asked first; where that
-// gives nothing, KWin's ScreenShot2, then the desktop portal, which together block for at most five
-// seconds (ten in the process's first call of the portal). Neither is asked while the screen is
-// `locked`: the picture would be black, come late or never. They give the workspace in place of the
-// active screen where there are several monitors, since the compositor may call another one active.
-// Each failure is logged, which enters JavaScript.
+// Takes a picture in a session that is not X11: from the compositor's own service, then from KWin's
+// ScreenShot2, then from the desktop portal. The last two together block for at most five seconds
+// (ten for the process's first portal call). They are skipped while the screen is `locked`, because
+// the picture would be black, late or missing. With several monitors they capture the workspace
+// instead of the active screen, because the compositor may consider another screen active. Logs
+// each failure, which enters JavaScript.
 CompositorPicture CaptureCompositor(CompositorArea area, bool locked);
 
 }  // namespace kiv

@@ -5,9 +5,9 @@ namespace kiv {
 
 class GnomeIdleTime {
  public:
-  // Milliseconds since the last input as GNOME Mutter knows it. False, with one line in the log and
-  // idle_ms untouched, when it does not answer or answers something else. Waits for the answer, at
-  // most the bus's default time-out.
+  // Asks GNOME's Mutter for the milliseconds since the last input. Returns false, logs one line and
+  // leaves idle_ms unchanged when there is no valid reply. Waits for the bus's default time-out at
+  // most.
   static bool GetIdleTime(long long& idle_ms);
 };
 

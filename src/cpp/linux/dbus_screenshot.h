@@ -14,16 +14,15 @@ namespace kiv {
 
 struct DesktopSessionData;
 
-// A compositor's own screenshot service on the session bus. Whoever wants a picture creates a
-// backend, asks it and drops it; the backend deletes the files that the compositor wrote. Main
-// thread only. A capture blocks until the service has answered, at most for the bus's default
-// time-out. A picture is a new reference that the caller owns; null means that there is none, and
-// the reason has been logged.
+// A compositor's own screenshot service on the session bus. Create a backend for one capture and
+// drop it afterwards; its destructor deletes the files that the compositor wrote. Main thread only.
+// A capture waits for the reply, for the bus's default time-out at most. It returns a new reference
+// that the caller owns, or null after logging the reason.
 class DbusScreenshot {
  public:
-  // A new backend for the service found, GNOME Shell before KWin; empty when there is none. The
-  // session is probed once per process, and again only while the bus cannot be reached: a
-  // compositor that starts later is not noticed.
+  // Returns a new backend, for GNOME Shell if it answers, else for KWin, or null. The services are
+  // probed once per process, or again later if the bus could not be reached. A compositor that
+  // starts after the probe is not found.
   static std::shared_ptr<DbusScreenshot> Create();
 
   // Deletes the files.
@@ -33,26 +32,25 @@ class DbusScreenshot {
 
   virtual GdkPixbuf* SnapWholeDesktop() = 0;
   virtual GdkPixbuf* SnapActiveDisplay() = 0;
-  // Has the user select an area and returns at once. Ends in one OnScreenSnapCompleted with
-  // data->snap and `callback`, possibly before it returns; the backend stays alive until then,
-  // whoever drops it. `data` outlives that call. Without SnapSelectionSupported: nothing at all.
+  // Lets the user select an area. Returns at once. Calls OnScreenSnapCompleted once with data->snap
+  // and `callback`, possibly before it returns. The request keeps the backend alive until then.
+  // `data` must outlive the call. Does nothing unless SnapSelectionSupported().
   virtual void SnapSelection(DesktopSessionData* data, void* callback) = 0;
   virtual bool SnapSelectionSupported() { return false; }
 
-  // Whether the last capture failed because the service does not let this program in, or is not
-  // there after all.
+  // Whether the last capture failed because the service refused this program or does not exist.
   bool unavailable() const { return unavailable_; }
 
-  // A path for the compositor to write to, in TMPDIR or /tmp; empty when there is none. No file is
-  // made.
+  // Returns an unused path in TMPDIR or /tmp for the compositor to write to, or an empty string.
+  // Creates no file.
   std::string GetTmpFileName() const;
-  // The decoded picture, or null after a log line. The file stays.
+  // Returns the decoded picture, or null after logging the reason. Does not delete the file.
   GdkPixbuf* LoadImage(const std::string& path) const;
 
  protected:
   DbusScreenshot() = default;
 
-  // The reply, or null after a log line.
+  // Returns the reply, or null after logging the reason.
   GVariantPtr Call(const BusObject& object, const char* method, GVariant* parameters,
                    const char* reply_type);
 
@@ -62,7 +60,7 @@ class DbusScreenshot {
   bool unavailable_ = false;
 };
 
-// Logs why there is no picture, which enters JavaScript.
+// Logs why there is no picture. Enters JavaScript.
 void LogScreenshotFailure(const char* message);
 
 }  // namespace kiv

@@ -22,6 +22,8 @@ constexpr char kKdeDbusErrorNoAuthorized[] = "org.kde.kwin.Screenshot.Error.NoAu
 
 constexpr BusObject kGnome = {kGnomeDbusBusName, kGnomeDbusObjectPath, kGnomeDbusInterface};
 constexpr BusObject kKde = {kKdeDbusBusName, kKdeDbusObjectPath, kKdeDbusInterface};
+constexpr BusObject kScreenShot2 = {kKdeDbusBusName, "/org/kde/KWin/ScreenShot2",
+                                    "org.kde.KWin.ScreenShot2"};
 
 }  // namespace kiv
 

@@ -6,7 +6,7 @@
 
 namespace kiv {
 
-// A point in time that several steps share, so that together they take no longer than one limit.
+// A point in time that limits several steps together.
 class Deadline {
  public:
   using Milliseconds = std::chrono::milliseconds;
@@ -14,7 +14,7 @@ class Deadline {
   static Deadline In(Milliseconds limit) { return Deadline(Clock::now() + limit); }
 
   Deadline ExtendedBy(Milliseconds more) const { return Deadline(time_ + more); }
-  // Milliseconds, rounded up; 0 when it has passed.
+  // Remaining milliseconds, rounded up; 0 after the deadline.
   int Remaining() const {
     const auto left = std::chrono::ceil<Milliseconds>(time_ - Clock::now());
     return static_cast<int>(std::max(left, Milliseconds(0)).count());

@@ -21,7 +21,7 @@ namespace kiv {
 
 namespace {
 
-// The active window's title and its process's command line. Its log lines enter JavaScript.
+// The active window's title and process. Logging its warnings enters JavaScript.
 ActiveTask FetchActiveTaskInfo(DesktopSessionData* data) {
   ActiveTask task;
   if (data->display()) task = ReadActiveTask(data->display(), *data);
@@ -43,7 +43,7 @@ void HandleNextEvent(void* self) {
   CountPress(*press, uv_hrtime(), data);
 }
 
-// What does not need the X server goes on: the timer, lock events, the bus.
+// The timer, lock events and the bus do not need the X server and keep working.
 void OnDisplayLost(void* self) {
   static_cast<DesktopSessionData*>(self)->x_connection.Close();
   LogMessage(LogMessage::error).stream() << kLoggingRequestId_DisplayLost;
@@ -83,7 +83,7 @@ void DesktopSessionData::Subscribe() {
 void DesktopSessionData::Unsubscribe() {
   if (!dbus_subscribed) return;
   dbus_subscribed = false;
-  screen_locked = false;  // nobody says any more
+  screen_locked = false;  // unknown without signals
   UnsubscribeLockSignals(bus, subscription_ids);
   g_object_unref(std::exchange(bus, nullptr));
 }
@@ -126,7 +126,7 @@ DesktopSessionAgent::DesktopSessionAgent() { uv_mutex_init(&mutex_); }
 DesktopSessionAgent::~DesktopSessionAgent() { uv_mutex_destroy(&mutex_); }
 
 int DesktopSessionAgent::Setup() {
-  // Kept until it is asked for again.
+  // Hold the bus connection until Connect() has subscribed again.
   const auto bus = RetainGObject(data_.bus);
   data_.Release();
   return Connect();
@@ -151,7 +151,7 @@ int DesktopSessionAgent::Connect() {
 
 void DesktopSessionAgent::Teardown() {
   data_.Shutdown();
-  // Without the agent's connection Escape would no longer reach the overlay. Last, because the
+  // Escape cannot reach the overlay without the agent's connection. Fail last, because the
   // completion may call anything.
   data_.selection->Fail();
 }
@@ -201,7 +201,7 @@ ScreenSnap* DesktopSessionAgent::Snap(CaptureArea area, bool jpeg, bool limit_si
 
 ScreenSnap* DesktopSessionAgent::SnapSelection(void* context) {
   data_.define_session_type();
-  // Before the overlay becomes the active window.
+  // Read before the overlay becomes the active window.
   SetTexts(&data_.snap, FetchActiveTaskInfo(&data_));
   data_.SnapSelection(context);
   return &data_.snap;

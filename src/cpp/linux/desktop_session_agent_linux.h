@@ -20,8 +20,8 @@ struct ProcessHandlesInfo {
   uint64_t gui_user_objects;
 };
 
-// The module's one tie to the desktop session. Every operation runs on the main thread. Failures
-// show in results: no operation throws.
+// The module's interface to the desktop session. All operations run on the main thread. They report
+// failures through results and never throw.
 class DesktopSessionAgent {
  public:
   DesktopSessionAgent();
@@ -29,38 +29,38 @@ class DesktopSessionAgent {
   DesktopSessionAgent(const DesktopSessionAgent&) = delete;
   DesktopSessionAgent& operator=(const DesktopSessionAgent&) = delete;
 
-  // Releases what an earlier call made, then connects. 0, or 1 at the first step that fails; what
-  // was made until then works and is released by Teardown.
+  // Releases what an earlier call acquired, then connects. Returns 0, or 1 at the first step that
+  // fails. The earlier steps' resources then keep working until Teardown.
   int Setup();
   // May be called at any time and any number of times.
   void Teardown();
-  // Lets go of everything that needs the runtime or its loop, at the runtime's end.
+  // Releases everything that needs the runtime or its loop. Called when the runtime ends.
   void OnRuntimeEnd();
 
   bool IsWayland() const { return data_.is_wayland; }
-  // Null: not known on this platform.
+  // Null: not supported on this platform.
   const ProcessHandlesInfo* GetProcessHandlesInfo(unsigned long pid) const;
 
-  // Clears the four times, then asks how long the user has been idle.
+  // Clears the four times, then reads how long the user has been idle.
   void UpdateLastTimes();
-  // Calls `callback` every so many milliseconds, in place of the one before; 0 or less stops, and
-  // so does an empty callback. Without a set-up the callback is only stored.
+  // Calls `callback` every `milliseconds`, instead of the previous one. 0 or less, or an empty
+  // callback, stops the timer. Before Setup the callback is only stored.
   void SetInterval(std::unique_ptr<Nan::Callback> callback, int milliseconds);
 
-  // Take a picture, publish it to the record and return that; width 0 and height 0 when there is
-  // none. With limit_size the picture is made to fit 1920 x 1080.
+  // Take a picture, publish it to the record and return the record. Width and height are 0 when
+  // there is no picture. With limit_size the picture is scaled down to fit 1920 x 1080.
   ScreenSnap* SnapWholeDesktop(bool jpeg, bool limit_size);
   ScreenSnap* SnapActiveDisplay(bool jpeg, bool limit_size);
-  // Lets the person drag out a rectangle. The record holds the title and process when this returns;
-  // the picture comes with the completion, which may already have happened.
+  // Lets the user select a rectangle. On return the record holds the title and process. The picture
+  // arrives with the completion, which may run before the return.
   ScreenSnap* SnapSelection(void* context);
 
-  // The guard of selection snapshots. False when one is pending or the lock is taken; never waits.
+  // Guards selection snapshots. False while one is pending or the mutex is locked. Never waits.
   bool SnapGuardIsFree();
   void TakeSnapGuard();
   void ReleaseSnapGuard();
 
-  // As LaunchUpgrade.
+  // See LaunchUpgrade.
   int Upgrade(const std::string& path, bool relaunch) const;
 
   bool snap_ready_ = true;  // no selection is pending; guarded by mutex_

@@ -22,17 +22,17 @@ namespace kiv {
 class DesktopSessionAgent;
 class UserSelectionImpLinux;
 
-// The agent's state. Counters, the snapshot and the interval callback outlive a teardown.
+// The agent's state. Teardown keeps the counters, the snapshot and the interval callback.
 struct DesktopSessionData : InputCounters, ActiveWindowAtoms {
   OptionalSeconds last_input;
-  OptionalSeconds last_key_press;    // never known on this platform
-  OptionalSeconds last_mouse_click;  // never known on this platform
-  OptionalSeconds last_mouse_move;   // never known on this platform
-  ScreenSnap snap;                   // published in one step; no scratch space
+  OptionalSeconds last_key_press;    // always unknown on this platform
+  OptionalSeconds last_mouse_click;  // always unknown on this platform
+  OptionalSeconds last_mouse_move;   // always unknown on this platform
+  ScreenSnap snap;                   // published in one step, never filled in place
   std::unique_ptr<Nan::Callback> interval_callback;
   bool is_x11 = false;
   bool is_wayland = false;     // any session that is not X11
-  bool screen_locked = false;  // the last lock signal said so
+  bool screen_locked = false;  // according to the last lock signal
   int xi_opcode = 0;
   XConnection x_connection;
   IntervalTimer interval_timer;
@@ -47,23 +47,23 @@ struct DesktopSessionData : InputCounters, ActiveWindowAtoms {
   DesktopSessionData(const DesktopSessionData&) = delete;
   DesktopSessionData& operator=(const DesktopSessionData&) = delete;
 
-  // The agent's own connection to the X server while it is there.
+  // The agent's own X connection. Null without one or when the server is gone.
   _XDisplay* display() const { return x_connection.display(); }
 
-  // Decides is_x11 or is_wayland from the environment, once.
+  // Sets is_x11 or is_wayland from the environment, once.
   void define_session_type();
-  // Starts the overlay; `context` is the request's, which the overlay's completion takes back.
+  // Opens the overlay. Its completion deletes `context`.
   void SnapSelection(void* context);
-  // Closes, in this order, the timer, the session bus connection for everybody who shares it, and
-  // the X connection.
+  // Closes the timer, then the session bus connection (for all who share it), then the X
+  // connection.
   void Shutdown();
-  // The same, but only lets go of the session bus connection, which the host may share.
+  // The same, but only drops the reference to the bus connection, which the host may share.
   void Release();
-  // Subscribes to the lock signals; without a session bus nothing happens.
+  // Subscribes to the lock signals. Does nothing without a session bus.
   void Subscribe();
-  // Removes the subscriptions; the connection, which the host may share, stays open.
+  // Removes the subscriptions. The connection stays open, because the host may share it.
   void Unsubscribe();
-  // A lock signal on the session bus; user_data is the agent.
+  // Handles a lock signal; user_data is the agent.
   static void OnDBusSignalReceived(_GDBusConnection* connection, const char* sender_name,
                                    const char* object_path, const char* interface_name,
                                    const char* signal_name, _GVariant* parameters, void* user_data);

@@ -8,7 +8,7 @@ namespace kiv {
 
 namespace {
 
-// GDK's default root window, or null where it has none that X could give a picture of.
+// Returns GDK's default root window, or null without an open X display.
 GdkWindow* UsableRoot() {
   GdkDisplay* display = gdk_display_get_default();
   if (!display || !GDK_IS_X11_DISPLAY(display) || gdk_display_is_closed(display)) return nullptr;
@@ -21,8 +21,8 @@ GdkRectangle AreaOf(GdkWindow* root) {
   return area;
 }
 
-// GDK keeps its record of another client's window until it hears of the window's end, which the
-// server tells those who ask.
+// GDK keeps a record of another client's window until the server reports that the window is gone.
+// The server reports this only to clients that select the event.
 void AskForTheEndOf(GdkWindow* window) {
   const int asked = gdk_window_get_events(window);
   if ((asked & GDK_STRUCTURE_MASK) != 0) return;

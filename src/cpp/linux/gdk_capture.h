@@ -8,17 +8,17 @@
 
 namespace kiv {
 
-// Pictures of the X screen through the toolkit's own connection. Without an open X display every
-// rectangle is empty and every picture null, without a word from GDK.
+// Captures the X screen through GDK's own connection. Without an open X display every rectangle is
+// empty and every picture null, and GDK prints nothing.
 
 // The whole root window, in GDK's coordinates.
 GdkRectangle DesktopArea();
-// The monitor that shows the active window; the whole root window when no window is active.
+// The monitor with the active window; the whole root window when no window is active.
 GdkRectangle ActiveDisplayArea();
-// How many monitors there are.
+// The number of monitors.
 int CountMonitors();
 
-// The picture of a part of the root window; null when there is none.
+// Captures an area of the root window. Returns null on failure.
 GObjectPtr<GdkPixbuf> CaptureRoot(const GdkRectangle& area);
 
 }  // namespace kiv

@@ -5,8 +5,8 @@
 
 namespace kiv {
 
-// Windows die and monitors change between two of GDK's requests; without a trap GDK exits at such
-// an error.
+// Windows and monitors may disappear between two GDK requests. Without a trap GDK exits on the
+// resulting error.
 class GdkErrorTrap {
  public:
   GdkErrorTrap() { gdk_error_trap_push(); }

@@ -19,7 +19,7 @@ struct FreeWith {
   }
 };
 
-// Owners of one reference or allocation of GLib's.
+// Each owns one GLib reference or allocation.
 template <typename T>
 using GObjectPtr = std::unique_ptr<T, FreeWith<g_object_unref>>;
 using GErrorPtr = std::unique_ptr<GError, FreeWith<g_error_free>>;
@@ -28,13 +28,13 @@ using GCharPtr = std::unique_ptr<gchar, FreeWith<g_free>>;
 
 static_assert(sizeof(GObjectPtr<GObject>) == sizeof(void*));
 
-// Takes over the reference that a call returned.
+// Takes ownership of a reference that a call returned.
 template <typename T>
 GObjectPtr<T> AdoptGObject(T* object) {
   return GObjectPtr<T>(object);
 }
 
-// Adds a reference to an object that somebody else owns.
+// Adds a reference to an object that another owner holds.
 template <typename T>
 GObjectPtr<T> RetainGObject(T* object) {
   return GObjectPtr<T>(object ? static_cast<T*>(g_object_ref(object)) : nullptr);

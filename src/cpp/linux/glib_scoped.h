@@ -8,7 +8,7 @@
 
 namespace kiv {
 
-// Signal handlers that are disconnected at the end; each keeps its object until then.
+// Disconnects its signal handlers on destruction and keeps their objects alive until then.
 class ScopedSignals {
  public:
   ScopedSignals() = default;
@@ -23,7 +23,7 @@ class ScopedSignals {
   }
   void Disconnect() {
     for (const auto& [object, id] : std::exchange(connections_, {})) {
-      // The end of a widget disconnects all of its handlers.
+      // Destroying a widget disconnects all of its handlers.
       if (g_signal_handler_is_connected(object.get(), id)) {
         g_signal_handler_disconnect(object.get(), id);
       }
@@ -34,8 +34,8 @@ class ScopedSignals {
   std::vector<std::pair<GObjectPtr<GObject>, gulong>> connections_;
 };
 
-// A source of the default main context that runs once, when nothing else is to be done; cancelled
-// at the end.
+// A source of the default main context that runs once when the loop is idle. The destructor cancels
+// it.
 class IdleSource {
  public:
   IdleSource() = default;

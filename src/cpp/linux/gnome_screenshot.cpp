@@ -15,7 +15,7 @@ namespace {
 constexpr gboolean kIncludeCursor = FALSE;
 constexpr gboolean kFlash = TRUE;
 
-// D-Bus carries UTF-8 only, and the folder's name may be anything.
+// D-Bus carries only UTF-8, but a folder's name may contain any bytes.
 bool CanBeSent(const std::string& path) {
   if (!path.empty() && g_utf8_validate(path.data(), static_cast<gssize>(path.size()), nullptr)) {
     return true;
@@ -37,7 +37,7 @@ ScreenSnap Encode(GdkPixbuf* pixbuf) {
   return snap;
 }
 
-// Travels with the selection.
+// Belongs to one area selection; select_area_done deletes it.
 struct AreaRequest {
   std::shared_ptr<GnomeDbusScreenshot> backend;
   DesktopSessionData* data;

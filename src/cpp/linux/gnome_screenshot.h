@@ -5,18 +5,18 @@
 
 namespace kiv {
 
-// GNOME Shell: writes to the file it is told, flashes the screen, leaves the pointer out. "Active
+// GNOME Shell writes to the given file, flashes the screen and leaves out the pointer. Its "active
 // display" is the whole desktop.
 class GnomeDbusScreenshot : public DbusScreenshot,
                             public std::enable_shared_from_this<GnomeDbusScreenshot> {
  public:
   GdkPixbuf* SnapWholeDesktop() override;
   GdkPixbuf* SnapActiveDisplay() override;
-  // Only on a backend that a shared pointer holds.
+  // The backend must be owned by a shared pointer.
   void SnapSelection(DesktopSessionData* data, void* callback) override;
   bool SnapSelectionSupported() override { return true; }
 
-  // The reply to the selection; user_data is the request, which ends here.
+  // Handles the reply to the selection; user_data is the request, which is deleted.
   static void select_area_done(GObject* source, GAsyncResult* result, void* user_data);
   // Captures the area and completes the selection.
   void ScreenshotArea(int x, int y, int width, int height, DesktopSessionData* data,

@@ -7,15 +7,15 @@ struct _XDisplay;
 
 namespace kiv {
 
-// Seconds, where they are known.
+// Seconds, if known.
 struct OptionalSeconds {
   bool set = false;
   uint32_t value = 0;
 };
 constexpr OptionalSeconds kUnknownSeconds = {false, 0xFFFFFFFF};
 
-// How long the user has been idle: as the X screen saver knows it, waiting for its reply, or as
-// GNOME Mutter does. What Mutter does not answer is logged.
+// How long the user has been idle, according to the X screen saver (waits for its reply) or GNOME's
+// Mutter (logs a failed call).
 OptionalSeconds IdleTimeOfX(_XDisplay* display);
 OptionalSeconds IdleTimeOfMutter();
 

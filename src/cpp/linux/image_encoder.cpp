@@ -22,7 +22,7 @@ void SetOutOfMemory(GError** error) {
                       "Not enough memory for the encoded picture");
 }
 
-// An exception must not cross the encoder's C frames.
+// An exception must not propagate through the encoder's C frames.
 gboolean FetchPixbufImageCallback(const char* buf, size_t count, GError** error, void* data) {
   try {
     static_cast<ByteSink*>(data)->Append(buf, count);
@@ -47,7 +47,7 @@ void Save(GdkPixbuf* pixbuf, const Format& format, ScreenSnap::image_data* block
   const bool saved = gdk_pixbuf_save_to_callbackv(pixbuf, FetchPixbufImageCallback, &sink,
                                                   format.type, const_cast<char**>(keys),
                                                   const_cast<char**>(values), CollectError(error));
-  // What the saver for PNG says when it gets no memory itself is nothing.
+  // The PNG saver fails without setting an error when it runs out of memory.
   if (!saved && !*error) SetOutOfMemory(CollectError(error));
   try {
     sink.Finish(block);
@@ -76,7 +76,7 @@ void FetchPixbufImage(ScreenSnap& snap, GdkPixbuf* pixbuf, unsigned int width, u
   GErrorPtr error;
   Save(pixbuf, format, &snap.image, &error);
   snap.filename = format.filename;
-  // After a failed picture there is no thumbnail.
+  // If the picture failed, skip the thumbnail.
   if (thumbnail && !error) Save(thumbnail.get(), format, &snap.thumbnail, &error);
   if (error) {
     LogMessage(LogMessage::error).stream()

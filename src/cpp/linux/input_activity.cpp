@@ -16,7 +16,7 @@ constexpr int kWheelUp = 4;
 constexpr int kWheelDown = 5;
 constexpr uint64_t kWheelBurstGap = 1'000'000'000;
 
-// The id of the first device of that name, or `fallback`.
+// The id of the first device with that name, or `fallback`.
 int FindDevice(Display* display, const char* name, int fallback) {
   int count = 0;
   XIDeviceInfo* devices = XIQueryDevice(display, XIAllDevices, &count);
@@ -51,7 +51,7 @@ std::optional<int> FindXInput(Display* display) {
 }
 
 int SelectRawInput(Display* display) {
-  // A device may vanish between its look-up and the selection.
+  // A device may disappear between its look-up and the selection.
   const XErrorGuard guard(display);
   unsigned char bits[4] = {};
   XIEventMask mask = {0, sizeof bits, bits};
@@ -77,7 +77,7 @@ std::optional<RawPress> TakeRawPress(Display* display, int opcode) {
   RawPress press;
   if (cookie->evtype == XI_RawKeyPress || cookie->evtype == XI_RawButtonPress) {
     press.type = cookie->evtype;
-    // Null where Xlib had no memory for it. A press it is all the same.
+    // Null when Xlib runs out of memory. The press still counts.
     if (const auto* raw = static_cast<const XIRawEvent*>(cookie->data)) {
       press = {cookie->evtype, raw->detail, raw->sourceid, raw->time};
     }

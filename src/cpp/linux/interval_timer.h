@@ -6,22 +6,22 @@
 
 namespace kiv {
 
-// A kernel timer that calls back from the default loop.
+// A kernel timer that calls back from libuv's default loop.
 class IntervalTimer {
  public:
-  // Makes a disarmed timer; false when the kernel gives none.
+  // Creates a disarmed timer. Returns false on failure.
   bool Create();
-  // Starts watching a timer that was made; false when libuv refuses. `on_tick` is called once for
-  // the periods that have passed, however many; it may close the timer.
+  // Starts watching the created timer; returns false when libuv fails. Each call of `on_tick`
+  // covers all periods that have passed since the last one. It may close the timer.
   bool Watch(void (*on_tick)(void* self), void* self);
-  // Ticks every so many milliseconds from now on; 0 disarms. Without a timer nothing happens.
+  // Ticks every `milliseconds` from now on; 0 disarms. Does nothing without a timer.
   void Arm(int milliseconds) const;
-  // May be called again.
+  // May be called repeatedly.
   void Close();
 
  private:
   static void PollTimerCallback(uv_poll_t* handle, int status, int events);
-  // Whether a period has passed since the last call.
+  // Reads the timer. Returns whether a period has passed since the last call.
   bool TakeExpirations() const;
 
   void (*on_tick_)(void* self) = nullptr;

@@ -18,8 +18,6 @@ namespace kiv {
 
 namespace {
 
-constexpr BusObject kScreenShot2 = {kKdeDbusBusName, "/org/kde/KWin/ScreenShot2",
-                                    "org.kde.KWin.ScreenShot2"};
 constexpr char kCaptureWorkspace[] = "CaptureWorkspace";
 constexpr char kCaptureActiveScreen[] = "CaptureActiveScreen";
 
@@ -38,18 +36,18 @@ Pipe OpenPipe(GErrorPtr* error) {
   return {UniqueFd(ends[0]), UniqueFd(ends[1])};
 }
 
-// The options, and the index of the pipe in the message's descriptors.
+// Builds the arguments. `handle` is the pipe's index in the message's descriptor list.
 GVariant* Parameters(int handle) {
   GVariantBuilder options;
   g_variant_builder_init(&options, G_VARIANT_TYPE_VARDICT);
   g_variant_builder_add(&options, "{sv}", "native-resolution", g_variant_new_boolean(TRUE));
-  // Later versions leave them out by default.
+  // Newer versions of KWin hide them by default.
   g_variant_builder_add(&options, "{sv}", "hide-caller-windows", g_variant_new_boolean(FALSE));
   return g_variant_new("(a{sv}h)", &options, handle);
 }
 
-// What KWin says about the picture that it writes into the pipe, which it gets for itself alone: as
-// long as somebody else holds the writing end, a KWin that stops early is not noticed.
+// Asks KWin to write a picture into the pipe and returns its description. Closes our copy of the
+// writing end; while it was open, we could not notice that KWin stops early.
 GVariantPtr RequestPicture(CompositorArea area, UniqueFd writing, const Deadline& deadline,
                            GErrorPtr* error) {
   const auto descriptors = AdoptGObject(g_unix_fd_list_new());
@@ -71,7 +69,7 @@ GObjectPtr<GdkPixbuf> CaptureThroughKwin(CompositorArea area, const Deadline& de
   if (!bus) return nullptr;
   const auto kwin = OwnerOf(bus.get(), kKdeDbusBusName, deadline, error);
   if (!kwin || kwin->empty()) return nullptr;
-  // KWin takes this name when its effect is loaded, which may be later.
+  // KWin takes this name when it loads the effect, possibly later.
   const auto service = OwnerOf(bus.get(), kScreenShot2.interface, deadline, error);
   if (!service) return nullptr;
   const std::string owners = *kwin + " " + *service;

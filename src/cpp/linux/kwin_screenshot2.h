@@ -9,9 +9,9 @@
 
 namespace kiv {
 
-// A picture in the screen's pixels through KWin's org.kde.KWin.ScreenShot2, which sends it through
-// a pipe. Blocks until `deadline` at most. Null with the reason in `error`; null without one when
-// the session has no KWin, or one without that service.
+// Takes a picture, in the screen's pixels, through KWin's org.kde.KWin.ScreenShot2, which writes it
+// into a pipe. Blocks until `deadline` at most. Returns null with the reason in `error`, or null
+// without an error when there is no KWin or it lacks this service.
 GObjectPtr<GdkPixbuf> CaptureThroughKwin(CompositorArea area, const Deadline& deadline,
                                          GErrorPtr* error);
 

@@ -9,14 +9,14 @@ namespace kiv {
 
 constexpr int kLockSignalCount = 4;
 
-// Subscribes to the screen savers' signals. `user_data` stays valid until they are unsubscribed.
+// Subscribes to the screen savers' signals. `user_data` must live until they are unsubscribed.
 void SubscribeLockSignals(GDBusConnection* bus, GDBusSignalCallback callback, void* user_data,
                           unsigned (&subscription_ids)[kLockSignalCount]);
 void UnsubscribeLockSignals(GDBusConnection* bus,
                             const unsigned (&subscription_ids)[kLockSignalCount]);
 
-// What a signal says: locked, unlocked, or neither. Signals come from untrusted peers: any other
-// name or shape is no event.
+// True for locked, false for unlocked. Signals come from untrusted peers: any other name or shape
+// gives nothing.
 std::optional<bool> ReadLockSignal(const char* signal_name, GVariant* parameters);
 
 }  // namespace kiv

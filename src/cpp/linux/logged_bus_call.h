@@ -5,8 +5,8 @@
 
 namespace kiv {
 
-// CallSessionBus with the bus's default time-out; the reason for a failure goes into the log, after
-// `request_id`, which enters JavaScript. `error` keeps it for the caller.
+// Calls CallSessionBus with the bus's default time-out. On failure logs `request_id` and the
+// reason, which enters JavaScript, and sets `error`.
 GVariantPtr CallSessionBusOrLog(const char* request_id, const BusObject& object, const char* method,
                                 GVariant* parameters, const char* reply_type, GErrorPtr* error);
 

@@ -11,7 +11,7 @@ namespace {
 
 int Round(double value) { return static_cast<int>(std::lround(value)); }
 
-// Pixels per point of a picture of an area; 0 when it is not a picture of that.
+// Pixels per point, if the picture has the area's proportions; otherwise 0.
 double ScaleOf(GdkPixbuf* picture, const GdkRectangle& area) {
   if (area.width <= 0 || area.height <= 0) return 0;
   const double scale = static_cast<double>(gdk_pixbuf_get_width(picture)) / area.width;

@@ -8,16 +8,16 @@
 
 namespace kiv {
 
-// A picture and where the overlay shows it.
+// A picture and the place where the overlay shows it.
 struct PlacedPicture {
   GObjectPtr<GdkPixbuf> pixbuf;
   GdkRectangle monitor;  // in points
-  double scale;          // pixels of the picture per point; 0 for the toolkit's own scale
+  double scale;          // pixels of the picture per point; 0 for GTK's own scale
 };
 
-// Places a compositor's picture so that each pixel lies where the screen showed it, also when
-// Xwayland's points are not the screen's pixels. One of the workspace is cut down to `monitor`; one
-// that fits neither is left as it is.
+// Places a compositor's picture so that each pixel is where the screen showed it, even when
+// Xwayland's points differ from the screen's pixels. Crops a workspace picture to `monitor`. Leaves
+// a picture that fits neither unchanged.
 PlacedPicture PlaceOnMonitor(CompositorPicture picture, const GdkRectangle& monitor);
 
 }  // namespace kiv

@@ -8,7 +8,7 @@ constexpr auto kWindowEvents =
     static_cast<int>(GDK_EXPOSURE_MASK | GDK_POINTER_MOTION_MASK | GDK_BUTTON_PRESS_MASK |
                      GDK_BUTTON_RELEASE_MASK | GDK_KEY_PRESS_MASK | GDK_FOCUS_CHANGE_MASK);
 
-// The one reference besides GTK's own.
+// Adds our own reference to GTK's.
 GtkWindowPtr NewWindow() {
   return GtkWindowPtr(static_cast<GtkWidget*>(g_object_ref(gtk_window_new(GTK_WINDOW_TOPLEVEL))));
 }
@@ -34,7 +34,7 @@ OverlayWindow::OverlayWindow(GdkPoint origin, int width, int height, double scal
       width_(width),
       height_(height) {
   GtkWindow* window = GTK_WINDOW(window_.get());
-  // A modal window of the host's takes the events of its own window group only.
+  // Its own window group keeps it usable while a modal window of the host is open.
   const auto group = AdoptGObject(gtk_window_group_new());
   gtk_window_group_add_window(group.get(), window);
   GtkAllocation allocation = {0, 0, ToPoints(width), ToPoints(height)};

@@ -13,7 +13,7 @@
 
 namespace kiv {
 
-// A window is destroyed, not only unreferenced. Somebody else may have destroyed it before.
+// Destroys the window, which another owner may have destroyed before, and drops our reference.
 struct DestroyWindow {
   void operator()(GtkWidget* window) const {
     gtk_widget_destroy(window);
@@ -22,11 +22,11 @@ struct DestroyWindow {
 };
 using GtkWindowPtr = std::unique_ptr<GtkWidget, DestroyWindow>;
 
-// The full-screen window over one monitor in which the person selects. Sizes are the picture's
-// pixels; GTK measures in points, scale() pixels each.
+// The full-screen window over one monitor in which the user selects. Sizes are in the picture's
+// pixels. GTK measures in points of scale() pixels.
 class OverlayWindow {
  public:
-  // Not shown yet; it will stand at `origin`, in points. A scale of 0 is the toolkit's own.
+  // Not shown yet. `origin` is in points. A scale of 0 means GTK's own scale.
   OverlayWindow(GdkPoint origin, int width, int height, double scale);
   ~OverlayWindow() = default;
   OverlayWindow(const OverlayWindow&) = delete;
@@ -36,10 +36,10 @@ class OverlayWindow {
   // Raises it and asks for the focus.
   void Present();
   void Hide();
-  // Has all of it drawn again.
+  // Redraws the whole window.
   void Invalidate();
 
-  // Connects a handler until this ends or Disconnect is called.
+  // Connects a handler until Disconnect() or destruction.
   void Connect(gpointer object, const char* signal, GCallback handler, gpointer data) {
     signals_.Connect(object, signal, handler, data);
   }
@@ -54,19 +54,18 @@ class OverlayWindow {
  private:
   int ToPoints(int pixels) const;
 
-  // Somebody may destroy the window between two drawings.
+  // Another client may destroy the window between two drawings.
   GdkErrorTrap trap_;
   GtkWindowPtr window_;
-  GtkWidget* drawing_area_;  // goes with the window
+  GtkWidget* drawing_area_;  // owned by the window
   double scale_;
   int width_;
   int height_;
   ScopedSignals signals_;
 };
 
-// A menu, a combo box's list or another popup of the host's keeps pointer and keyboard from every
-// other window while it holds them. Ends such holds; a menu is closed, which may call anything of
-// the host's.
+// Ends grabs of the host's menus, combo boxes and other popups, which would keep pointer and
+// keyboard away from the overlay. Closes menus, which may call any handler of the host.
 void EndGrabs();
 
 }  // namespace kiv

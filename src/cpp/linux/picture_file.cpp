@@ -19,7 +19,7 @@ constexpr char kLetters[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXY
 constexpr int kRandomLetters = 10;
 constexpr int kAttempts = 100;
 
-// Empty when the kernel gives no random numbers.
+// Empty when the kernel returns no random numbers.
 std::string RandomName() {
   std::array<uint32_t, kRandomLetters> numbers{};
   if (getrandom(numbers.data(), sizeof numbers, 0) != ssize_t{sizeof numbers}) return {};
@@ -41,8 +41,7 @@ int64_t BigEndian(const unsigned char* bytes) {
   return int64_t{bytes[0]} << 24 | bytes[1] << 16 | bytes[2] << 8 | bytes[3];
 }
 
-// What the header claims; nothing for a file without one, which is left to the decoder, since that
-// knows what is wrong.
+// The size in the header. Empty for a file without one: the decoder then reports the error.
 Size ClaimedSize(const std::string& path) {
   std::array<unsigned char, kPngStart.size() + 8> start{};
   std::ifstream(path, std::ios::binary)
@@ -53,7 +52,7 @@ Size ClaimedSize(const std::string& path) {
   }
   int width = 0;
   int height = 0;
-  // Takes milliseconds, a tenth of a whole picture: not for what compositors really write.
+  // Takes milliseconds, a tenth of decoding, so only for formats that compositors do not write.
   if (!gdk_pixbuf_get_file_info(path.c_str(), &width, &height)) return {};
   return {width, height};
 }
@@ -78,11 +77,10 @@ GObjectPtr<GdkPixbuf> ReadPicture(const std::string& path, GErrorPtr* error) {
 }
 
 GObjectPtr<GdkPixbuf> DecodePicture(int fd, GErrorPtr* error) {
-  // The file that was looked at, whatever lies at its path by now; the decoder's messages name
-  // this.
+  // Reads the opened file even if its path was replaced. The decoder's messages show this name.
   const std::string opened = "/proc/self/fd/" + std::to_string(fd);
   const Size claimed = ClaimedSize(opened);
-  // Divided, because the product of two 32-bit claims may be too big.
+  // Divided, because the product of two 32-bit numbers may overflow.
   if (claimed.width > 0 && claimed.height > kMaxPixels / claimed.width) {
     g_set_error(CollectError(error), GDK_PIXBUF_ERROR, GDK_PIXBUF_ERROR_INSUFFICIENT_MEMORY,
                 "The picture claims %" G_GINT64_FORMAT " x %" G_GINT64_FORMAT

@@ -10,20 +10,20 @@
 
 namespace kiv {
 
-// Files in which a compositor hands over its pictures.
+// Files through which a compositor hands over its pictures.
 
-// A path in `directory` that does not exist and cannot be guessed; empty when there is none. No
-// file is made: a compositor that refuses would leave it behind. `directory` goes in unchanged.
+// Returns an unused, unpredictable path in `directory`, or an empty string. Creates no file,
+// because a compositor that refuses would leave it behind. `directory` is used unchanged.
 std::string UnusedPath(const std::string& directory);
 
-// No picture has more pixels than four 8K monitors and some: half a gigabyte decoded.
+// More pixels than four 8K monitors have: half a gigabyte when decoded.
 constexpr int64_t kMaxPixels = int64_t{1} << 27;
 
-// The decoded picture, or null with the reason in `error`, which does not tell the path. Anything
-// but a regular file is refused, without waiting for it.
+// Decodes the picture. Returns null with the reason, without the path, in `error`. Rejects anything
+// but a regular file, without waiting.
 GObjectPtr<GdkPixbuf> ReadPicture(const std::string& path, GErrorPtr* error);
-// The same for an open file, which stays open. A picture of more than kMaxPixels is
-// refused: a few bytes can claim any size.
+// The same for an open file, which stays open. Rejects pictures of more than kMaxPixels, because a
+// small file can claim any size.
 GObjectPtr<GdkPixbuf> DecodePicture(int fd, GErrorPtr* error);
 
 }  // namespace kiv

@@ -5,11 +5,11 @@
 
 namespace kiv {
 
-// The path in a reply of type "(s)".
+// Reads the path in a reply of type "(s)".
 std::string ReadPath(GVariant* reply);
 
-// KWin: chooses the file itself and returns its name. "Active display" is the screen that has the
-// number of GDK's default screen. There is no selection.
+// KWin chooses the file itself and returns its name. Its "active display" is the screen with the
+// number of GDK's default screen. It has no selection.
 class PlasmaDbusScreenshot : public DbusScreenshot {
  public:
   GdkPixbuf* SnapWholeDesktop() override;

@@ -155,6 +155,12 @@ const Backend* FirstOf(const Texts& names, const Texts& desktops,
   return nullptr;
 }
 
+// KDE's back end has no version, which the portal takes for one before the first.
+bool LacksProperty(const GError* error) {
+  return g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_UNKNOWN_PROPERTY) ||
+         g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_INVALID_ARGS);
+}
+
 }  // namespace
 
 std::string ScreenshotBackend(const ProcessEnvironment& environment) {
@@ -179,6 +185,7 @@ bool BackendAsks(GDBusConnection* bus, const std::string& bus_name, const Deadli
   GErrorPtr error;
   const auto version =
       InterfaceVersion(bus, {bus_name.c_str(), kPortalPath, kBackendInterface}, deadline, &error);
+  if (!version && LacksProperty(error.get())) return false;
   return !version || *version >= kFirstVersionThatAsks;
 }
 

@@ -5,8 +5,8 @@
 
 namespace kiv {
 
-// A main context of its own, in which the asynchronous calls of this thread end until it is
-// destroyed; the host's sources wait meanwhile. GLib aborts when it finds no descriptor for one.
+// While it exists, asynchronous calls of this thread complete in it, and the host's sources wait.
+// GLib aborts when no descriptor is left to create one.
 class PrivateContext {
  public:
   PrivateContext() : context_(g_main_context_new()) {

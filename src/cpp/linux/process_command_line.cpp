@@ -7,7 +7,7 @@ namespace kiv {
 
 namespace {
 
-// A process may make its own command line as long as its memory.
+// A process can make its command line as long as its memory.
 constexpr size_t kLongest = size_t{1} << 20;
 
 }  // namespace

@@ -7,9 +7,9 @@
 
 namespace kiv {
 
-// The command line as the kernel shows it, up to the first newline and to 1 MiB: arguments
-// separated and ended by NULs; empty for a kernel thread or a zombie. No value when there is no
-// such process.
+// Returns the kernel's command line of a process, up to the first newline and at most 1 MiB.
+// Arguments are NUL-terminated. Empty for a kernel thread or zombie; nothing when there is no such
+// process.
 std::optional<std::string> ReadCommandLine(int32_t pid);
 
 }  // namespace kiv

@@ -17,13 +17,12 @@ namespace kiv {
 namespace {
 
 constexpr int kBytesPerPixel = 4;
-// Image formats of QImage, by their bytes in memory. A screen is opaque, so that the fourth byte
-// says nothing.
+// QImage formats by byte order in memory. The fourth byte is ignored, because a screen is opaque.
 constexpr guint32 kBlueFirst[] = {4, 5, 6};    // RGB32, ARGB32, ARGB32_Premultiplied
 constexpr guint32 kRedFirst[] = {16, 17, 18};  // RGBX8888, RGBA8888, RGBA8888_Premultiplied
-// Room for the padding that a driver may add to a row.
+// Padding that a driver may add to a row.
 constexpr gint64 kMaxPadding = 4096;
-// Near a megabyte, the largest pipe that an ordinary process may ask for.
+// About a megabyte, the largest pipe that an unprivileged process may request.
 constexpr size_t kBlockBytes = 1 << 20;
 
 constexpr char kLate[] = "The picture does not arrive";
@@ -43,7 +42,7 @@ bool IsRaw(GVariant* description) {
   return g_variant_lookup(description, "type", "&s", &type) && std::strcmp(type, "raw") == 0;
 }
 
-// Waits until there is something to read. False, with the reason in `error`, after the deadline.
+// Waits for readable bytes. Returns false with the reason in `error` after the deadline.
 bool WaitForBytes(int fd, const Deadline& deadline, GErrorPtr* error) {
   pollfd wanted = {fd, POLLIN, 0};
   int ready = 0;
@@ -125,7 +124,7 @@ GObjectPtr<GdkPixbuf> ReadRawPicture(int fd, const RawPictureShape& shape, const
   guchar* to = gdk_pixbuf_get_pixels(picture.get());
   for (int done = 0; done < shape.height; done += rows_of_block) {
     const int rows = std::min(rows_of_block, shape.height - done);
-    // A writer that is never waited for may be slow, too.
+    // A slow writer that always has a few bytes ready never makes poll() time out.
     if (deadline.Passed()) return SetError(error, G_IO_ERROR_TIMED_OUT, kLate), nullptr;
     if (!ReadBlock(fd, block.data(), rows * shape.stride, deadline, error)) return nullptr;
     for (int row = 0; row < rows; ++row, to += gdk_pixbuf_get_rowstride(picture.get())) {

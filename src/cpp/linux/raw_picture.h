@@ -11,9 +11,8 @@
 
 namespace kiv {
 
-// An uncompressed picture that comes through a pipe: rows of `stride` bytes, which begin with
-// `width` pixels of four bytes each: blue, green, red, or red, green, blue, and one that is
-// ignored.
+// An uncompressed picture that arrives through a pipe. Each row has `stride` bytes and starts with
+// `width` pixels of four bytes: blue, green, red or red, green, blue, then one unused byte.
 struct RawPictureShape {
   int width;
   int height;
@@ -21,12 +20,12 @@ struct RawPictureShape {
   bool red_first;
 };
 
-// The shape that KWin describes in a dictionary "a{sv}"; nothing, with the reason in `error`, for
-// another format and for what cannot be a screen. The peer is untrusted.
+// Reads the shape from KWin's dictionary "a{sv}". KWin is an untrusted peer here: another format or
+// an impossible size gives nothing, with the reason in `error`.
 std::optional<RawPictureShape> ReadRawPictureShape(GVariant* description, GErrorPtr* error);
 
-// Reads such a picture from a descriptor; null, with the reason in `error`, when it ends early or
-// has not arrived by the deadline. The descriptor stays open and is made non-blocking.
+// Reads such a picture from `fd`. Returns null with the reason in `error` when the data ends early
+// or is late. `fd` stays open and becomes non-blocking.
 GObjectPtr<GdkPixbuf> ReadRawPicture(int fd, const RawPictureShape& shape, const Deadline& deadline,
                                      GErrorPtr* error);
 

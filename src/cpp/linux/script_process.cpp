@@ -19,13 +19,13 @@ namespace kiv {
 
 namespace {
 
-// The child runs in this process's memory while the calling thread is suspended until the exec:
-// copying the page tables of a large host would hold it for tens of milliseconds. Other threads go
-// on running and may hold any lock, so the child only makes system calls, on a stack of its own.
+// The child runs in this process's memory, and the calling thread is suspended until the exec,
+// because copying a large host's page tables takes tens of milliseconds. Other threads keep running
+// and may hold any lock, so the child makes only system calls, on its own stack.
 
 struct Launch {
   char* argv[4];
-  sigset_t signals;  // the mask that the script inherits
+  sigset_t signals;  // the signal mask that the script inherits
 };
 
 constexpr size_t kStackSize = size_t{64} << 10;
@@ -40,7 +40,7 @@ void ReportFailure(int error) {
       write(STDERR_FILENO, line, static_cast<size_t>(end - line));
 }
 
-// A handler of the host would work on the host's memory. Ignored signals stay ignored.
+// A handler of the host would modify the host's memory. Ignored signals stay ignored.
 void DropSignalHandlers() {
   for (int signal = 1; signal < NSIG; ++signal) {
     struct sigaction action = {};
@@ -58,9 +58,9 @@ void MarkForClosing(const char* name) {
   if (error == std::errc() && descriptor > STDERR_FILENO) fcntl(descriptor, F_SETFD, FD_CLOEXEC);
 }
 
-// Marked, not closed: the table stays as it is while it is listed, and a close that takes long, on
-// a network file system, happens when the host runs again. opendir() would allocate. False, with
-// errno, when the table cannot be listed.
+// Marks instead of closing: the table must not change while it is read, and slow closes (network
+// file systems) then happen after the host has resumed. opendir() would allocate. Returns false
+// with errno when the table cannot be read.
 bool MarkDescriptorsForClosing() {
   const int folder = open("/proc/self/fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (folder == -1) return false;
@@ -77,13 +77,13 @@ bool MarkDescriptorsForClosing() {
   }
 }
 
-// The lowest free number is the one just closed, as long as this goes upwards from 0.
+// open() returns the lowest free number: the one just closed, if called in order from 0.
 void PointAtNull(int descriptor, int flags) {
   close(descriptor);
   open("/dev/null", flags);
 }
 
-// Returning ends the child with that status and runs nothing of the host's.
+// Returning exits the child with that status and runs none of the host's exit handlers.
 int RunScript(void* argument) {
   const auto* launch = static_cast<const Launch*>(argument);
   DropSignalHandlers();

@@ -8,9 +8,9 @@
 namespace kiv {
 
 // Starts /bin/bash -c `script` in this process's session, group and environment, with /dev/null as
-// its three standard streams and no other descriptor. The child's process id, or -1 with errno when
-// none can be made. What goes wrong in the child ends it with status 0; a descriptor table that it
-// cannot list is reported on standard error. The time it takes does not grow with this process.
+// its three standard streams and no other descriptor. Returns the child's process id, or -1 with
+// errno. A child that fails exits with status 0; if it cannot list its descriptors, it says so on
+// standard error. The call's duration does not grow with this process's memory.
 pid_t StartScript(const std::string& script);
 
 }  // namespace kiv

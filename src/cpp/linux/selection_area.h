@@ -5,16 +5,16 @@
 
 namespace kiv {
 
-// The rectangle that a pointer drags out on a picture; coordinates are the picture's pixels.
+// The rectangle that the pointer selects in a picture. Coordinates are the picture's pixels.
 struct SelectionArea {
   SelectionArea(int width, int height) : right_(width), bottom_(height) {}
 
-  // Both bounds included.
+  // Both bounds are valid.
   bool IsValidPoint(int x, int y) const;
-  // The rectangle between the pressed and the moving corner.
+  // The rectangle between the pressed corner and the moving one.
   GdkRectangle Rectangle() const;
 
-  // The pointer is pressed at, or moves to, a valid point. Without a press both corners move.
+  // Both take a valid point. Until a press, MoveTo moves both corners.
   void Press(int x, int y);
   void MoveTo(int x, int y);
 

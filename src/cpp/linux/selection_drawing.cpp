@@ -16,10 +16,10 @@ Crectangle_d Strip(int x, int y, int width, int height) {
           static_cast<double>(height)};
 }
 
-// The picture as a surface on the display server's side, so that painting it costs this process
-// nothing; its pixels are those of the picture itself as a source.
+// Copies the picture to a surface on the display server, so that painting it costs this process
+// nothing. The pixels are the same.
 CairoSurfacePtr PrepareSource(GdkWindow* window, GdkPixbuf* picture) {
-  // An opaque surface would show translucent pixels over black instead of over what lies there.
+  // An opaque surface would show translucent pixels over black instead of the background.
   const cairo_content_t content =
       gdk_pixbuf_get_has_alpha(picture) ? CAIRO_CONTENT_COLOR_ALPHA : CAIRO_CONTENT_COLOR;
   const int scale = gdk_window_get_scale_factor(window);
@@ -33,7 +33,7 @@ CairoSurfacePtr PrepareSource(GdkWindow* window, GdkPixbuf* picture) {
   return surface;
 }
 
-// White dashed lines through the pixel (x, y) across the whole surface, in the context's line
+// Draws white dashed lines through the pixel (x, y) across the whole surface, in the context's line
 // width. No clip may be set.
 void draw_dashed_cross(cairo_t* cr, double x, double y) {
   double x1 = 0.0;
@@ -129,7 +129,7 @@ void SelectionCanvas::DrawCross(int x, int y) { draw_dashed_cross(cr_.get(), x, 
 void SelectionCanvas::DrawDragStep(int x, int y, const GdkRectangle& before,
                                    const GdkRectangle& after) {
   DrawCross(x, y);
-  // A point has nothing to restore: the step is the first one after the press.
+  // An empty rectangle has nothing to restore: this is the first step after the press.
   if (before.width > 0 || before.height > 0) {
     for (const Crectangle_d& strip : UncoveredStrips(before, after)) {
       FillFrom(cr_.get(), blended_source_.get(), strip);

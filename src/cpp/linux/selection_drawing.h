@@ -10,18 +10,18 @@
 
 namespace kiv {
 
-// What the overlay draws, step by step. Coordinates are pixels of the captured picture.
+// Draws the overlay's contents. Coordinates are pixels of the captured picture.
 
 using CairoPtr = std::unique_ptr<cairo_t, FreeWith<cairo_destroy>>;
 using CairoSurfacePtr = std::unique_ptr<cairo_surface_t, FreeWith<cairo_surface_destroy>>;
 
-// The picture over black at 150/255; null when there is no memory for it.
+// Blends the picture with black at 150/255. Returns null when out of memory.
 GObjectPtr<GdkPixbuf> MakeDimmed(GdkPixbuf* picture);
 
-// A product or quotient that is whole may come out a little beside it.
+// Rounding error allowed in a whole-number product or quotient.
 constexpr double kRounding = 1e-6;
 
-// The fewest points that show so many pixels.
+// The smallest number of points that covers so many pixels.
 int PointsFor(int pixels, double scale);
 
 struct Crectangle_d {
@@ -31,33 +31,33 @@ struct Crectangle_d {
   double height;
 };
 
-// The strips of `before` that `after` no longer covers: left, right, top, bottom, those that there
-// are. Several are a pixel wider or longer, to reach the lines that framed `before`.
+// The strips of `before` that `after` no longer covers: left, right, top, bottom, non-empty ones
+// only. Some are a pixel wider or longer, to cover the frame of `before`.
 std::vector<Crectangle_d> UncoveredStrips(const GdkRectangle& before, const GdkRectangle& after);
 
-// The off-screen picture that the overlay's window shows; always complete.
+// The off-screen picture that the overlay's window shows. Always complete.
 class SelectionCanvas {
  public:
-  // The captured picture and its dimmed copy; `scale` pixels make a point of the window.
+  // Takes the captured picture and its dimmed copy. A point of the window has `scale` pixels.
   SelectionCanvas(GObjectPtr<GdkPixbuf> base, GObjectPtr<GdkPixbuf> blended, double scale);
   ~SelectionCanvas() = default;
   SelectionCanvas(const SelectionCanvas&) = delete;
   SelectionCanvas& operator=(const SelectionCanvas&) = delete;
 
-  // Begins anew for a window of that size in points: the dimmed picture, and a cross at (x, y).
+  // Starts over for a window of that size in points: the dimmed picture with a cross at (x, y).
   void Configure(GdkWindow* window, int width, int height, int x, int y);
-  // False before the first Configure; nothing may be drawn or shown then.
+  // False before the first Configure. Do not draw or show anything then.
   bool configured() const { return cr_ != nullptr; }
 
-  // Begins a step; `clear` removes what the one before drew.
+  // Begins a step. `clear` removes what the previous step drew.
   void BeginStep(bool clear);
   void DrawCross(int x, int y);
-  // The rectangle that is dragged out, with the cross at (x, y).
+  // Draws the selected rectangle and the cross at (x, y).
   void DrawDragStep(int x, int y, const GdkRectangle& before, const GdkRectangle& after);
-  // Copies the picture.
+  // Paints the picture to `cr`.
   void Show(cairo_t* cr) const;
 
-  // Makes the undimmed source, which a drag needs, beforehand.
+  // Prepares the undimmed source, which a drag needs.
   void PrepareBase();
   bool base_prepared() const { return base_source_ != nullptr; }
 
@@ -68,11 +68,11 @@ class SelectionCanvas {
   GObjectPtr<GdkPixbuf> blended_pixbuf_;
   double scale_;
   GObjectPtr<GdkWindow> window_;
-  // The two pictures as the drawing's sources.
+  // The two pictures as drawing sources.
   CairoSurfacePtr base_source_;
   CairoSurfacePtr blended_source_;
   CairoSurfacePtr surface_;
-  CairoPtr cr_;  // on surface_
+  CairoPtr cr_;  // draws on surface_
 };
 
 }  // namespace kiv

@@ -13,12 +13,11 @@ namespace kiv {
 
 namespace {
 
-// GLib's own limits begin once there is a connection; a daemon that hangs would hold the host for
-// as long as it does.
+// GLib's own time limits apply only once connected; a daemon that hangs would block the host.
 constexpr guint kPatienceMilliseconds = 5000;
 
-// GLib aborts when it finds no descriptor for a main context of its own, as every synchronous call
-// needs one; opening a connection needs several more.
+// GLib aborts when no descriptor is left for a main context, which every synchronous call creates.
+// Opening a connection needs several more.
 constexpr int kDescriptorsOfCall = 2;
 constexpr int kDescriptorsOfOpening = 12;
 
@@ -33,16 +32,16 @@ bool HasDescriptors(int wanted, GErrorPtr* error) {
   return false;
 }
 
-// GLib's worker thread notices a while after the call that a connection was closed; the mark tells
-// at once.
+// GLib notices a close some time after the call, on its worker thread. The mark takes effect at
+// once.
 constexpr char kClosedMark[] = "kiv-closed";
 
 bool IsOpen(GDBusConnection* bus) {
   return !g_dbus_connection_is_closed(bus) && !g_object_get_data(G_OBJECT(bus), kClosedMark);
 }
 
-// The connection opened last, as long as somebody holds it. Never destroyed: GLib may clear the
-// reference after this library's static destructors have run.
+// The connection opened last, while somebody owns it. Never destroyed, because GLib may clear the
+// reference after this library's static destructors.
 GWeakRef* LastConnection() {
   static auto* const reference = new GWeakRef();
   return reference;
@@ -54,7 +53,7 @@ GObjectPtr<GDBusConnection> OpenConnection() {
   return bus;
 }
 
-// The shared connection; where that is closed and somebody still holds it, a new one.
+// Returns the shared connection, or a new one when that is closed but still referenced.
 GObjectPtr<GDBusConnection> Open(GCancellable* cancellable, GErrorPtr* error) {
   auto bus = AdoptGObject(g_bus_get_sync(G_BUS_TYPE_SESSION, cancellable, CollectError(error)));
   if (bus && IsOpen(bus.get())) return bus;
@@ -66,8 +65,8 @@ GObjectPtr<GDBusConnection> Open(GCancellable* cancellable, GErrorPtr* error) {
   return address.empty() ? nullptr : OpenSessionBus(address, cancellable, error);
 }
 
-// On a thread of GLib's pool, whose default main context is the host's: a connection belongs to the
-// context of the thread that opens it.
+// Runs on GLib's thread pool, where the default main context is the host's: a connection delivers
+// its signals to the context of the thread that opened it.
 void OpenInPool(GTask* task, gpointer /*source*/, gpointer /*data*/, GCancellable* cancellable) {
   GErrorPtr error;
   auto bus = Open(cancellable, &error);
@@ -91,7 +90,7 @@ void OnOpened(GObject* /*source*/, GAsyncResult* result, gpointer data) {
   opening->ended = true;
 }
 
-// What comes after the time limit is dropped with its task.
+// A result that arrives after the time limit is dropped with its task.
 GObjectPtr<GDBusConnection> OpenInTime(GErrorPtr* error) {
   PrivateContext context;
   const auto cancellable = AdoptGObject(g_cancellable_new());

@@ -6,7 +6,7 @@
 
 namespace kiv {
 
-// Whether the environment says that this is an X11 session, or says nothing.
+// Whether the environment names an X11 session or no session type.
 inline bool IsX11Session() {
   const char* type = std::getenv("XDG_SESSION_TYPE");
   return !type || std::strcmp(type, "x11") == 0;

@@ -50,7 +50,7 @@ std::string CommandLine(Display* display, Window window) {
   return kiv::ReadCommandLine(pid).value_or(kiv::kUndefined);
 }
 
-// The ancestor of `window`, or itself, that is a child of the root.
+// The ancestor of `window`, or itself, that is a child of the root window.
 Window TopLevelOf(Display* display, Window window) {
   while (get_property_active_windows(display, window).empty()) {
     Window root = None;

@@ -39,8 +39,8 @@ bool StartsExpansion(unsigned char before, unsigned char byte) {
   return byte == '~' && !IsLetterOrDigit(before);
 }
 
-// The script does not quote paths and may run with an administrator's rights: nothing that a shell
-// splits or expands, nothing that a command takes for an option.
+// The script does not quote paths and may run with an administrator's rights. Accept nothing that a
+// shell splits or expands, or that a command could read as an option.
 bool IsPlainPath(const std::string& path) {
   if (path.empty() || path.front() == '-' || path.front() == '~') return false;
   return std::all_of(path.begin(), path.end(), IsPlain) &&
@@ -56,7 +56,7 @@ std::optional<PackageFamily> FamilyOf(const std::string& path) {
   return std::nullopt;
 }
 
-// Empty when nobody knows it.
+// Empty when unknown.
 std::string HomeFolder() {
   const char* home = std::getenv("HOME");
   if (home && *home) return home;
@@ -76,7 +76,7 @@ std::string LogFileName() {
   return std::string(name, length);
 }
 
-// Makes the log's folders; a missing one shows when the script writes.
+// Creates the log's folders. If that fails, the script's own writes report it.
 std::string PrepareLogPath(std::string path) {
   for (const char* folder : {"/.Brenik", "/Brenik", "/Logs"}) {
     path += folder;

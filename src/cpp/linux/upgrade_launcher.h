@@ -5,10 +5,10 @@
 
 namespace kiv {
 
-// Starts the script that installs the package once this process has ended, and then the application
-// when `relaunch` is true. 0, or -1 when the path is refused or no process can be made; a log line
-// says why. Does not wait for the script: one that ends before this process stays a zombie until
-// then.
+// Starts the script that waits for this process to exit, installs the package and, if `relaunch`,
+// starts the application. Returns 0, or -1 after logging why the path was rejected or no process
+// could be created. Does not wait for the script: if it exits before this process, it stays a
+// zombie until then.
 int LaunchUpgrade(const std::string& path, bool relaunch);
 
 }  // namespace kiv

@@ -10,10 +10,10 @@ namespace kiv {
 
 namespace {
 
-// The installed package and the application's command.
+// The package's name and the application's command.
 constexpr char kBinaryAppName[] = "brenik";
 
-// Replaces every ${name}; what was inserted is not looked at again.
+// Replaces every ${name}. Does not expand inserted text again.
 template <typename String>
 void string_subst(String& text, const char* name, const String& value) {
   const String pattern = String("${") + name + "}";

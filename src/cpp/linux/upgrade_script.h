@@ -10,16 +10,16 @@ namespace kiv {
 
 enum class PackageFamily { kDebian, kRpm };
 
-// What one run puts into the script. Both paths stand there unquoted, so both have to be words that
-// no shell takes apart.
+// Values inserted into the script. The script does not quote the two paths, so they must contain
+// nothing that a shell splits or expands.
 struct UpgradeRun {
-  pid_t wait_for = 0;  // the installation starts when this process has ended
+  pid_t wait_for = 0;  // the installation starts when this process has exited
   std::string package;
   std::string log;
   bool relaunch = false;
 };
 
-// The script as it stands in the source tree.
+// The script's template, as in the source tree.
 std::string_view UpgradeTemplate(PackageFamily family);
 
 // The script on one line, for bash -c.

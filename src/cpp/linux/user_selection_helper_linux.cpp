@@ -15,7 +15,7 @@ namespace kiv {
 
 namespace {
 
-// What takes the focus while the overlay appears is not the person's doing.
+// A focus loss while the overlay appears was not caused by the user.
 constexpr gint64 kFocusGraceMicroseconds = 500'000;
 
 UserSelectionImpLinux* Self(gpointer data) { return static_cast<UserSelectionImpLinux*>(data); }
@@ -51,7 +51,7 @@ gboolean configure_event(GtkWidget* widget, GdkEventConfigure* event, gpointer d
   return Self(data)->on_configure_event(widget, event);
 }
 
-// Closed by the window manager, or taken off the screen by somebody else.
+// The window manager closed it, or another client unmapped it.
 gboolean closed_event(GtkWidget* /*widget*/, GdkEvent* /*event*/, gpointer data) {
   const EventScope event_scope;
   Self(data)->Fail();
@@ -86,7 +86,7 @@ std::pair<double, double> PointerPosition() {
   GdkDeviceManager* manager = gdk_display_get_device_manager(gdk_display_get_default());
   GdkDevice* pointer = gdk_device_manager_get_client_pointer(manager);
   std::pair<double, double> position = {0.0, 0.0};
-  // In whole points the cross would stand beside the pointer where a point has several pixels.
+  // Rounded to whole points, the cross would miss the pointer when a point has several pixels.
   if (pointer) gdk_device_get_position_double(pointer, nullptr, &position.first, &position.second);
   return position;
 }
@@ -97,7 +97,7 @@ timeval Now() {
   return now;
 }
 
-// Empty for an empty rectangle. A failure is logged, which enters JavaScript.
+// Empty for an empty rectangle. Logs a failure, which enters JavaScript.
 ScreenSnap CutOut(GdkPixbuf* picture, const GdkRectangle& area) {
   if (area.width <= 0 || area.height <= 0) return {};
   const auto cut =
@@ -121,7 +121,7 @@ void UserSelectionImpLinux::start_selection(void* context) {
   selection_ = mine;
   session_data_->define_session_type();
   PlacedPicture base = TakePicture(ActiveDisplayArea());
-  // A failure's log line may have ended this request.
+  // The log line of a failure may have ended this request.
   if (selection_ != mine) return;
   if (!base.pixbuf) return FailStart(kLoggingRequestId_ScreenSnapCreateBasePixmapError);
   auto blended = MakeDimmed(base.pixbuf.get());
@@ -130,7 +130,7 @@ void UserSelectionImpLinux::start_selection(void* context) {
     return FailStart(kLoggingRequestId_ScreenSnapCreateBlandedPixmapError);
   }
   EndGrabs();
-  // A menu's end may call anything of the host's.
+  // Closing a menu may call any handler of the host.
   if (selection_ != mine) return;
   OpenWindow(std::move(base), std::move(blended));
 }
@@ -144,7 +144,7 @@ PlacedPicture UserSelectionImpLinux::TakePicture(const GdkRectangle& monitor) co
   return PlaceOnMonitor(std::move(picture), monitor);
 }
 
-// Nothing is open any more when the logger and the request's function are called.
+// Clears selection_ before the logger and the request's function run.
 void UserSelectionImpLinux::FailStart(const char* request_id) {
   const auto mine = std::exchange(selection_, nullptr);
   LogMessage(LogMessage::error).stream() << request_id;
@@ -188,10 +188,10 @@ void UserSelectionImpLinux::ConnectSignals(OverlayWindow* window) {
 }
 
 void UserSelectionImpLinux::selection_finish(int code) {
-  // Whatever JavaScript does below finds no open selection; this one ends with the function.
+  // JavaScript called below finds no open selection. This one is destroyed on return.
   const auto mine = std::exchange(selection_, nullptr);
   if (!mine) return;
-  // A loop that JavaScript runs must not draw on a window that is gone.
+  // JavaScript may run a loop, which must not draw on a window that is gone.
   mine->prepare_base_.Cancel();
   if (mine->window_) mine->window_->Disconnect();
   LogMessage(LogMessage::info).stream() << kLoggingRequestId_ScreenSnapSelectionError << code;
@@ -246,8 +246,8 @@ gboolean UserSelectionImpLinux::on_key_press_event(GdkEventKey* event) {
 }
 
 gboolean UserSelectionImpLinux::on_focus_out_event(GdkEvent* /*event*/) {
-  // A window that appears may lose the focus and get it back; on a slow host that takes longer than
-  // the grace, which therefore begins with the first picture.
+  // A new window may lose and regain the focus, which can take longer than the grace period on a
+  // slow host. The period therefore starts with the first picture.
   if (!selection_ || !selection_->shown_) return TRUE;
   const timeval now = Now();
   const timeval& start = selection_->start_time_;
@@ -278,7 +278,7 @@ gboolean UserSelectionImpLinux::on_cairo_draw_event(GtkWidget* /*widget*/, cairo
   SelectionCanvas& canvas = *selection_->canvas_;
   if (canvas.configured()) canvas.Show(cr);
   if (!std::exchange(selection_->shown_, true)) selection_->start_time_ = Now();
-  // Not needed before a drag, so it does not delay the first picture.
+  // Only a drag needs it; do not delay the first picture.
   IdleSource& prepare_base = selection_->prepare_base_;
   if (canvas.configured() && !canvas.base_prepared() && !prepare_base.pending()) {
     prepare_base.Start([](gpointer data) { static_cast<SelectionCanvas*>(data)->PrepareBase(); },
@@ -302,7 +302,7 @@ gboolean UserSelectionImpLinux::on_motion_notify_event(GdkEventMotion* event) {
   } else {
     canvas.DrawCross(x, y);
   }
-  // All of it, whatever changed.
+  // Redraw the whole window, whatever changed.
   selection_->window_->Invalidate();
   return TRUE;
 }

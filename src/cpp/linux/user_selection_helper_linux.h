@@ -18,9 +18,9 @@ namespace kiv {
 
 struct DesktopSessionData;
 
-// The overlay in which the person drags out a rectangle of a frozen, dimmed picture of the active
-// monitor. One selection at a time; its outcome arrives through OnScreenSnapCompleted, exactly once
-// whatever happens to the window, with the cut-out in the record's snapshot. Main thread only.
+// The overlay in which the user selects a rectangle of a frozen, dimmed picture of the active
+// monitor. One selection at a time. It calls OnScreenSnapCompleted exactly once, whatever happens
+// to the window, with the selected part in the record's snapshot. Main thread only.
 class UserSelectionImpLinux {
  public:
   explicit UserSelectionImpLinux(DesktopSessionData* session_data);
@@ -28,17 +28,17 @@ class UserSelectionImpLinux {
   UserSelectionImpLinux(const UserSelectionImpLinux&) = delete;
   UserSelectionImpLinux& operator=(const UserSelectionImpLinux&) = delete;
 
-  // Shows the overlay and returns. No selection may be open; `context` is not null.
+  // Shows the overlay and returns. No selection may be open; `context` must not be null.
   void start_selection(void* context);
-  // Escape, wherever the keyboard focus is. Does nothing without an open selection.
+  // Handles Escape, whichever window has the focus. Does nothing without an open selection.
   void EscPressed();
   // Ends an open selection as failed. Does nothing without one.
   void Fail();
-  // Closes everything without a word to JavaScript, at the runtime's end.
+  // Closes the selection without calling JavaScript. Called when the runtime ends.
   void Drop();
-  // Ends the open selection with what was cut out of the picture, if anything. Enters JavaScript.
+  // Ends the open selection with the selected part of the picture, if any. Enters JavaScript.
   void selection_finish(int code);
-  // Of the open selection; without one everything is 0 and no point is valid.
+  // Without an open selection the rectangle is all 0 and no point is valid.
   void get_rect(int& x, int& y, int& w, int& h) const;
   bool IsValidPoint(int x, int y) const;
 
@@ -49,11 +49,11 @@ class UserSelectionImpLinux {
   gboolean on_motion_notify_event(GdkEventMotion* event);
   gboolean on_configure_event(GtkWidget* widget, GdkEventConfigure* event);
   gboolean on_cairo_draw_event(GtkWidget* widget, cairo_t* cr);
-  // The monitors' layout changed.
+  // The monitor layout changed.
   void on_monitors_changed();
 
  private:
-  // One selection, from its request to its completion. Members end in reverse order: what draws
+  // One selection, from request to completion. Members are destroyed in reverse order: the drawing
   // before the window.
   struct Selection {
     explicit Selection(void* context) : context_(context) {}
@@ -64,12 +64,12 @@ class UserSelectionImpLinux {
     std::optional<SelectionCanvas> canvas_;
     std::optional<SelectionArea> area_;
     IdleSource prepare_base_;
-    ScreenSnap cut_out_;       // empty until the release
-    bool shown_ = false;       // the first picture has been drawn
-    timeval start_time_ = {};  // when the window was presented, or later the first picture drawn
+    ScreenSnap cut_out_;       // empty until the button is released
+    bool shown_ = false;       // the first picture was drawn
+    timeval start_time_ = {};  // when the window was presented or, later, first drawn
   };
 
-  // No picture when the compositor or GDK has none, and without a display for the window.
+  // Returns no picture without a display, or when the capture failed.
   PlacedPicture TakePicture(const GdkRectangle& monitor) const;
   void FailStart(const char* request_id);
   void OpenWindow(PlacedPicture base, GObjectPtr<GdkPixbuf> blended);
@@ -77,8 +77,7 @@ class UserSelectionImpLinux {
 
   DesktopSessionData* session_data_;
   bool cross_drawn_ = false;  // never cleared
-  // Null when no selection is open. Code that has entered JavaScript compares it with the one it
-  // serves.
+  // Null when no selection is open. After JavaScript has run, compare it with the one you hold.
   std::shared_ptr<Selection> selection_;
 };
 

@@ -11,11 +11,11 @@ namespace kiv {
 
 namespace {
 
-// Longest stretch for which a flood of events may hold the loop; the rest waits one iteration.
+// A flood of events blocks the loop for this long at most. The rest waits for the next iteration.
 constexpr uint64_t kDrainBudget = 4'000'000;
 constexpr unsigned kEventsPerClockReading = 64;
 
-// XIOErrorExitHandler's type, spelled out for headers older than libX11 1.7.
+// The type XIOErrorExitHandler, for headers older than libX11 1.7.
 using ExitHandler = void (*)(Display*, void*);
 using SetExitHandler = void (*)(Display*, ExitHandler, void*);
 
@@ -23,8 +23,8 @@ SetExitHandler FindSetExitHandler() {
   return reinterpret_cast<SetExitHandler>(dlsym(RTLD_DEFAULT, "XSetIOErrorExitHandler"));
 }
 
-// libX11's process-wide handler of I/O errors. GDK's exits before libX11 asks the connection's exit
-// handler, so ours stands before it and answers for one connection only.
+// The process-wide handler of X I/O errors. GDK's handler exits before libX11 calls a connection's
+// exit handler, so ours runs first and handles one connection only.
 class IoErrorHandler {
  public:
   void Watch(Display* display);
@@ -35,7 +35,7 @@ class IoErrorHandler {
 
   Display* watched_ = nullptr;
   XIOErrorHandler previous_ = nullptr;
-  // Ours may have to stay below a handler that somebody put on top; it is never installed twice.
+  // If another handler was installed over ours, ours stays below it and is not installed twice.
   bool installed_ = false;
 };
 
@@ -53,7 +53,7 @@ void IoErrorHandler::Unwatch(Display* display) {
   watched_ = nullptr;
   const XIOErrorHandler current = XSetIOErrorHandler(previous_);
   installed_ = current != OnError;
-  // Somebody put a handler above ours meanwhile; it stays, and ours below it passes everything on.
+  // Another handler was installed over ours. Keep it; ours passes all other errors on.
   if (installed_) XSetIOErrorHandler(current);
 }
 
@@ -63,7 +63,7 @@ int IoErrorHandler::OnError(Display* display) {
   return self.previous_ ? self.previous_(display) : 0;
 }
 
-// What Xlib has queued needs no call.
+// Events that Xlib has already queued need no system call.
 bool HasEvents(Display* display) { return QLength(display) > 0 || XPending(display) > 0; }
 
 }  // namespace
@@ -89,7 +89,7 @@ bool XConnection::StartReading(const Client& client) {
     StopReading();
     return false;
   }
-  // The round trips until now may have read events already.
+  // Round trips so far may have queued events.
   AfterRoundTrip();
   return true;
 }
@@ -118,7 +118,7 @@ void XConnection::PollCallback(uv_poll_t* handle, int status, int /*events*/) {
   auto* self = static_cast<XConnection*>(handle->data);
   if (status >= 0) return self->Drain();
   self->StopReading();
-  // Where the server is gone, Xlib has to see it, too.
+  // If the server is gone, let Xlib detect it as well.
   if (self->display()) XPending(self->display_);
   if (self->lost_) self->client_.on_lost(self->client_.self);
 }

@@ -7,8 +7,8 @@ struct _XDisplay;
 
 namespace kiv {
 
-// A connection to the X server of one's own, read from the default loop. Where libX11 can report
-// that the server is gone (1.7 and later) instead of exiting, requests fail from then on.
+// A private connection to the X server, read from the default loop. If libX11 (1.7 and later) can
+// report a lost server instead of exiting, requests fail after the loss.
 class XConnection {
  public:
   XConnection() = default;
@@ -16,26 +16,26 @@ class XConnection {
   XConnection(const XConnection&) = delete;
   XConnection& operator=(const XConnection&) = delete;
 
-  // Who takes the events, and hears once when the server is gone. Called from the loop; both may
+  // Receives events and, once, the loss of the server. The loop calls both functions; each may
   // close the connection.
   struct Client {
-    void (*take_event)(void* self);  // takes one off Xlib's queue, which is not empty
+    void (*take_event)(void* self);  // takes one event off Xlib's queue, which is not empty
     void (*on_lost)(void* self);
     void* self;
   };
 
-  // Connects to the default display. The connection, or null.
+  // Connects to the default display. Returns the connection, or null.
   _XDisplay* Open();
-  // Starts reading an open connection; false when libuv refuses.
+  // Starts reading the open connection. Returns false when libuv fails.
   bool StartReading(const Client& client);
-  // Closes it, lost or not. May be called again.
+  // Closes the connection, even a lost one. May be called repeatedly.
   void Close();
 
-  // To be called after every round trip: what a round trip has read into Xlib's queue leaves the
-  // descriptor silent, so the loop is told to handle it in its next iteration.
+  // Call after every round trip: events that it moved into Xlib's queue do not make the descriptor
+  // readable. Wakes the loop to handle them in its next iteration.
   void AfterRoundTrip();
 
-  // The connection while it is open and the server is there; else null.
+  // Null when the connection is closed or the server is gone.
   _XDisplay* display() const { return lost_ ? nullptr : display_; }
 
  private:

@@ -21,7 +21,7 @@ XErrorGuard::~XErrorGuard() {
   XSetErrorHandler(previous_);
 }
 
-// A connection on which every reply has been read has no error under way.
+// When all replies have been read, no error can be pending.
 void XErrorGuard::SyncIfPending() {
   if (NextRequest(display_) != LastKnownRequestProcessed(display_) + 1) XSync(display_, False);
 }

@@ -5,9 +5,9 @@
 
 namespace kiv {
 
-// Keeps protocol errors of the requests made while it lives from the process's error handler, which
-// is free to exit. Errors of other connections and of earlier requests go on to that handler. Holds
-// a process-wide setting: no GDK, GTK or JavaScript while it lives.
+// While it exists, ignores protocol errors of requests on this connection, which the process's
+// error handler could answer by exiting. Errors of other connections and earlier requests still go
+// to that handler. The handler is process-wide: do not call GDK, GTK or JavaScript meanwhile.
 class XErrorGuard {
  public:
   explicit XErrorGuard(Display* display);

@@ -10,7 +10,7 @@ namespace kiv {
 struct XFreeMemory {
   void operator()(void* memory) const { XFree(memory); }
 };
-// Owner of memory that Xlib allocated.
+// Owns memory that Xlib allocated.
 template <typename T>
 using XPtr = std::unique_ptr<T, XFreeMemory>;
 static_assert(sizeof(XPtr<unsigned char>) == sizeof(void*));

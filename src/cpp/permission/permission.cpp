@@ -10,6 +10,7 @@
 #include "../js_callback.h"
 #include "../js_runtime.h"
 #include "../linux/session_bus.h"
+#include "facts_export.h"
 #include "permission_question.h"
 
 namespace kiv {
@@ -86,6 +87,7 @@ void Setup(v8::Local<v8::Object> exports) {
   }
   Nan::SetMethod(exports, "state", State);
   Nan::SetMethod(exports, "ask", Ask);
+  Nan::Set(exports, Nan::New("facts").ToLocalChecked(), FactsExport());
 }
 
 }  // namespace
