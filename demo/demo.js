@@ -151,7 +151,7 @@ async function follow(app, desktop, page) {
   while (going) {
     const more = await app.run(() => global.moments.splice(0));
     for (const { second, keys, clicks, idle, ticks, event } of more)
-      say(`${second} s: ${keys} keys, ${clicks} clicks, idle ${idle} s, tick ${ticks} ${event}`);
+      say(`${second} s: keys ${keys}, clicks ${clicks}, idle ${idle} s, ticks ${ticks} ${event}`);
     live.push(...more);
     if (more.length > 0) writePage(output, { ...page, live, going });
     await new Promise((resolve) => setTimeout(resolve, 100));

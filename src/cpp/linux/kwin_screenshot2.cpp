@@ -53,7 +53,6 @@ GVariantPtr RequestPicture(CompositorArea area, UniqueFd writing, const Deadline
   const auto descriptors = AdoptGObject(g_unix_fd_list_new());
   const int handle = g_unix_fd_list_append(descriptors.get(), writing.get(), CollectError(error));
   if (handle < 0) return nullptr;
-  writing.reset();
   const char* method =
       area == CompositorArea::kWorkspace ? kCaptureWorkspace : kCaptureActiveScreen;
   return CallSessionBus(kScreenShot2, method, Parameters(handle), "(a{sv})", error,
