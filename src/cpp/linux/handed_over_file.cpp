@@ -13,7 +13,7 @@ namespace {
 
 constexpr time_t kSlackSeconds = 1;
 
-// Why a file is not the picture that was asked for; null when it may be.
+// Returns why a file cannot be the requested picture, or null.
 const char* Reason(int fd, time_t asked) {
   struct stat info = {};
   if (fstat(fd, &info) != 0 || info.st_uid != geteuid())
@@ -42,7 +42,7 @@ HandedOverFile::~HandedOverFile() {
 }
 
 UniqueFd OpenRegularFile(const std::string& path, int flags, GErrorPtr* error) {
-  // Without O_NONBLOCK the opening of a FIFO would wait for a writer.
+  // Without O_NONBLOCK, opening a FIFO would wait for a writer.
   UniqueFd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | flags));
   struct stat info = {};
   if (!file || fstat(file.get(), &info) != 0) {

@@ -9,15 +9,14 @@
 
 namespace kiv {
 
-// A file whose name a service has told, for us to read and delete. The name may be one that others
-// can guess or put something at: only a regular file of this user's, with no other name and written
-// since the service was asked, is opened, without following a link and without waiting. Deleted
-// with the object, unless something else lies at its path by then; what cannot be opened is left
-// alone.
+// A file that a service leaves to the caller to read and delete. Other users may guess its name, so
+// only a regular file of this user's is opened that has one name and was written after the request.
+// Opening follows no link and does not block. The destructor deletes the file unless its path
+// names another file by then.
 class HandedOverFile {
  public:
-  // Empty when it cannot be opened, with the reason in `error`, which does not tell the path.
-  // `asked` is when the service was asked; a second of slack, since clocks are coarse.
+  // Empty, with the reason in `error`, when the file cannot be opened. `error` never contains the
+  // path. `asked` is the time of the request; a file may be one second older, as clocks are coarse.
   HandedOverFile(std::string path, time_t asked, GErrorPtr* error);
   ~HandedOverFile();
   HandedOverFile(const HandedOverFile&) = delete;
@@ -31,11 +30,11 @@ class HandedOverFile {
   UniqueFd fd_;
 };
 
-// A regular file opened for reading, whoever owns it, without waiting; `flags` are more of open's.
-// Empty when it cannot be opened, with the reason in `error`, which does not tell the path.
+// Opens a regular file of any owner for reading, without blocking. `flags` are additional flags of
+// open(). Returns an empty owner with the reason, without the path, in `error`.
 UniqueFd OpenRegularFile(const std::string& path, int flags, GErrorPtr* error);
 
-// The local path that a file: URI names; empty when it names none.
+// Returns the local path of a file: URI, or an empty string.
 std::string PathOfUri(const std::string& uri);
 
 }  // namespace kiv

@@ -25,7 +25,7 @@ class LatePicture {
   guint limit_ = 0;
 };
 
-// Never destroyed: the end of the process does not wait.
+// Never destroyed, because GLib may be gone when static destructors run.
 std::vector<std::unique_ptr<LatePicture>>& All() {
   static auto* const all = new std::vector<std::unique_ptr<LatePicture>>();
   return *all;

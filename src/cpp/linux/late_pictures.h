@@ -5,12 +5,12 @@
 
 namespace kiv {
 
-// The portal finishes a request that its caller has given up, and leaves the picture to the caller.
+// The portal completes a request that its caller has abandoned, and the picture's file stays.
 
-// Waits in the thread's default main context, for half a minute at most, for the answer to a
-// request, which may be destroyed then, and deletes its picture. Main thread only.
+// Waits for the request's answer in the thread-default main context, for 30 seconds at most, and
+// deletes the picture. The caller may destroy `request`. Main thread only.
 void DeletePictureWhenItComes(const PortalRequest& request);
-// Ends all waiting.
+// Stops waiting for all of them.
 void ForgetLatePictures();
 
 }  // namespace kiv

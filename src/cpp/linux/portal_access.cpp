@@ -7,14 +7,14 @@ namespace kiv {
 
 namespace {
 
-// A portal without a back end for it does not have the interface, whose property is then an invalid
-// argument.
+// Without a back end the portal does not export the interface, and reading its property is an
+// invalid argument.
 bool LacksScreenshots(const GError* error) {
   return SaysAbsent(error) || g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_INVALID_ARGS);
 }
 
-// Only the portal's own tells its back end: a program may have been started with another desktop's
-// name, or with other folders.
+// The portal chooses the back end by its own environment. This process may have been started with
+// another desktop's name or other folders.
 ProcessEnvironment EnvironmentOf(GDBusConnection* bus, const std::string& portal,
                                  const ProcessEnvironment& own, const Deadline& deadline) {
   const auto pid = ProcessIdOf(bus, portal, deadline);
@@ -30,7 +30,7 @@ std::optional<PortalAccess> FindPortalAccess(GDBusConnection* bus, const Process
   if (!owner) return std::nullopt;
   if (absence->Knows(*owner)) return PortalAccess();
 
-  // Starts a portal that does not run yet.
+  // Starts the portal if it is not running.
   const auto version =
       InterfaceVersion(bus, {kPortalName, kPortalPath, kPortalScreenshot}, deadline, error);
   const bool absent = !version && LacksScreenshots(error->get());
@@ -42,14 +42,14 @@ std::optional<PortalAccess> FindPortalAccess(GDBusConnection* bus, const Process
     absence->Note(*owner);
     return PortalAccess();
   }
-  // It has ended meanwhile.
+  // The portal has exited meanwhile.
   if (owner->empty()) return PortalAccess();
 
   const ProcessEnvironment environment = EnvironmentOf(bus, *owner, own, deadline);
   const auto permission = StoredPermission(bus, environment, deadline, error);
   if (!permission) return std::nullopt;
-  // With a "yes" no back end's portal asks. Its version is read each time otherwise: a package's
-  // update may restart the back end alone.
+  // After a stored "yes" no portal asks. Otherwise read the back end's version each time: an update
+  // may restart the back end alone.
   const bool asks = *permission == Permission::kGranted ||
                     BackendAsks(bus, ScreenshotBackend(environment), deadline);
   return PortalAccess{*owner, asks, *permission};

@@ -12,21 +12,21 @@
 
 namespace kiv {
 
-// What the desktop portal would do if this process had it take a screenshot now.
+// What the desktop portal would do if this process requested a screenshot now.
 struct PortalAccess {
-  std::string owner;  // the portal's unique name; empty when there is none that takes screenshots
-  bool asks = false;  // the person has a say; true where that was not looked up because of a "yes"
-  Permission permission = Permission::kUnset;  // what the person has said
+  std::string owner;  // the portal's unique name; empty when no portal takes screenshots
+  bool asks = false;  // the portal may ask the person; not looked up (true) after a stored "yes"
+  Permission permission = Permission::kUnset;  // the stored permission
 
   bool TakesWithoutQuestion() const {
     return !owner.empty() && (!asks || permission == Permission::kGranted);
   }
 };
 
-// Finds that out; brings up no question, but may start the portal. Any thread. `own` is this
-// process's environment, which stands in for the portal's where that cannot be read. `absence`
-// remembers a portal that takes no screenshots. Nothing, with the reason in `error`, when the bus
-// does not say before the deadline.
+// Never shows a question, but may start the portal. Any thread. `own` is this process's
+// environment, the fallback when the portal's cannot be read. `absence` remembers a portal that
+// takes no screenshots. Returns nothing, with the reason in `error`, when a call fails or the
+// deadline passes.
 std::optional<PortalAccess> FindPortalAccess(GDBusConnection* bus, const ProcessEnvironment& own,
                                              const Deadline& deadline, AbsenceMemory* absence,
                                              GErrorPtr* error);

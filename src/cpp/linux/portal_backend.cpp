@@ -41,7 +41,7 @@ Texts ToTexts(const gchar* const* items) {
 }
 
 struct Backend {
-  std::string name;  // of the file, without the suffix
+  std::string name;  // the file's name without its suffix
   std::string bus_name;
   Texts desktops;  // in lower case
 };
@@ -70,7 +70,7 @@ Texts ConfigurationFolders(const ProcessEnvironment& environment) {
 Texts CurrentDesktops(const ProcessEnvironment& environment) {
   Texts desktops;
   for (const std::string& name : SplitAtColons(environment.Get("XDG_CURRENT_DESKTOP"))) {
-    // It becomes part of a file's name.
+    // The name becomes part of a file name.
     if (name.find('/') == std::string::npos) desktops.push_back(LowerCase(name));
   }
   return desktops;
@@ -89,7 +89,7 @@ Texts ReadList(GKeyFile* file, const char* group, const char* key) {
   return ToTexts(items.get());
 }
 
-// Those that take screenshots. A file hides those of the same name in later folders.
+// Back ends that take screenshots. A file hides files of the same name in later folders.
 std::vector<Backend> InstalledBackends(const Texts& folders) {
   std::vector<Backend> backends;
   Texts seen;
@@ -117,7 +117,7 @@ std::vector<Backend> InstalledBackends(const Texts& folders) {
   return backends;
 }
 
-// The first file that has a say; null when there is none.
+// Returns the first configuration file with preferences, or null.
 KeyFilePtr PortalsConfiguration(const Texts& folders, const Texts& desktops) {
   Texts names;
   for (const std::string& desktop : desktops) names.push_back("/" + desktop + "-portals.conf");
@@ -155,7 +155,7 @@ const Backend* FirstOf(const Texts& names, const Texts& desktops,
   return nullptr;
 }
 
-// KDE's back end has no version, which the portal takes for one before the first.
+// KDE's back end has no version. The portal takes that for version 0.
 bool LacksProperty(const GError* error) {
   return g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_UNKNOWN_PROPERTY) ||
          g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_INVALID_ARGS);
@@ -174,7 +174,7 @@ std::string ScreenshotBackend(const ProcessEnvironment& environment) {
       chosen = FirstOf(ReadList(configuration.get(), kPreferredGroup, key), desktops, backends);
     }
   }
-  // Portals before 1.17 know no such file, and take any where none is made for the desktop.
+  // Portals before 1.17 read no such file. When no back end is for this desktop, they take any.
   if (!chosen) chosen = MadeFor(desktops, backends);
   if (!chosen && backends.size() == 1) chosen = &backends.front();
   return chosen ? chosen->bus_name : std::string();

@@ -10,12 +10,12 @@
 
 namespace kiv {
 
-// The bus name of the back end through which a portal with this environment takes screenshots,
-// found in the portal's own files; empty when they do not tell.
+// Returns the bus name of the back end that a portal with this environment uses for screenshots,
+// read from the portal's configuration files. Empty when they name none.
 std::string ScreenshotBackend(const ProcessEnvironment& environment);
 
-// Whether the portal asks the person before it has this back end take a screenshot. True, too, when
-// that cannot be found out. May start the back end.
+// Whether the portal asks the person before this back end takes a screenshot. Also true when that
+// is unknown. May start the back end.
 bool BackendAsks(GDBusConnection* bus, const std::string& bus_name, const Deadline& deadline);
 
 }  // namespace kiv

@@ -3,7 +3,7 @@
 
 namespace kiv {
 
-// The desktop portal on the session bus; its back ends have the same path.
+// The desktop portal on the session bus. Its back ends use the same object path.
 constexpr char kPortalName[] = "org.freedesktop.portal.Desktop";
 constexpr char kPortalPath[] = "/org/freedesktop/portal/desktop";
 constexpr char kPortalScreenshot[] = "org.freedesktop.portal.Screenshot";

@@ -20,7 +20,7 @@ std::string RandomToken() {
   return token.get();
 }
 
-// Where the portal puts the object of a request with this token.
+// Returns the object path that the portal gives a request with this token.
 std::string RequestPath(GDBusConnection* bus, const std::string& token) {
   std::string sender = g_dbus_connection_get_unique_name(bus) + 1;
   std::replace(sender.begin(), sender.end(), '.', '_');
@@ -36,7 +36,7 @@ void DeletePicture(const PortalAnswer& answer) {
   const HandedOverFile file(path, answer.asked, &error);
 }
 
-// Outlives a request that is destroyed while its call is under way.
+// Outlives a request that is destroyed during its call.
 struct PortalRequest::Call {
   PortalRequest* request;
   GObjectPtr<GCancellable> cancellable;
@@ -50,7 +50,7 @@ PortalRequest::PortalRequest(GDBusConnection* bus, std::string owner, Done done)
   const std::string token = RandomToken();
   WatchOwner();
   WatchBus();
-  // Before the call: the answer may come at once.
+  // Subscribe before the call: the answer may come at once.
   Follow(RequestPath(bus, token));
   Start(token);
 }
@@ -82,7 +82,7 @@ void PortalRequest::WatchOwner() {
       this, nullptr);
 }
 
-// The connection's own signal comes in the context in which that was opened, not in this one.
+// The connection emits "closed" in the context in which it was opened, not in this one.
 void PortalRequest::WatchBus() {
   bus_watch_.reset(g_timeout_source_new(kBusWatchMilliseconds));
   const GSourceFunc look = [](gpointer data) -> gboolean {

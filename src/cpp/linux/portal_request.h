@@ -11,35 +11,35 @@
 
 namespace kiv {
 
-// How a request has ended: with the portal's answer, or with `error` when there is none.
+// The outcome of a request: the portal's answer, or `error`.
 struct PortalAnswer {
   GErrorPtr error;
   uint32_t code = 0;  // 0: done; 1: cancelled by the person; 2: ended otherwise
-  std::string uri;    // of the picture's file; empty when the answer has none
+  std::string uri;    // the picture's file; empty without one
   time_t asked = 0;   // when the request was made
 };
 
-// Deletes the picture of an answer that nobody reads.
+// Deletes the picture of an answer that will not be read.
 void DeletePicture(const PortalAnswer& answer);
 
-// Asks the desktop portal for a picture of the whole desktop. The portal may bring up a question
-// first, and answers when the person has. The events of the request are those of the thread's
-// default main context at its construction, whose thread must destroy it.
+// Asks the desktop portal for a picture of the whole desktop. The portal may show a question first;
+// then it answers when the person has. The request uses the thread-default main context of its
+// construction, and that thread must destroy it.
 class PortalRequest {
  public:
-  // Called once, from that context, unless the request is destroyed first; it may destroy it.
+  // Called once, from that context, unless the request is destroyed first. May destroy the request.
   using Done = std::function<void(PortalAnswer answer)>;
 
   // `owner` is the portal's unique name.
   PortalRequest(GDBusConnection* bus, std::string owner, Done done);
-  // Waits for the answer to another one, which may be destroyed then.
+  // Waits for the answer to `other`, which may be destroyed meanwhile.
   PortalRequest(const PortalRequest& other, Done done);
-  // Ends the request here. Its last callback, which does nothing, is then ready in the context.
+  // Unsubscribes and cancels. One callback, which does nothing, is still pending in the context.
   ~PortalRequest();
   PortalRequest(const PortalRequest&) = delete;
   PortalRequest& operator=(const PortalRequest&) = delete;
 
-  // Tells the portal that nobody waits any more; does not wait for it to hear that.
+  // Tells the portal that the request is abandoned. Does not wait for a reply.
   void Close();
 
  private:
@@ -63,7 +63,7 @@ class PortalRequest {
 
   GObjectPtr<GDBusConnection> bus_;
   std::string owner_;
-  Done done_;  // empty once it has ended
+  Done done_;  // empty after the end
   time_t asked_;
   std::string path_;  // of the request's object
   guint response_id_ = 0;

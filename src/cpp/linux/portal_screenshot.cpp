@@ -46,7 +46,7 @@ std::string Remedy(Permission permission) {
   }
 }
 
-// The end of the request, or nothing when the deadline comes first.
+// Returns the portal's answer, or nothing when the deadline passes first.
 std::optional<PortalAnswer> AskPortal(GDBusConnection* bus, const std::string& owner,
                                       const Deadline& deadline) {
   PrivateContext context;
@@ -62,14 +62,14 @@ std::optional<PortalAnswer> AskPortal(GDBusConnection* bus, const std::string& o
   return answer;
 }
 
-// Why an answer has no picture; null when it has one.
+// Returns why an answer has no picture, or null when it has one.
 const char* Reason(const PortalAnswer& answer) {
   if (answer.code == kCancelled) return "The screenshot was cancelled";
   if (answer.code != 0) return "The portal refuses, or its back end fails";
   return PathOfUri(answer.uri).empty() ? "The portal's answer names no file" : nullptr;
 }
 
-// The decoded picture; its file is deleted.
+// Returns the decoded picture and deletes its file.
 GObjectPtr<GdkPixbuf> ReadAnswer(PortalAnswer answer, GErrorPtr* error) {
   if (answer.error) {
     *error = std::move(answer.error);

@@ -8,10 +8,10 @@
 
 namespace kiv {
 
-// The whole desktop through the desktop portal. Blocks until `deadline` at most, five seconds
-// longer the first time in a process, since that call may start the portal. Never shows a question:
-// where the portal would ask the person, nothing is called. Null with the reason in `error`; null
-// without one when the desktop has no portal that takes screenshots.
+// Returns a picture of the whole desktop. Blocks until `deadline` at most, five seconds longer for
+// the process's first call, which may start the portal. Never shows a question: when the portal
+// would ask the person, it is not called. Returns null with the reason in `error`, or without one
+// when the desktop has no portal that takes screenshots.
 GObjectPtr<GdkPixbuf> CaptureThroughPortal(const Deadline& deadline, GErrorPtr* error);
 
 }  // namespace kiv

@@ -26,7 +26,7 @@ class PrivateContext {
     while (g_main_context_iteration(context_, FALSE)) {
     }
   }
-  // Runs it in the context that was the thread's before.
+  // Runs `work` with the thread's previous default context.
   template <typename Work>
   void Outside(const Work& work) {
     g_main_context_pop_thread_default(context_);

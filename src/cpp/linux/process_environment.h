@@ -13,12 +13,12 @@ namespace kiv {
 // A copy of a process's environment variables.
 class ProcessEnvironment {
  public:
-  // This process's, which JavaScript may change: main thread only.
+  // Copies this process's environment. Main thread only, because JavaScript may change it.
   static ProcessEnvironment Own();
-  // Those that a process of the same user was started with; nothing when they cannot be read.
+  // Copies the environment with which a process of the same user was started, or returns nothing.
   static std::optional<ProcessEnvironment> Of(pid_t pid);
 
-  // Empty when there is none.
+  // Returns an empty string for a variable that is not set.
   std::string Get(const std::string& name) const;
   // The base folders of the XDG specification, first choice first.
   std::vector<std::string> ConfigurationFolders() const;
@@ -33,7 +33,7 @@ class ProcessEnvironment {
   std::map<std::string, std::string> variables_;
 };
 
-// The parts between the colons that are not empty.
+// Returns the parts between the colons, without empty ones.
 std::vector<std::string> SplitAtColons(const std::string& list);
 
 }  // namespace kiv

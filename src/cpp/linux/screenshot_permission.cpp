@@ -34,7 +34,7 @@ bool TakeSuffix(std::string_view* text, std::string_view suffix) {
   return true;
 }
 
-// Takes off what follows the last `separator`, and that, if it is made of letters and digits only.
+// Removes the last `separator` and what follows it, if that consists of letters and digits.
 bool TakeRandom(std::string_view* text, char separator) {
   const size_t at = text->rfind(separator);
   if (at == std::string_view::npos || at == 0 || !IsAlphanumeric(text->substr(at + 1)))
@@ -43,7 +43,7 @@ bool TakeRandom(std::string_view* text, char separator) {
   return true;
 }
 
-// systemd writes "\x2d" for the "-" in a name.
+// systemd escapes a "-" in a name as "\x2d".
 std::string Unescaped(std::string_view text) {
   std::string plain;
   while (!text.empty()) {
@@ -77,7 +77,7 @@ std::string IdOfUnit(std::string_view unit) {
   return Unescaped(id);
 }
 
-// The control group's path in systemd's hierarchy, which is the unified or a named one.
+// Returns the control group's path in systemd's hierarchy, unified or named.
 std::string SystemdPath(const std::string& cgroups) {
   std::string path;
   std::istringstream lines(cgroups);
@@ -110,7 +110,7 @@ bool HasDesktopFile(const std::string& id, const std::vector<std::string>& data_
   });
 }
 
-// The second version of its Settings came with portal 1.17.
+// Portal 1.17 introduced version 2 of the Settings interface.
 bool PortalIsOlderThan117(GDBusConnection* bus, const Deadline& deadline) {
   GErrorPtr error;
   const auto version = InterfaceVersion(
@@ -118,9 +118,9 @@ bool PortalIsOlderThan117(GDBusConnection* bus, const Deadline& deadline) {
   return version && *version < 2;
 }
 
-// The names under which the portal may file this process; an empty one means all programs without
-// a name. Portals before 1.17 take names with two dots only, those from 1.23 on names with a
-// .desktop file only.
+// The ids under which the portal may store this process's permission; the empty id stands for all
+// programs without one. Portals before 1.17 accept only ids with two dots, those from 1.23 on only
+// ids with a .desktop file.
 std::vector<std::string> PossibleIds(GDBusConnection* bus, const ProcessEnvironment& portal,
                                      const Deadline& deadline) {
   std::ifstream file("/proc/self/cgroup");
@@ -150,7 +150,7 @@ std::optional<Permission> StoredPermission(GDBusConnection* bus, const ProcessEn
   for (const std::string& id : PossibleIds(bus, portal, deadline)) {
     found.insert(PermissionOf(id, entries.get()));
   }
-  // A snapshot must not show a question, whichever of them the portal takes.
+  // A snapshot must not show a question, whichever id the portal uses.
   return found.size() == 1 ? *found.begin() : Permission::kUnset;
 }
 

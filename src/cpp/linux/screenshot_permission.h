@@ -12,14 +12,14 @@ namespace kiv {
 
 enum class Permission { kUnset, kGranted, kDenied, kAsk };
 
-// What the desktop portal's permission store holds about screenshots taken by this process. An
-// entry that cannot be read counts as unset. `portal` is the portal's environment. Nothing, with
-// the reason in `error`, when the bus does not say.
+// Looks up this process's permission for screenshots in the portal's permission store. An entry of
+// another shape counts as unset. `portal` is the portal's environment. Returns nothing, with the
+// reason in `error`, when the call fails.
 std::optional<Permission> StoredPermission(GDBusConnection* bus, const ProcessEnvironment& portal,
                                            const Deadline& deadline, GErrorPtr* error);
 
-// The name of a program in that of its unit of systemd's user instance,
-// app[-LAUNCHER]-ID-RANDOM.scope or app[-LAUNCHER]-ID[@RANDOM].service; empty when it has none.
+// Returns the application id in the name of a unit of systemd's user instance,
+// app[-LAUNCHER]-ID-RANDOM.scope or app[-LAUNCHER]-ID[@RANDOM].service, or an empty string.
 // `cgroups` is the text of a /proc/PID/cgroup.
 std::string IdOfUserUnit(const std::string& cgroups);
 

@@ -19,8 +19,8 @@ void CloseSessionBus(GDBusConnection* bus);
 // Returns the address of the session bus, or an empty string with the reason in `error`. Reads the
 // environment: main thread only.
 std::string SessionBusAddress(GErrorPtr* error);
-// A connection there for the caller alone, or null with the reason in `error`. Any thread; blocks
-// until the daemon answers or `cancellable` is cancelled.
+// Opens a connection that is not shared, or returns null with the reason in `error`. Any thread.
+// Blocks until the daemon answers or `cancellable` is cancelled.
 GObjectPtr<GDBusConnection> OpenSessionBus(const std::string& address, GCancellable* cancellable,
                                            GErrorPtr* error);
 

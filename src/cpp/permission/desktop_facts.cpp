@@ -22,8 +22,8 @@ namespace {
 constexpr Deadline::Milliseconds kPatience(2000);
 constexpr int kPatienceWithService = 700;  // milliseconds
 
-// GNOME Shell looks at the area before it looks at the caller, and opens the file after that and
-// before it takes the picture.
+// GNOME Shell checks the area first, then the caller, and opens the file before it takes the
+// picture.
 constexpr char kImpossibleFile[] = "/dev/null/none";
 constexpr int kNoScreen = -1;
 constexpr char kNoScreenName[] = "none";
@@ -95,7 +95,7 @@ std::optional<DisplayFacts> ReadDisplay() {
 }
 
 std::string GtkVersion() {
-  // Stays loaded: GTK cannot be unloaded.
+  // GTK cannot be unloaded.
   void* gtk = dlopen("libgtk-3.so.0", RTLD_LAZY | RTLD_NODELETE);
   std::string version;
   for (const char* name :

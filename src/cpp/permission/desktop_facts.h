@@ -7,17 +7,16 @@
 
 namespace kiv {
 
-// What this process finds on its desktop, for `kiv_native doctor`. Nothing here takes a picture,
-// shows a question or writes a file. On any thread, one at a time.
+// Facts about the desktop, for `kiv_native doctor`. No function takes a picture, shows a question
+// or writes a file. Any thread, one at a time.
 
-// Which of these names are owned on the session bus; empty when the bus does not say. Blocks for
-// two seconds at most, for five when the bus does not answer.
+// Returns which of these names have an owner on the session bus, or nothing when a call fails.
+// Blocks for two seconds at most, for five when the bus hangs.
 std::optional<std::vector<bool>> FindOwned(const std::vector<std::string>& names);
 
-// The name of the D-Bus error with which each compositor's service answers a request that it
-// cannot fulfil: one of another name when it refuses the caller. "timeout" when it does not answer,
-// "failed" for an error of the bus, empty when the service answers without an error. Blocks as
-// FindOwned does.
+// Sends each compositor's service a request that it cannot fulfil, and returns the names of the
+// D-Bus errors; a service that refuses the caller answers with another error. "timeout" means no
+// answer, "failed" an error of the bus, an empty string no error. Blocks as FindOwned does.
 struct ServiceErrors {
   std::string gnome;
   std::string kwin;
@@ -25,19 +24,19 @@ struct ServiceErrors {
 };
 ServiceErrors TryServices();
 
-// The X server of DISPLAY. A server that does not answer blocks the caller for good.
+// Reads the X server of DISPLAY. Blocks without a limit when the server hangs.
 struct DisplayFacts {
   int width = 0;  // pixels of the default screen
   int height = 0;
   bool window_found = false;  // there is an active window
-  std::string title;          // its own, or "Undefined"
+  std::string title;          // or "Undefined"
 };
 std::optional<DisplayFacts> ReadDisplay();
 
-// The version of the GTK 3 that the dynamic linker finds; empty when it finds none.
+// Returns the version of GTK 3 that the dynamic linker finds, or an empty string.
 std::string GtkVersion();
 
-// How many of the host's four functions are in the process's global scope.
+// Counts the host's utility functions in the process's global scope, 0 to 4.
 int CountHostFunctions();
 
 }  // namespace kiv

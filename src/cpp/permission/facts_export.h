@@ -5,8 +5,8 @@
 
 namespace kiv {
 
-// The functions of desktop_facts.h for `kiv_native doctor`, in an object that is no part of the
-// entry point.
+// Exports the functions of desktop_facts.h for `kiv_native doctor`, in an object that is not part
+// of the public interface.
 v8::Local<v8::Object> FactsExport();
 
 }  // namespace kiv

@@ -22,7 +22,7 @@ struct Asking {
   PermissionQuestion question;
 };
 
-// Never destroyed, since its libuv handles may not be closed after the loop.
+// Never destroyed, because its libuv handles cannot be closed after the loop.
 std::unique_ptr<Asking>& CurrentAsking() {
   static auto* const asking = new std::unique_ptr<Asking>();
   return *asking;
@@ -67,7 +67,7 @@ NAN_METHOD(State) {
   info.GetReturnValue().Set(Nan::New(TextOf(reading.state)).ToLocalChecked());
 }
 
-// ask(function): calls it once, with a state; all who ask meanwhile share one question.
+// ask(function): calls it once with a state. Calls during a question share it.
 NAN_METHOD(Ask) {
   const EntryScope entry;
   const auto function = info[0].As<v8::Function>();
@@ -94,7 +94,7 @@ void Setup(v8::Local<v8::Object> exports) {
 
 }  // namespace kiv
 
-// Every context that loads the library calls it, a worker's included.
+// Called by every context that loads the library, workers included.
 extern "C" NODE_MODULE_EXPORT void NODE_MODULE_INITIALIZER(v8::Local<v8::Object> exports,
                                                            v8::Local<v8::Value> /*module*/,
                                                            v8::Local<v8::Context> /*context*/) {

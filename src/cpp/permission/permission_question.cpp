@@ -9,14 +9,14 @@ namespace kiv {
 
 namespace {
 
-// Enough for opening a connection and for a state that is read from services that hang.
+// Enough to open a connection and to read the state from services that hang.
 constexpr uint64_t kLookupMilliseconds = 5000;
-// The portal waits 25 seconds for the person; 1.15 and 1.16 do not tell when they give up.
+// The portal waits 25 seconds for the person. Versions 1.15 and 1.16 do not report a time-out.
 constexpr uint64_t kQuestionMilliseconds = 40000;
 
 }  // namespace
 
-// What the thread works on. It does not look at the environment, which JavaScript may change
+// The thread's input. The thread must not read the environment, which JavaScript may change
 // meanwhile.
 struct PermissionQuestion::Lookup {
   Next next;

@@ -11,15 +11,14 @@
 
 namespace kiv {
 
-// Has the desktop ask the person for the permission, where it has not been settled yet. Looks up
-// the state on a thread of GLib's pool, which the end of the process does not wait for, and on a
-// connection of its own; its events come through the default GLib main context. Keeps the libuv
-// loop alive until it has ended, which takes 50 seconds at most, even if nobody runs GLib's. Main
-// thread only.
+// Has the desktop ask the person for the permission, unless the state is known already. Looks up
+// the state on a thread of GLib's pool, which does not delay the process's exit, and on a
+// connection of its own. Its events come through the default GLib main context. Keeps the libuv
+// loop alive until its end, 50 seconds at most, even when no GLib loop runs. Main thread only.
 class PermissionQuestion {
  public:
-  // Called once, by one of the loops, with the state after the answer; may destroy the question,
-  // which otherwise ends without it.
+  // Called once, by one of the loops, with the state after the answer, unless the question is
+  // destroyed first. May destroy the question.
   using Done = std::function<void(PermissionState state)>;
 
   PermissionQuestion(uv_loop_t* loop, Done done);
@@ -39,8 +38,8 @@ class PermissionQuestion {
 
   Done done_;
   UvPtr<uv_timer_t> limit_;
-  GObjectPtr<GDBusConnection> bus_;       // null before the first lookup has ended
-  GObjectPtr<GCancellable> cancellable_;  // of the lookup under way, which may outlive the question
+  GObjectPtr<GDBusConnection> bus_;       // null until the first lookup ends
+  GObjectPtr<GCancellable> cancellable_;  // of the current lookup, which may outlive the question
   std::optional<PortalRequest> request_;
 };
 

@@ -13,7 +13,7 @@ namespace kiv {
 // Whether this process may take screenshots here.
 enum class PermissionState { kGranted, kDenied, kUnknown, kNotNeeded, kUnavailable };
 
-// What the environment says about the session; made on the main thread, whose it is.
+// Facts from the environment. Create it on the main thread, because JavaScript may change them.
 struct SessionFacts {
   bool is_x11 = IsX11Session();
   ProcessEnvironment environment = ProcessEnvironment::Own();
@@ -21,10 +21,11 @@ struct SessionFacts {
 
 struct PermissionReading {
   PermissionState state = PermissionState::kUnavailable;
-  std::optional<std::string> portal;  // the unique name of the one to ask, if the state is unknown
+  std::optional<std::string>
+      portal;  // the portal to ask, by its unique name, when the state is unknown
 };
 
-// Blocks for three seconds at most. `bus` is null where there is none. Any thread.
+// Blocks for three seconds at most. `bus` is null without a session bus. Any thread.
 PermissionReading ReadPermissionState(const SessionFacts& session, GDBusConnection* bus,
                                       AbsenceMemory* absence);
 
