@@ -27,9 +27,10 @@ export function state(): PermissionState;
  * Shows the desktop's question if the state is `'unknown'`, and resolves with the state after the
  * answer. Never rejects and never blocks. It needs a running GLib main loop, as lock events do.
  *
- * The question may stay for as long as the desktop allows, 25 seconds as a rule; the promise resolves
- * after 50 seconds in any case, and keeps the process alive until then. Calls during a question share
- * it and its answer. The desktop takes one picture as its answer; the module deletes it unread.
+ * The question may stay for as long as the desktop allows, 25 seconds as a rule. The promise
+ * resolves after 50 seconds in any case, and keeps the process alive until then. Calls during a
+ * question share it and its answer. The desktop takes one picture as its answer; the module deletes
+ * it unread.
  *
  * Call it from a button: the question is modal, Return and Escape deny, and a denial is permanent.
  */
