@@ -192,14 +192,13 @@
         {
           'target_name': 'demo',
           'type': 'none',
-          'dependencies': ['kiv_native', 'kiv_host_loop'],
+          'dependencies': ['kiv_native', 'kiv_permission', 'kiv_host_loop', 'kiv_host_utils'],
         },
         {
           'target_name': 'tests',
           'type': 'none',
           'dependencies': [
-            'demo', 'kiv_host_utils', 'kiv_permission', 'kiv_internals', 'kiv_faults', 'bench_reference',
-            'example_button_window',
+            'demo', 'kiv_internals', 'kiv_faults', 'bench_reference', 'example_button_window',
           ],
         },
         {

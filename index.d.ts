@@ -62,7 +62,7 @@ export interface InputInfo {
   last: LastTimes;
   /** Key presses since the module was loaded, counted between `init` and `teardown` only. */
   keyboardActivity: number;
-  /** Button presses, likewise; wheel clicks less than a second apart count as one. */
+  /** Button presses, counted in the same way; a burst of wheel clicks counts as one. */
   mouseActivity: number;
 }
 
@@ -95,8 +95,8 @@ export function getProcessHandlesInfo(pid: number): ProcessHandlesInfo;
 /**
  * Takes a picture of the whole desktop, or of the monitor with the active window, and scales it
  * down to fit 1920 x 1080. Blocks until done. PNG unless `jpeg` is true. In a Wayland session both
- * types give the whole desktop, if the compositor allows it (see the README). While a selection is
- * open, the call replaces the title and process that the selection will report.
+ * types give the whole desktop, if the person or the compositor allows it (see docs/wayland.md). While
+ * a selection is open, the call replaces the title and process that the selection will report.
  * @throws Error for any other type.
  */
 export function getScreenSnap(type: 'desktop' | 'display', jpeg?: boolean): SnapBuffers;

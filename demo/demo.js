@@ -166,7 +166,7 @@ async function follow(app, desktop, page) {
   const mine = isMine(process.env);
   say(
     mine
-      ? `using your display ${process.env.DISPLAY}`
+      ? `taking pictures of your own display ${process.env.DISPLAY}`
       : 'no X11 session at hand: starting a private one with a window manager and a message bus',
   );
   const desktop = mine ? null : await openDesktop();
@@ -180,13 +180,14 @@ async function follow(app, desktop, page) {
     const selection = desktop ? await select(app, desktop) : [];
     const monitors = desktop ? desktop.monitors : 0;
     const page = { monitors, snapshots, selection, log: await app.log() };
-    say(`open ${writePage(output, page)}`);
+    const index = writePage(output, page);
+    say(`open ${index}`);
     await follow(app, desktop, page);
     await app.run(() => kiv.teardown());
     app.child.disconnect();
     const { code } = await app.ended;
     if (code !== 0) throw new Error(app.output());
-    say('done');
+    say(`done: ${index}`);
   } finally {
     if (desktop) await desktop.stop();
   }

@@ -23,7 +23,8 @@ function find(name) {
   } catch (_error) {
     const { arch, version, versions } = process;
     const runtime = `Node ${version} (ABI ${versions.modules}, ${arch})`;
-    throw new Error(`${name}.node is not built for ${runtime}; run npm rebuild kiv_native`);
+    const remedy = 'npm rebuild kiv_native, or ./scripts/build in the repository';
+    throw new Error(`${name}.node is not built for ${runtime}; run ${remedy}`);
   }
 }
 

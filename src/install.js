@@ -4,6 +4,8 @@
 // Keep to the syntax of Node 6, so that an unsupported Node gets as far as the message.
 
 const { spawnSync } = require('child_process');
+const fs = require('fs');
+const path = require('path');
 const addons = require('./addons');
 
 const OLDEST = 10;
@@ -48,6 +50,11 @@ function usePrebuilt() {
 if (parseInt(version, 10) < OLDEST) {
   say(`needs Node ${OLDEST} or newer; this is Node ${version}`);
   process.exit(1);
+}
+// npx and npm install run this in the repository, too, whose builds must stay.
+if (fs.existsSync(path.join(__dirname, '../.git'))) {
+  say('this is the repository: ./scripts/build builds it');
+  process.exit(0);
 }
 // What other packages understand as well.
 const fromSource = /^(1|true)$/.test(process.env.npm_config_build_from_source);

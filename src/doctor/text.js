@@ -39,7 +39,7 @@ changes nothing, "ask each time" is stored: change it in the desktop's privacy s
   ],
 };
 const RUNTIME_PACKAGES =
-  'libgtk-3-0 libxi6 libxss1 libxinerama1 (Fedora: gtk3 libXi libXScrnSaver libXinerama)';
+  'libgtk-3-0 libxi6 libxinerama1 (Fedora: gtk3 libXi libXinerama); a build wants libxss1, too';
 
 /** What a window says about itself may hold control sequences of the terminal. */
 function printable(text) {
@@ -85,8 +85,9 @@ function activeWindow({ session: { x11 }, display: { answers, activeWindow: foun
     : ['--', 'none; only windows of Xwayland are known'];
 }
 
-function idle({ session: { x11 }, idleSeconds: seconds }) {
+function idle({ session: { x11 }, display: { answers }, idleSeconds: seconds }) {
   if (seconds !== null) return ['ok', `${seconds} s`];
+  if (x11 && !answers) return ['--', 'not known without an X server'];
   return x11
     ? ['no', 'not known', 'it needs an X server with the screen saver extension']
     : ['no', 'not known: on Wayland only GNOME tells it'];
@@ -104,7 +105,7 @@ function lockSignals({ bus: { lockSignals: signals } }) {
   const there = Object.keys(signals).filter((name) => signals[name]);
   if (there.length > 0) return ['ok', `from ${there.join(', ')}; none of the others runs`];
   const names = Object.keys(signals).join(', ');
-  return ['no', `none of ${names} runs`, 'the screen saver has to send one of their signals'];
+  return ['no', `none of ${names} runs`, 'no screen locker that the module knows is running'];
 }
 
 function compositor({ session: { x11 }, bus: { answers }, compositor: own }) {
@@ -169,9 +170,12 @@ const LINES = [
   ['Host functions', host, 'host'],
 ];
 
+const REBUILD = 'npm rebuild kiv_native, or ./scripts/build in the repository';
+
 function failed(failure) {
   if (failure === 'timeout') return ['no', 'no answer within 3 s'];
-  if (failure === 'error') return ['--', 'not known: an add-on of the package cannot be loaded'];
+  if (failure === 'error')
+    return ['--', 'not known: an add-on of the package cannot be loaded', REBUILD];
   return ['no', `not known: the check ended with ${failure}`];
 }
 
