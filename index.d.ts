@@ -95,8 +95,8 @@ export function getProcessHandlesInfo(pid: number): ProcessHandlesInfo;
 /**
  * Takes a picture of the whole desktop, or of the monitor with the active window, and scales it
  * down to fit 1920 x 1080. Blocks until done. PNG unless `jpeg` is true. In a Wayland session both
- * types give the whole desktop, if the person or the compositor allows it (see docs/wayland.md). While
- * a selection is open, the call replaces the title and process that the selection will report.
+ * types give the whole desktop, if the compositor or the person allows it (see docs/wayland.md).
+ * While a selection is open, the call replaces the title and process that the selection reports.
  * @throws Error for any other type.
  */
 export function getScreenSnap(type: 'desktop' | 'display', jpeg?: boolean): SnapBuffers;
