@@ -36,8 +36,17 @@ bool HasDescriptors(int wanted, GErrorPtr* error) {
 // once.
 constexpr char kClosedMark[] = "kiv-closed";
 
+// The kernel knows at once that the daemon is gone.
+bool HasHungUp(GDBusConnection* bus) {
+  GIOStream* stream = g_dbus_connection_get_stream(bus);
+  if (!G_IS_SOCKET_CONNECTION(stream)) return false;
+  GSocket* socket = g_socket_connection_get_socket(G_SOCKET_CONNECTION(stream));
+  return (g_socket_condition_check(socket, G_IO_HUP) & G_IO_HUP) != 0;
+}
+
 bool IsOpen(GDBusConnection* bus) {
-  return !g_dbus_connection_is_closed(bus) && !g_object_get_data(G_OBJECT(bus), kClosedMark);
+  return !g_dbus_connection_is_closed(bus) && !g_object_get_data(G_OBJECT(bus), kClosedMark) &&
+         !HasHungUp(bus);
 }
 
 // The connection opened last, while somebody owns it. Never destroyed, because GLib may clear the
