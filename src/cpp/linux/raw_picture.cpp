@@ -22,7 +22,7 @@ constexpr guint32 kBlueFirst[] = {4, 5, 6};    // RGB32, ARGB32, ARGB32_Premulti
 constexpr guint32 kRedFirst[] = {16, 17, 18};  // RGBX8888, RGBA8888, RGBA8888_Premultiplied
 // Padding that a driver may add to a row.
 constexpr gint64 kMaxPadding = 4096;
-// About a megabyte, the largest pipe that an unprivileged process may request.
+// Rows are read and converted in blocks of about this size.
 constexpr size_t kBlockBytes = 1 << 20;
 
 constexpr char kLate[] = "The picture does not arrive";
